@@ -1,0 +1,297 @@
+#include "engine/DeployBatch.h"
+
+#include <algorithm>
+#include <mutex>
+#include <set>
+#include <unordered_map>
+
+#include "content/ContentHash.h"
+#include "files/FS.h"
+#include "foundations/Clock.h"
+#include "foundations/Parallel.h"
+#include "foundations/Uuid.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+using Action = PlannedStep::Action;
+
+namespace {
+
+std::optional<SkillsError> failureOf(const SkillRecord& skill) {
+  if (!skill.enabled) return SkillsError::refused("'" + skill.name + "' is disabled; enable it first");
+  if (!FS::resolvesToDirectory(skill.centralPath)) {
+    return SkillsError::notFound("Library directory missing for '" + skill.name + "'");
+  }
+  return std::nullopt;
+}
+
+std::optional<SkillsError> failureOf(const ToolAdapter& adapter, const ToolOverrides& overrides,
+                                     const UserFolders& user) {
+  if (!adapter.isInstalled(user)) return SkillsError::refused(adapter.displayName + " is not installed");
+  if (overrides.disabled.contains(adapter.key)) {
+    return SkillsError::refused(adapter.displayName + " is disabled in Settings");
+  }
+  return std::nullopt;
+}
+
+template <typename Value>
+const Value* lookUp(const std::map<std::string, Value>& map, const std::string& key) {
+  const auto found = map.find(key);
+  return found == map.end() ? nullptr : &found->second;
+}
+
+}  // namespace
+
+DeployBatch::DeployBatch(Library& library, const std::vector<std::string>& skillIds,
+                         const std::vector<std::string>& tools, bool force)
+    : library_(library),
+      force_(force),
+      mode_(library.store.syncMode()),
+      index_(library.store.allTargets(), resolver_) {
+  readSkills(skillIds);
+  readAgents(tools);
+  if (mode_ == SyncMode::copy) hashForCopies();
+  pairs_.reserve(skillIds.size() * tools.size());
+  for (const auto& skillId : skillIds) {
+    for (const auto& tool : tools) pairs_.push_back(makePair(skillId, tool));
+  }
+}
+
+void DeployBatch::readSkills(const std::vector<std::string>& skillIds) {
+  const std::set<std::string> wanted(skillIds.begin(), skillIds.end());
+  if (wanted.size() == 1) {
+    if (auto skill = library_.store.skill(*wanted.begin())) skills_.emplace(skill->id, *std::move(skill));
+  } else {
+    for (auto& skill : library_.store.allSkills()) {
+      if (wanted.contains(skill.id)) skills_.emplace(skill.id, std::move(skill));
+    }
+  }
+  for (const auto& id : wanted) {
+    const SkillRecord* skill = lookUp(skills_, id);
+    const auto failure = skill != nullptr ? failureOf(*skill) : SkillsError::notFound("Skill not found: " + id);
+    if (failure) skillFailures_.emplace(id, *failure);
+  }
+}
+
+void DeployBatch::readAgents(const std::vector<std::string>& tools) {
+  const ToolOverrides overrides = library_.store.toolOverrides();
+  const auto all = ToolAdapters::all(overrides);
+  for (const auto& tool : tools) {
+    const auto adapter = std::find_if(all.begin(), all.end(), [&](const ToolAdapter& known) { return known.key == tool; });
+    if (adapter == all.end()) {
+      agentFailures_.emplace(tool, SkillsError::notFound("Agent not found: " + tool));
+      continue;
+    }
+    adapters_.emplace(tool, *adapter);
+    folders_.emplace(tool, adapter->skillsDir(library_.user));
+    if (const auto failure = failureOf(*adapter, overrides, library_.user)) agentFailures_.emplace(tool, *failure);
+  }
+}
+
+void DeployBatch::hashForCopies() {
+  std::vector<fs::path> folders;
+  for (const auto& [id, skill] : skills_) folders.emplace_back(skill.centralPath);
+  auto hashes = ContentHash::hashDirectories(folders);
+  std::size_t i = 0;
+  for (const auto& [id, skill] : skills_) currentHashes_.emplace(id, std::move(hashes[i++]));
+}
+
+DeployBatch::Pair DeployBatch::makePair(const std::string& skillId, const std::string& tool) const {
+  Pair pair;
+  pair.skillId = skillId;
+  pair.tool = tool;
+  pair.skill = lookUp(skills_, skillId);
+  pair.adapter = lookUp(adapters_, tool);
+  const SkillsError* failure = pair.skill == nullptr ? lookUp(skillFailures_, skillId) : lookUp(agentFailures_, tool);
+  if (failure == nullptr) failure = lookUp(skillFailures_, skillId);
+  if (failure != nullptr) {
+    pair.failure = *failure;
+    return pair;
+  }
+  pair.target = folders_.at(tool) / SyncEngine::targetDirName(pair.skill->centralPath, pair.skill->name);
+  pair.place = index_.place(pair.target.native());
+  return pair;
+}
+
+Plan DeployBatch::plan() {
+  Plan plan;
+  std::set<std::string> filled;  // places that an earlier pair of this plan fills for the same skill
+  for (const auto& pair : pairs_) {
+    PlannedStep step{.action = Action::refused,
+                     .skillName = pair.name(),
+                     .skillId = pair.skillId,
+                     .tool = pair.tool,
+                     .path = pair.target.string(),
+                     .reason = {}};
+    try {
+      if (pair.failure) throw SkillsError(*pair.failure);
+      const Need need = examine(pair);
+      step.action = filled.insert(pair.place + '\n' + pair.skillId).second ? need.action : Action::keep;
+      if (need.leavesOldFolder) {
+        PlannedStep old = step;
+        old.action = Action::remove;
+        old.path = index_.find(pair.skillId, pair.tool)->targetPath;
+        plan.push_back(old);
+      }
+    } catch (const SkillsError& error) {
+      step.reason = error.message();
+    }
+    plan.push_back(step);
+  }
+  return plan;
+}
+
+void DeployBatch::place(const OperationContext& context) {
+  const auto groups = groupsByPlace();
+  std::mutex progress;
+  std::size_t finished = 0;
+  parallelFor(groups.size(), [&](std::size_t g) {
+    const Pair* sharing = nullptr;
+    for (const std::size_t i : groups[g]) {
+      if (context.stop.stop_requested()) return;
+      placePair(pairs_[i], sharing);
+      if (pairs_[i].done) sharing = &pairs_[i];
+    }
+    const std::lock_guard lock(progress);
+    finished += groups[g].size();
+    context.report("Deploying", finished, pairs_.size());
+  });
+}
+
+void DeployBatch::keep() {
+  for (auto& pair : pairs_) {
+    pair.change.keep();
+    pair.oldPlacement.keep();
+  }
+}
+
+// Pairs whose agents share a folder come after one another; all others are independent.
+std::vector<std::vector<std::size_t>> DeployBatch::groupsByPlace() const {
+  std::vector<std::vector<std::size_t>> groups;
+  std::unordered_map<std::string, std::size_t> byPlace;
+  for (std::size_t i = 0; i < pairs_.size(); ++i) {
+    if (pairs_[i].failure) continue;
+    const auto [group, isNew] = byPlace.emplace(pairs_[i].place, groups.size());
+    if (isNew) groups.emplace_back();
+    groups[group->second].push_back(i);
+  }
+  return groups;
+}
+
+// Throws what refuses the pair, with nothing changed.
+DeployBatch::Need DeployBatch::examine(const Pair& pair) {
+  const SkillTarget* record = index_.find(pair.skillId, pair.tool);
+  if (const SkillTarget* other = index_.otherAt(pair.place, pair.skillId, pair.tool)) {
+    if (auto need = needBesideOther(pair, *other)) return *need;
+  }
+  Need need{.action = Action::keep, .mode = mode_, .policy = {}, .leavesOldFolder = leavesOldFolder(pair, record)};
+  if (isInPlace(pair, record)) return need;
+  // A record speaks for the place it names only, and only while the skill stands there.
+  const bool speaks = record != nullptr && record->status != kTargetDisabled &&
+                      index_.place(record->targetPath) == pair.place;
+  if (speaks) {
+    need.policy = ReplacePolicy::recorded(record->mode);
+  } else {
+    need.policy = force_ ? ReplacePolicy::userConfirmed() : ReplacePolicy::noClobber();
+  }
+  SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, mode_, *need.policy, resolver_);
+  need.action = FS::exists(pair.target) ? Action::replace : Action::place;
+  return need;
+}
+
+// What another agent's record says stands at the place decides: it is shared as it is, or put there in the same mode
+// where it is missing, and never replaced.
+std::optional<DeployBatch::Need> DeployBatch::needBesideOther(const Pair& pair, const SkillTarget& other) {
+  if (other.skillId != pair.skillId) {
+    throw SkillsError::refused(
+        SyncEngine::refusalMessage(pair.target, "is where another skill of the library is deployed"));
+  }
+  const bool leaves = leavesOldFolder(pair, index_.find(pair.skillId, pair.tool));
+  const bool standsThere = other.mode == SyncMode::symlink
+                               ? SyncEngine::symlinkPointsTo(pair.target, pair.skill->centralPath)
+                               : SyncEngine::matchesRecordedDeployment(pair.target, SyncMode::copy);
+  if (standsThere) return Need{.action = Action::keep, .mode = other.mode, .policy = {}, .leavesOldFolder = leaves};
+  SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, other.mode, ReplacePolicy::noClobber(), resolver_);
+  return Need{.action = Action::place,
+              .mode = other.mode,
+              .policy = ReplacePolicy::noClobber(),
+              .leavesOldFolder = leaves};
+}
+
+bool DeployBatch::isInPlace(const Pair& pair, const SkillTarget* record) const {
+  if (mode_ == SyncMode::symlink) return SyncEngine::symlinkPointsTo(pair.target, pair.skill->centralPath);
+  if (record == nullptr || record->mode != SyncMode::copy || record->status == kTargetDisabled) return false;
+  return index_.place(record->targetPath) == pair.place && FS::isDirectory(pair.target) &&
+         SyncEngine::isTargetCurrent(pair.skill->centralPath, pair.target, SyncMode::copy, record->sourceHash,
+                                     currentHashes_.at(pair.skillId));
+}
+
+// True when the agent's folder has moved since, and what was placed in the old one is still ours alone.
+bool DeployBatch::leavesOldFolder(const Pair& pair, const SkillTarget* record) const {
+  if (record == nullptr || record->status == kTargetDisabled) return false;
+  const std::string oldPlace = index_.place(record->targetPath);
+  if (oldPlace == pair.place || index_.otherAt(oldPlace, pair.skillId, pair.tool) != nullptr) return false;
+  return record->mode == SyncMode::symlink
+             ? SyncEngine::symlinkPointsTo(record->targetPath, pair.skill->centralPath)
+             : SyncEngine::matchesRecordedDeployment(record->targetPath, SyncMode::copy);
+}
+
+std::optional<std::string> DeployBatch::hashOf(const Pair& pair) const {
+  if (const auto* current = lookUp(currentHashes_, pair.skillId)) return *current;
+  return pair.skill->contentHash;
+}
+
+// `sharing` is the pair before this one that was given the same place.
+void DeployBatch::placePair(Pair& pair, const Pair* sharing) {
+  try {
+    Need need;
+    if (sharing != nullptr && sharing->skillId == pair.skillId) {
+      need.mode = sharing->mode;
+      need.leavesOldFolder = leavesOldFolder(pair, index_.find(pair.skillId, pair.tool));
+    } else {
+      need = examine(pair);
+    }
+    if (need.action != Action::keep) {
+      pair.change =
+          SyncEngine::place(pair.skill->centralPath, pair.target, need.mode, *need.policy, resolver_);
+    }
+    if (need.leavesOldFolder) {
+      const SkillTarget* record = index_.find(pair.skillId, pair.tool);
+      pair.oldPlacement = SyncEngine::takeAwayRecorded(record->targetPath, record->mode);
+    }
+    pair.mode = need.mode;
+    pair.action = need.action;
+    pair.sourceHash = hashOf(pair);
+    pair.done = true;
+  } catch (const SkillsError& error) {
+    pair.change = TargetChange();
+    pair.failure = error;
+  }
+}
+
+SkillTarget DeployBatch::recordOf(const Pair& pair) const {
+  const SkillTarget* record = index_.find(pair.skillId, pair.tool);
+  return {.id = record != nullptr ? record->id : newUuid(),
+          .skillId = pair.skillId,
+          .tool = pair.tool,
+          .targetPath = pair.target.string(),
+          .mode = pair.mode,
+          .status = std::string(kTargetOk),
+          .syncedAt = nowMillis(),
+          .lastError = {},
+          .sourceHash = pair.sourceHash};
+}
+
+bool DeployBatch::isRecorded(const Pair& pair, const SkillTarget& record) const {
+  const SkillTarget* known = index_.find(pair.skillId, pair.tool);
+  if (known == nullptr || pair.action != Action::keep) return false;
+  SkillTarget expected = record;
+  expected.syncedAt = known->syncedAt;
+  // What a link points to is always current; the hash at the time of linking says nothing.
+  if (pair.mode == SyncMode::symlink) expected.sourceHash = known->sourceHash;
+  return *known == expected;
+}
+
+}  // namespace orvanta

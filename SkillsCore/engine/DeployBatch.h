@@ -1,0 +1,95 @@
+#pragma once
+
+// Deploying one list of pairs: what was read for it, what each pair would need, and the doing. The plan of a dry run and
+// the deed come from the same examination of each pair.
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agents/SyncEngine.h"
+#include "agents/ToolAdapters.h"
+#include "engine/DeploymentIndex.h"
+#include "engine/Library.h"
+#include "engine/Reports.h"
+#include "foundations/Operation.h"
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+class DeployBatch {
+ public:
+  // One pair and what became of it.
+  struct Pair {
+    std::string skillId;
+    std::string tool;
+    const SkillRecord* skill = nullptr;
+    const ToolAdapter* adapter = nullptr;
+    std::filesystem::path target;  // empty when `failure` is set
+    std::string place;
+    std::optional<SkillsError> failure;
+    SyncMode mode = SyncMode::symlink;
+    PlannedStep::Action action = PlannedStep::Action::keep;
+    std::optional<std::string> sourceHash;
+    TargetChange change;
+    TargetChange oldPlacement;  // the removal of the skill from a folder that the agent no longer uses
+    bool done = false;
+
+    [[nodiscard]] std::string name() const { return skill != nullptr ? skill->name : skillId; }
+    [[nodiscard]] std::string agentName() const { return adapter != nullptr ? adapter->displayName : tool; }
+  };
+
+  DeployBatch(Library& library, const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
+              bool force);
+
+  // What each pair would need, changing nothing.
+  Plan plan();
+  // Changes the agents' folders; every pair that was reached ends with `done` or a `failure`. The changes are taken back
+  // when the batch goes, unless `keep` was called.
+  void place(const OperationContext& context);
+  void keep();
+
+  [[nodiscard]] const std::vector<Pair>& pairs() const { return pairs_; }
+  // The record that a placed pair should have now.
+  [[nodiscard]] SkillTarget recordOf(const Pair& pair) const;
+  // Whether the records say so already, but for the time.
+  [[nodiscard]] bool isRecorded(const Pair& pair, const SkillTarget& record) const;
+
+ private:
+  struct Need {
+    PlannedStep::Action action = PlannedStep::Action::keep;
+    SyncMode mode = SyncMode::symlink;
+    std::optional<ReplacePolicy> policy;
+    bool leavesOldFolder = false;
+  };
+
+  void readSkills(const std::vector<std::string>& skillIds);
+  void readAgents(const std::vector<std::string>& tools);
+  void hashForCopies();
+  Pair makePair(const std::string& skillId, const std::string& tool) const;
+  std::vector<std::vector<std::size_t>> groupsByPlace() const;
+
+  Need examine(const Pair& pair);
+  std::optional<Need> needBesideOther(const Pair& pair, const SkillTarget& other);
+  [[nodiscard]] bool isInPlace(const Pair& pair, const SkillTarget* record) const;
+  [[nodiscard]] bool leavesOldFolder(const Pair& pair, const SkillTarget* record) const;
+  [[nodiscard]] std::optional<std::string> hashOf(const Pair& pair) const;
+  void placePair(Pair& pair, const Pair* sharing);
+
+  Library& library_;
+  const bool force_;
+  const SyncMode mode_;
+  SyncEngine::FolderResolver resolver_;
+  DeploymentIndex index_;
+  std::map<std::string, SkillRecord> skills_;
+  std::map<std::string, SkillsError> skillFailures_;
+  std::map<std::string, ToolAdapter> adapters_;
+  std::map<std::string, std::filesystem::path> folders_;
+  std::map<std::string, SkillsError> agentFailures_;
+  std::map<std::string, std::optional<std::string>> currentHashes_;  // by skill, for copies
+  std::vector<Pair> pairs_;
+};
+
+}  // namespace orvanta

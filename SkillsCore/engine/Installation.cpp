@@ -1,0 +1,124 @@
+#include "engine/Installation.h"
+
+#include <mutex>
+#include <set>
+
+#include "files/Paths.h"
+#include "foundations/Parallel.h"
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+using Action = PlannedStep::Action;
+
+namespace {
+
+std::string folderName(const InstallRequest& request) { return fs::path(fsPath(request.folder)).filename().string(); }
+
+void requireInstallable(const Paths& paths, const fs::path& folder) {
+  if (!FS::resolvesToDirectory(folder)) throw SkillsError::invalidInput(folder.string() + " is not a directory");
+  if (isInside(folder, paths.base()) || isInside(FS::resolved(folder), FS::resolved(paths.base()))) {
+    throw SkillsError::invalidInput(folder.string() + " is already inside the library");
+  }
+}
+
+}  // namespace
+
+std::vector<InstallRequest> Installation::localRequests(const std::vector<fs::path>& folders,
+                                                        const std::optional<std::string>& name) {
+  std::vector<InstallRequest> requests;
+  for (const auto& folder : folders) {
+    const fs::path location = standardized(folder);
+    requests.push_back({.folder = location,
+                        .name = name,
+                        .source = {.type = SourceType::local,
+                                   .ref = location.string(),
+                                   .resolved = {},
+                                   .branch = {},
+                                   .subpath = {},
+                                   .revision = {}},
+                        .action = "install_local"});
+  }
+  return requests;
+}
+
+PreparedInstall Installation::prepare(const Paths& paths, std::vector<InstallRequest> requests,
+                                      const OperationContext& context) {
+  PreparedInstall prepared;
+  prepared.staging = std::make_unique<StagingFolder>(paths.skills());
+  for (auto& request : requests) prepared.items.push_back({std::move(request), {}, {}});
+  std::mutex progress;
+  std::size_t finished = 0;
+  parallelFor(prepared.items.size(), [&](std::size_t i) {
+    if (context.stop.stop_requested()) return;
+    auto& item = prepared.items[i];
+    try {
+      requireInstallable(paths, item.request.folder);
+      item.skill = Installer::prepare(item.request.folder, item.request.name, paths.skills(), prepared.staging->slot(i));
+    } catch (const SkillsError& error) {
+      item.failure = error;
+    }
+    const std::lock_guard lock(progress);
+    context.report("Installing", ++finished, prepared.items.size());
+  });
+  return prepared;
+}
+
+InstallReport Installation::settle(const PreparedInstall& prepared) {
+  InstallReport report;
+  std::vector<std::pair<InstalledDirectory, const InstallRequest*>> installed;
+  for (const auto& item : prepared.items) {
+    if (item.failure) report.errors.push_back(folderName(item.request) + ": " + item.failure->message());
+    if (!item.failure && !item.skill) report.interrupted = true;
+    if (!item.skill) continue;
+    try {
+      installed.emplace_back(Installer::settle(*item.skill, library_.paths.skills()), &item.request);
+    } catch (const SkillsError& error) {
+      report.errors.push_back(folderName(item.request) + ": " + error.message());
+    }
+  }
+  std::vector<SkillRecord> records;
+  try {
+    library_.transaction([&] {
+      for (const auto& [directory, request] : installed) {
+        records.push_back(skills_.storeInstalled(directory, request->source, request->action));
+        if (directory.reused) report.reusedIds.push_back(records.back().id);
+      }
+    });
+  } catch (...) {
+    for (const auto& [directory, request] : installed) Installer::unsettle(directory);
+    throw;
+  }
+  report.installed = skills_.summaries(records);
+  return report;
+}
+
+Plan Installation::plan(const std::vector<InstallRequest>& requests) {
+  Plan plan;
+  std::set<fs::path> taken;
+  for (const auto& request : requests) {
+    PlannedStep step{.action = Action::refused,
+                     .skillName = folderName(request),
+                     .skillId = {},
+                     .tool = {},
+                     .path = request.folder.string(),
+                     .reason = {}};
+    try {
+      requireInstallable(library_.paths, request.folder);
+      const auto expected = Installer::expect(request.folder, request.name, library_.paths.skills(), taken);
+      taken.insert(expected.destination);
+      step.skillName = expected.name;
+      step.path = expected.destination.string();
+      step.action = expected.reused ? Action::keep : Action::place;
+      if (expected.reused) step.reason = "already in the library";
+    } catch (const SkillsError& error) {
+      step.reason = error.message();
+    }
+    plan.push_back(step);
+  }
+  return plan;
+}
+
+}  // namespace orvanta

@@ -1,0 +1,73 @@
+#include "engine/LibraryRecovery.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "files/FS.h"
+#include "files/LibraryLock.h"
+#include "files/TemporaryFolder.h"
+#include "foundations/Clock.h"
+#include "foundations/SkillsError.h"
+#include "sources/StagingFolder.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::array kPrefixes{kInstallingPrefix, kReplacingPrefix, kRemovingPrefix};
+
+bool isLeftover(const fs::path& path) {
+  const std::string name = path.filename().string();
+  return std::any_of(kPrefixes.begin(), kPrefixes.end(), [&](std::string_view prefix) { return name.starts_with(prefix); });
+}
+
+// "NAME" of "PREFIX NAME-SUFFIX": the suffix has no hyphen.
+std::string setAsideName(const std::string& name, std::string_view prefix) {
+  const std::string rest = name.substr(prefix.size());
+  return rest.substr(0, rest.rfind('-'));
+}
+
+// Set aside while new content took its place: the old content counts only where the new never arrived.
+void healReplaced(const fs::path& leftover) {
+  const fs::path original = leftover.parent_path() / setAsideName(leftover.filename().string(), kReplacingPrefix);
+  if (FS::exists(original)) return FS::removeAny(leftover);
+  FS::renameExclusive(leftover, original);
+}
+
+// Set aside to be removed: final once the record is gone.
+void healRemoved(Library& library, const fs::path& leftover) {
+  const fs::path original = leftover.parent_path() / setAsideName(leftover.filename().string(), kRemovingPrefix);
+  const bool isRecorded = library.store.skillAtPath(comparablePath(original)).has_value();
+  if (!isRecorded || FS::exists(original)) return FS::removeAny(leftover);
+  FS::renameExclusive(leftover, original);
+}
+
+void heal(Library& library, const fs::path& leftover) {
+  const std::string name = leftover.filename().string();
+  if (name.starts_with(kReplacingPrefix)) return healReplaced(leftover);
+  if (name.starts_with(kRemovingPrefix)) return healRemoved(library, leftover);
+  if (!StagingFolder::isInUse(leftover)) FS::removeAny(leftover);
+}
+
+}  // namespace
+
+void healLibrary(Library& library) {
+  std::vector<fs::path> leftovers = FS::children(library.paths.skills());
+  std::erase_if(leftovers, [](const fs::path& path) { return !isLeftover(path); });
+  removeStaleTempDirs(library.user.temp, nowMillis());
+  if (leftovers.empty()) return;
+  const auto lock = LibraryLock::tryAcquire(library.paths.lock());
+  if (!lock) return;
+  for (const auto& leftover : leftovers) {
+    try {
+      heal(library, leftover);
+    } catch (const SkillsError&) {
+      continue;
+    }
+  }
+}
+
+}  // namespace orvanta

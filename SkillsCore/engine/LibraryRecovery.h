@@ -1,0 +1,19 @@
+#pragma once
+
+// Puts right what a killed process left in the library: half-made installations go, folders set aside during a swap or a
+// removal come back where nothing took their place.
+
+#include "engine/Library.h"
+
+namespace orvanta {
+
+// The names under which folders of the library wait during an operation.
+inline constexpr std::string_view kInstallingPrefix = ".installing-";
+inline constexpr std::string_view kReplacingPrefix = ".replacing-";
+inline constexpr std::string_view kRemovingPrefix = ".removing-";
+
+// Does nothing while another process changes the library. Never throws: what cannot be put right now is tried again at
+// the next opening.
+void healLibrary(Library& library);
+
+}  // namespace orvanta

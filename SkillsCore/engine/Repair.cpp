@@ -1,0 +1,184 @@
+#include "engine/Repair.h"
+
+#include <map>
+#include <mutex>
+#include <set>
+#include <unordered_map>
+
+#include "content/ContentHash.h"
+#include "engine/DeploymentIndex.h"
+#include "files/FS.h"
+#include "foundations/Clock.h"
+#include "foundations/Parallel.h"
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+using Action = PlannedStep::Action;
+
+namespace {
+
+// The fingerprints of the skills that some agent holds as a copy, by skill.
+std::map<std::string, std::optional<std::string>> hashesOfCopied(const std::map<std::string, SkillRecord>& skills,
+                                                                 const std::vector<SkillTarget>& targets) {
+  std::set<std::string> copied;
+  for (const auto& target : targets) {
+    if (target.mode == SyncMode::copy && target.status != kTargetDisabled) copied.insert(target.skillId);
+  }
+  std::vector<std::string> ids;
+  std::vector<fs::path> folders;
+  for (const auto& id : copied) {
+    const auto skill = skills.find(id);
+    if (skill == skills.end()) continue;
+    ids.push_back(id);
+    folders.emplace_back(skill->second.centralPath);
+  }
+  auto hashes = ContentHash::hashDirectories(folders);
+  std::map<std::string, std::optional<std::string>> byId;
+  for (std::size_t i = 0; i < ids.size(); ++i) byId.emplace(ids[i], std::move(hashes[i]));
+  return byId;
+}
+
+}  // namespace
+
+ApplyReport Repair::repairDeployments(const OperationContext& context) {
+  auto all = items();
+  std::set<std::string> folders;
+  for (const auto& item : all) folders.insert(fs::path(item.record.targetPath).parent_path().string());
+  for (const auto& folder : folders) sweepStages(folder);
+
+  // Records that share a place are mended one after the other.
+  std::unordered_map<std::string, std::vector<Item*>> groups;
+  for (auto& item : all) groups[item.place].push_back(&item);
+  std::vector<std::vector<Item*>*> work;
+  for (auto& [place, group] : groups) work.push_back(&group);
+  std::mutex progress;
+  std::size_t finished = 0;
+  parallelFor(work.size(), [&](std::size_t i) {
+    if (context.stop.stop_requested()) return;
+    for (Item* item : *work[i]) mend(*item);
+    const std::lock_guard lock(progress);
+    context.report("Repairing", finished += work[i]->size(), all.size());
+  });
+
+  ApplyReport report;
+  library_.transaction([&] {
+    for (auto& item : all) {
+      record(item);
+      if (item.repaired) ++report.deployed;
+      if (item.intact) ++report.skipped;
+      if (item.failure) report.errors.push_back(item.skill->name + " → " + item.record.tool + ": " + *item.failure);
+    }
+  });
+  for (auto& item : all) item.change.keep();
+  return report;
+}
+
+Plan Repair::plan() {
+  Plan plan;
+  for (const auto& item : items()) {
+    PlannedStep step{.action = Action::refused,
+                     .skillName = item.skill->name,
+                     .skillId = item.skill->id,
+                     .tool = item.record.tool,
+                     .path = item.record.targetPath,
+                     .reason = {}};
+    try {
+      step.action = examine(item);
+    } catch (const SkillsError& error) {
+      step.reason = error.message();
+    }
+    plan.push_back(step);
+  }
+  return plan;
+}
+
+void Repair::resyncCopyTargets(const SkillRecord& skill) {
+  const std::string hash = ContentHash::hashDirectory(skill.centralPath);
+  for (auto& target : library_.store.targets(skill.id)) {
+    if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
+    TargetChange change = SyncEngine::place(skill.centralPath, target.targetPath, SyncMode::copy,
+                                            ReplacePolicy::recorded(SyncMode::copy), resolver_);
+    target.syncedAt = nowMillis();
+    target.sourceHash = hash;
+    library_.store.upsertTarget(target);
+    change.keep();
+  }
+}
+
+std::vector<Repair::Item> Repair::items() {
+  skills_.clear();
+  for (auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, std::move(skill));
+  auto targets = library_.store.allTargets();
+  const auto hashes = hashesOfCopied(skills_, targets);
+  const DeploymentIndex places({}, resolver_);
+  std::vector<Item> items;
+  for (auto& target : targets) {
+    const auto skill = skills_.find(target.skillId);
+    // The database drops a skill's deployments with it, so each record has its skill.
+    if (skill == skills_.end() || target.status == kTargetDisabled) continue;
+    Item item;
+    item.skill = &skill->second;
+    item.place = places.place(target.targetPath);
+    const auto hash = hashes.find(target.skillId);
+    if (hash != hashes.end()) item.currentHash = hash->second;
+    item.record = std::move(target);
+    items.push_back(std::move(item));
+  }
+  return items;
+}
+
+// Throws what refuses the repair.
+Action Repair::examine(const Item& item) {
+  const SkillTarget& record = item.record;
+  const fs::path source = item.skill->centralPath;
+  if (!FS::resolvesToDirectory(source)) {
+    throw SkillsError::notFound("Library directory missing for '" + item.skill->name + "'");
+  }
+  const bool isCurrent =
+      SyncEngine::isTargetCurrent(source, record.targetPath, record.mode, record.sourceHash, item.currentHash);
+  if (isCurrent && SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode)) return Action::keep;
+  SyncEngine::preflightReplace(source, record.targetPath, record.mode, ReplacePolicy::recorded(record.mode), resolver_);
+  return FS::exists(record.targetPath) ? Action::replace : Action::place;
+}
+
+void Repair::mend(Item& item) {
+  try {
+    item.intact = examine(item) == Action::keep;
+    if (item.intact) return;
+    item.change = SyncEngine::place(item.skill->centralPath, item.record.targetPath, item.record.mode,
+                                    ReplacePolicy::recorded(item.record.mode), resolver_);
+    item.repaired = true;
+  } catch (const SkillsError& error) {
+    item.failure = error.message();
+  }
+}
+
+void Repair::record(Item& item) {
+  SkillTarget& target = item.record;
+  if (item.failure) {
+    target.status = kTargetError;
+    target.lastError = item.failure;
+  } else if (item.repaired) {
+    target.status = kTargetOk;
+    target.lastError.reset();
+    target.syncedAt = nowMillis();
+    target.sourceHash = target.mode == SyncMode::copy ? item.currentHash : item.skill->contentHash;
+  } else if (item.intact && target.status != kTargetOk) {
+    target.status = kTargetOk;
+    target.lastError.reset();
+  } else {
+    return;
+  }
+  library_.store.upsertTarget(target);
+  library_.store.logAudit({.action = "deploy",
+                           .skillId = target.skillId,
+                           .skillName = item.skill->name,
+                           .tool = target.tool,
+                           .success = !item.failure,
+                           .detail = item.failure ? *item.failure : "repaired"});
+}
+
+}  // namespace orvanta

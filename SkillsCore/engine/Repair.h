@@ -1,0 +1,51 @@
+#pragma once
+
+// Makes the disk agree with the deployment records again: broken links are made anew, stale copies refreshed. What cannot
+// be repaired is recorded with status "error"; the deployments of disabled skills are left alone.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agents/SyncEngine.h"
+#include "engine/Library.h"
+#include "engine/Reports.h"
+#include "foundations/Operation.h"
+
+namespace orvanta {
+
+class Repair {
+ public:
+  explicit Repair(Library& library) : library_(library) {}
+
+  ApplyReport repairDeployments(const OperationContext& context);
+  Plan plan();
+
+  // Copies the skill anew to every agent that holds it as a copy, after its library folder changed. Throws the first
+  // failure; the copies before it are refreshed and recorded.
+  void resyncCopyTargets(const SkillRecord& skill);
+
+ private:
+  // One record and what is to be done about it.
+  struct Item {
+    SkillTarget record;
+    const SkillRecord* skill = nullptr;
+    std::optional<std::string> currentHash;  // known for copies
+    std::string place;
+    bool repaired = false;
+    bool intact = false;
+    std::optional<std::string> failure;
+    TargetChange change;
+  };
+
+  std::vector<Item> items();
+  PlannedStep::Action examine(const Item& item);
+  void mend(Item& item);
+  void record(Item& item);
+
+  Library& library_;
+  SyncEngine::FolderResolver resolver_;
+  std::map<std::string, SkillRecord> skills_;
+};
+
+}  // namespace orvanta

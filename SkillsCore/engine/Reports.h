@@ -1,0 +1,64 @@
+#pragma once
+
+// What bulk operations and plans give back to the faces.
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundations/Models.h"
+
+namespace orvanta {
+
+// One deployment that was made, found in place, or taken out.
+struct Placement {
+  std::string skillId;
+  std::string skillName;
+  std::string tool;
+  std::string targetPath;
+  SyncMode mode = SyncMode::symlink;
+  bool changed = true;              // false: all was in place already (deploy), or the files were left (undeploy)
+  std::optional<std::string> note;  // why files were left: "kept: …", "preserved: …"
+
+  friend bool operator==(const Placement&, const Placement&) = default;
+};
+
+// Outcome of deploying or undeploying many pairs. Failures read "SKILL → AGENT: " and the error's text.
+struct PlacementReport {
+  std::vector<Placement> done;
+  std::vector<std::string> errors;
+  bool interrupted = false;  // stopped on request between two pairs; what is in `done` is done and recorded
+};
+
+struct InstallReport {
+  std::vector<SkillSummary> installed;
+  std::vector<std::string> reusedIds;  // those of `installed` that the library held already with the same content
+  std::vector<std::string> errors;
+  bool interrupted = false;
+};
+
+struct RemovalReport {
+  std::vector<std::string> removed;  // ids
+  std::vector<std::string> errors;
+  bool interrupted = false;
+};
+
+// One thing an operation would do, made by the checks that the operation itself runs first.
+struct PlannedStep {
+  enum class Action { place, replace, keep, remove, refused };
+
+  Action action = Action::place;
+  std::string skillName;
+  std::optional<std::string> skillId;
+  std::optional<std::string> tool;
+  std::string path;                   // what would be placed, replaced, kept or removed
+  std::optional<std::string> reason;  // why it is refused or kept
+
+  friend bool operator==(const PlannedStep&, const PlannedStep&) = default;
+};
+std::string_view rawValue(PlannedStep::Action action);
+
+using Plan = std::vector<PlannedStep>;
+
+}  // namespace orvanta

@@ -1,0 +1,152 @@
+#include "engine/Skills.h"
+
+#include <unordered_map>
+
+#include "content/ContentHash.h"
+#include "content/SkillMetadata.h"
+#include "files/FS.h"
+#include "foundations/Clock.h"
+#include "foundations/SkillsError.h"
+#include "foundations/Text.h"
+#include "foundations/Uuid.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kLargestShownFile = std::size_t{16} << 20;
+
+std::vector<std::string> take(std::map<std::string, std::vector<std::string>>& groups, const std::string& id) {
+  const auto found = groups.find(id);
+  return found == groups.end() ? std::vector<std::string>{} : std::move(found->second);
+}
+
+// The file that a path inside a skill names. Throws when it leaves the folder or passes through a link.
+fs::path fileInside(const fs::path& folder, const std::string& relativePath) {
+  const fs::path relative = fs::path(relativePath).lexically_normal();
+  if (relative.empty() || relative == "." || relative.is_absolute() || *relative.begin() == "..") {
+    throw SkillsError::invalidInput("'" + relativePath + "' is not a path inside the skill; give one relative to " +
+                                    folder.string());
+  }
+  fs::path path = folder;
+  for (const auto& part : relative) {
+    path /= part;
+    if (FS::kind(path) == FS::Kind::symlink) {
+      throw SkillsError::invalidInput("'" + relativePath + "' is or passes through a link, which is not followed");
+    }
+  }
+  if (FS::kind(path) == FS::Kind::absent) {
+    throw SkillsError::notFound("There is no file '" + relativePath + "' in " + folder.string());
+  }
+  return path;
+}
+
+}  // namespace
+
+SkillRecord Skills::require(const std::string& id) {
+  auto record = library_.store.skill(id);
+  if (!record) throw SkillsError::notFound("Skill not found: " + id);
+  return *std::move(record);
+}
+
+SkillSummary Skills::summary(const std::string& id) { return summaries({require(id)}).front(); }
+
+std::vector<SkillSummary> Skills::summaries(const std::vector<SkillRecord>& records) {
+  std::vector<std::string> ids;
+  ids.reserve(records.size());
+  for (const auto& record : records) ids.push_back(record.id);
+  auto tags = library_.store.tagsBySkill(ids);
+  auto presetIds = library_.store.presetIdsBySkill();
+
+  std::vector<SkillSummary> result;
+  result.reserve(records.size());
+  std::unordered_map<std::string, std::size_t> places;
+  for (const auto& record : records) {
+    places.emplace(record.id, result.size());
+    result.push_back({record, take(tags, record.id), {}, take(presetIds, record.id)});
+  }
+  library_.store.forEachTarget(ids, [&](SkillTarget&& target) {
+    result[places.at(target.skillId)].targets.push_back(std::move(target));
+  });
+  return result;
+}
+
+std::vector<SkillFileEntry> Skills::files(const std::string& id) {
+  std::vector<SkillFileEntry> files;
+  for (const auto& entry : ContentHash::listContentFiles(require(id).centralPath)) {
+    files.push_back({entry.relativePath, entry.size, entry.isExecutable()});
+  }
+  return files;
+}
+
+std::optional<std::string> Skills::fileText(const std::string& id, const std::string& relativePath) {
+  auto text = FS::readText(fileInside(require(id).centralPath, relativePath), kLargestShownFile);
+  if (!text || !Text::isValidUTF8(*text)) return std::nullopt;
+  return text;
+}
+
+SkillSummary Skills::updateInfo(const std::string& id, const std::string& name,
+                                const std::optional<std::string>& description) {
+  SkillRecord record = require(id);
+  const std::string trimmed(Text::trim(name));
+  if (trimmed.empty()) throw SkillsError::invalidInput("Name cannot be empty");
+  record.name = trimmed;
+  record.description = description;
+  record.updatedAt = nowMillis();
+  library_.transaction([&] {
+    library_.store.updateSkill(record);
+    library_.store.logAudit({.action = "edit_skill", .skillId = record.id, .skillName = record.name});
+  });
+  return summary(id);
+}
+
+SkillRecord Skills::storeInstalled(const InstalledDirectory& installed, const SkillSource& source,
+                                   const std::string& action, const std::optional<std::string>& tool) {
+  SkillStore& store = library_.store;
+  const std::string centralPath = comparablePath(installed.destination);
+  auto existing = store.skillAtPath(centralPath);
+  // The same content again: what the user wrote into the record, and the source it is updated from, stay.
+  if (!existing) {
+    const SkillMeta meta = SkillMetadata::parseSkillMd(installed.destination);
+    SkillRecord record;
+    record.id = newUuid();
+    record.name = meta.name.value_or(installed.name);
+    record.description = meta.description;
+    record.sourceType = source.type;
+    record.sourceRef = source.ref;
+    record.sourceRefResolved = source.resolved;
+    record.sourceSubpath = source.subpath;
+    record.sourceBranch = source.branch;
+    record.sourceRevision = source.revision;
+    record.centralPath = centralPath;
+    record.contentHash = installed.contentHash;
+    record.createdAt = record.updatedAt = nowMillis();
+    store.insertSkill(record);
+    existing = std::move(record);
+  } else if (existing->contentHash != installed.contentHash) {
+    existing->contentHash = installed.contentHash;
+    existing->updatedAt = nowMillis();
+    store.updateSkill(*existing);
+  }
+  store.logAudit({.action = action,
+                  .skillId = existing->id,
+                  .skillName = existing->name,
+                  .tool = tool,
+                  .detail = installed.reused ? std::optional<std::string>("already in the library") : source.ref});
+  return *std::move(existing);
+}
+
+SkillRecord Skills::refreshRecordFromDisk(const SkillRecord& record) {
+  SkillRecord fresh = record;
+  const SkillMeta meta = SkillMetadata::parseSkillMd(record.centralPath);
+  fresh.name = meta.name.value_or(record.name);
+  fresh.description = meta.description;
+  fresh.contentHash = ContentHash::hashDirectory(record.centralPath);
+  fresh.updatedAt = nowMillis();
+  library_.store.updateSkill(fresh);
+  return fresh;
+}
+
+}  // namespace orvanta

@@ -1,0 +1,54 @@
+#pragma once
+
+// The skills' records: reading them in the shapes that faces need, and the plain changes.
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/Library.h"
+#include "sources/Installer.h"
+
+namespace orvanta {
+
+// Where an installed skill came from, as it is stored.
+struct SkillSource {
+  SourceType type = SourceType::local;
+  std::optional<std::string> ref;
+  std::optional<std::string> resolved;
+  std::optional<std::string> branch;
+  std::optional<std::string> subpath;
+  std::optional<std::string> revision;
+};
+
+class Skills {
+ public:
+  explicit Skills(Library& library) : library_(library) {}
+
+  // Throws `notFound`.
+  SkillRecord require(const std::string& id);
+  SkillSummary summary(const std::string& id);
+  // In the order of the records. A constant number of queries.
+  std::vector<SkillSummary> summaries(const std::vector<SkillRecord>& records);
+
+  std::vector<SkillFileEntry> files(const std::string& id);
+  std::optional<std::string> fileText(const std::string& id, const std::string& relativePath);
+
+  SkillSummary updateInfo(const std::string& id, const std::string& name,
+                          const std::optional<std::string>& description);
+
+  // The common end of every installation: the record for an installed folder, new or the one that the folder has
+  // already, and the audit entry (with the agent, where one is concerned). To be called inside a transaction.
+  SkillRecord storeInstalled(const InstalledDirectory& installed, const SkillSource& source, const std::string& action,
+                             const std::optional<std::string>& tool = std::nullopt);
+
+  // Name, description and fingerprint read anew from the library folder, and stored.
+  SkillRecord refreshRecordFromDisk(const SkillRecord& record);
+
+ private:
+  Library& library_;
+};
+
+}  // namespace orvanta

@@ -1,0 +1,472 @@
+#include "engine/SkillsEngine.h"
+
+#include <chrono>
+
+#include "content/Scanner.h"
+#include "engine/AgentFolders.h"
+#include "engine/AgentSettings.h"
+#include "engine/AuditLog.h"
+#include "engine/Dashboard.h"
+#include "engine/Deployment.h"
+#include "engine/Import.h"
+#include "engine/Installation.h"
+#include "engine/Library.h"
+#include "engine/LibraryRecovery.h"
+#include "engine/Presets.h"
+#include "engine/Repair.h"
+#include "engine/SkillActivation.h"
+#include "engine/Skills.h"
+#include "engine/Tags.h"
+#include "files/LibraryLock.h"
+#include "foundations/SkillsError.h"
+#include "foundations/ThreadSafety.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::chrono::seconds kLockPatience{10};
+
+// The components in the order in which they build on one another.
+struct Components {
+  explicit Components(Library& library)
+      : agents(library),
+        presets(library),
+        skills(library),
+        tags(library),
+        activation(library, skills),
+        installation(library, skills),
+        deployment(library, agents, skills, presets),
+        repair(library),
+        folders(library, agents),
+        import(library, agents, folders, skills, presets),
+        audit(library) {}
+
+  AgentSettings agents;
+  Presets presets;
+  Skills skills;
+  Tags tags;
+  SkillActivation activation;
+  Installation installation;
+  Deployment deployment;
+  Repair repair;
+  AgentFolders folders;
+  Import import;
+  AuditLog audit;
+};
+
+const Paths& withDirectories(const Paths& paths) {
+  paths.ensureDirectories();
+  return paths;
+}
+
+}  // namespace
+
+struct SkillsEngine::State {
+  State(const Paths& libraryPaths, const UserFolders& userFolders)
+      : paths(libraryPaths),
+        user(userFolders),
+        library{withDirectories(libraryPaths), userFolders, SkillStore(libraryPaths.database())},
+        components(library) {}
+
+  const Paths paths;
+  const UserFolders user;
+  Mutex mutex;
+  Library library ORVANTA_GUARDED_BY(mutex);
+  Components components ORVANTA_GUARDED_BY(mutex);
+};
+
+namespace {
+
+// One operation's turn, while which no other runs in this process.
+class ORVANTA_SCOPED_CAPABILITY Turn {
+ public:
+  explicit Turn(Mutex& mutex) ORVANTA_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+  ~Turn() ORVANTA_RELEASE() { mutex_.unlock(); }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  Mutex& mutex_;
+};
+
+// A turn that changes the library: no other process changes it meanwhile.
+class ORVANTA_SCOPED_CAPABILITY ChangeTurn {
+ public:
+  ChangeTurn(Mutex& mutex, const Paths& paths) ORVANTA_ACQUIRE(mutex) ORVANTA_UNCHECKED
+      : turn_(mutex), lock_(LibraryLock::acquire(paths.lock(), kLockPatience)) {}
+  ~ChangeTurn() ORVANTA_RELEASE() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
+  ChangeTurn(const ChangeTurn&) = delete;
+  ChangeTurn& operator=(const ChangeTurn&) = delete;
+
+ private:
+  // In this order: the threads of this process queue at the mutex, and only one of them for the file.
+  const Turn turn_;
+  const LibraryLock lock_;
+};
+
+// The only skill of a report over one: its summary, or its failure without the folder's name in front.
+SkillSummary onlyOne(InstallReport report, const PreparedInstall& prepared) {
+  if (!report.installed.empty()) return std::move(report.installed.front());
+  if (report.interrupted) throw SkillsError::io("Stopped before anything was installed");
+  const auto& failure = prepared.items.front().failure;
+  throw failure ? *failure : SkillsError::io(report.errors.front());
+}
+
+}  // namespace
+
+SkillsEngine::SkillsEngine(const Paths& paths, const UserFolders& user) : state_(std::make_unique<State>(paths, user)) {
+  const Turn turn(state_->mutex);
+  state_->library.store.toolOverrides();  // settings that cannot be read are found at the start, not half-way
+  healLibrary(state_->library);
+}
+
+SkillsEngine::~SkillsEngine() = default;
+
+// ── Library and settings ──
+
+const Paths& SkillsEngine::paths() const { return state_->paths; }
+
+const UserFolders& SkillsEngine::userFolders() const { return state_->user; }
+
+bool SkillsEngine::isRelocated() const { return state_->paths.isRelocated(state_->user); }
+
+DashboardStats SkillsEngine::dashboardStats() {
+  const Turn turn(state_->mutex);
+  return orvanta::dashboardStats(state_->library, state_->components.agents);
+}
+
+std::optional<std::string> SkillsEngine::setting(const std::string& key) {
+  const Turn turn(state_->mutex);
+  return state_->library.store.setting(key);
+}
+
+void SkillsEngine::setSetting(const std::string& key, const std::optional<std::string>& value) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->library.store.setSetting(key, value);
+  // Values can hold credentials, so the log names the key alone.
+  state_->library.store.logAudit({.action = "set_setting", .detail = key});
+}
+
+std::map<std::string, std::string> SkillsEngine::settings() {
+  const Turn turn(state_->mutex);
+  return state_->library.store.settings();
+}
+
+SyncMode SkillsEngine::syncMode() {
+  const Turn turn(state_->mutex);
+  return state_->library.store.syncMode();
+}
+
+void SkillsEngine::setSyncMode(SyncMode mode) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->library.store.setSetting("sync_mode", std::string(rawValue(mode)));
+  state_->library.store.logAudit({.action = "set_sync_mode", .detail = std::string(rawValue(mode))});
+}
+
+// ── Agents ──
+
+std::vector<ToolAdapter> SkillsEngine::adapters() {
+  const Turn turn(state_->mutex);
+  return state_->components.agents.adapters();
+}
+
+ToolAdapter SkillsEngine::adapter(const std::string& key) {
+  const Turn turn(state_->mutex);
+  return state_->components.agents.adapter(key);
+}
+
+std::vector<ToolInfo> SkillsEngine::tools() {
+  const Turn turn(state_->mutex);
+  return state_->components.agents.tools();
+}
+
+void SkillsEngine::setToolEnabled(const std::string& key, bool enabled) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.agents.setToolEnabled(key, enabled);
+}
+
+void SkillsEngine::setToolPath(const std::string& key, const std::optional<std::string>& path) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.agents.setToolPath(key, path);
+}
+
+void SkillsEngine::setToolProjectPath(const std::string& key, const std::optional<std::string>& path) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.agents.setToolProjectPath(key, path);
+}
+
+void SkillsEngine::setToolOrder(const std::vector<std::string>& keys) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.agents.setToolOrder(keys);
+}
+
+void SkillsEngine::saveCustomTool(const CustomToolDefinition& definition) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.agents.saveCustomTool(definition);
+}
+
+std::size_t SkillsEngine::removeCustomTool(const std::string& key) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.agents.removeCustomTool(key);
+}
+
+// ── Skills ──
+
+std::vector<SkillRecord> SkillsEngine::skills() {
+  const Turn turn(state_->mutex);
+  return state_->library.store.allSkills();
+}
+
+std::vector<SkillSummary> SkillsEngine::summaries(const std::vector<SkillRecord>& records) {
+  const Turn turn(state_->mutex);
+  return state_->components.skills.summaries(records);
+}
+
+SkillSummary SkillsEngine::summary(const std::string& id) {
+  const Turn turn(state_->mutex);
+  return state_->components.skills.summary(id);
+}
+
+std::map<std::string, std::vector<std::string>> SkillsEngine::deployedToolsBySkill() {
+  const Turn turn(state_->mutex);
+  return state_->library.store.deployedToolsBySkill();
+}
+
+std::map<std::string, std::vector<std::string>> SkillsEngine::tagsBySkill() {
+  const Turn turn(state_->mutex);
+  return state_->library.store.tagsBySkill();
+}
+
+std::vector<SkillFileEntry> SkillsEngine::skillFiles(const std::string& id) {
+  const Turn turn(state_->mutex);
+  return state_->components.skills.files(id);
+}
+
+std::optional<std::string> SkillsEngine::skillFileText(const std::string& id, const std::string& relativePath) {
+  const Turn turn(state_->mutex);
+  return state_->components.skills.fileText(id, relativePath);
+}
+
+SkillSummary SkillsEngine::updateSkillInfo(const std::string& id, const std::string& name,
+                                           const std::optional<std::string>& description) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.skills.updateInfo(id, name, description);
+}
+
+SkillSummary SkillsEngine::setSkillEnabled(const std::string& id, bool enabled) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.activation.setEnabled(id, enabled);
+  return state_->components.skills.summary(id);
+}
+
+Plan SkillsEngine::planSetSkillEnabled(const std::string& id, bool enabled) {
+  const Turn turn(state_->mutex);
+  return state_->components.activation.planSetEnabled(id, enabled);
+}
+
+void SkillsEngine::removeSkill(const std::string& id, bool deleteFiles) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.activation.remove(id, deleteFiles);
+}
+
+RemovalReport SkillsEngine::removeSkills(const std::vector<std::string>& ids, bool deleteFiles,
+                                         const OperationContext& context) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.activation.remove(ids, deleteFiles, context);
+}
+
+Plan SkillsEngine::planRemoveSkills(const std::vector<std::string>& ids, bool deleteFiles) {
+  const Turn turn(state_->mutex);
+  return state_->components.activation.planRemove(ids, deleteFiles);
+}
+
+std::vector<TagCount> SkillsEngine::allTags() {
+  const Turn turn(state_->mutex);
+  return state_->library.store.allTags();
+}
+
+SkillSummary SkillsEngine::setTags(const std::string& skillId, const std::vector<std::string>& tags) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.tags.set(state_->components.skills.require(skillId), tags);
+  return state_->components.skills.summary(skillId);
+}
+
+SkillSummary SkillsEngine::addTags(const std::string& skillId, const std::vector<std::string>& tags) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.tags.add(state_->components.skills.require(skillId), tags);
+  return state_->components.skills.summary(skillId);
+}
+
+SkillSummary SkillsEngine::removeTags(const std::string& skillId, const std::vector<std::string>& tags) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.tags.remove(state_->components.skills.require(skillId), tags);
+  return state_->components.skills.summary(skillId);
+}
+
+void SkillsEngine::renameTag(const std::string& from, const std::string& to) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.tags.rename(from, to);
+}
+
+void SkillsEngine::deleteTag(const std::string& tag) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.tags.erase(tag);
+}
+
+// ── Installation ──
+// Copies are made ready before the turn: they touch only a staging folder, which no other operation looks into. What the
+// library holds is looked at again when they are given their places.
+
+SkillSummary SkillsEngine::installLocal(const fs::path& folder, const std::optional<std::string>& name) {
+  const auto prepared = Installation::prepare(state_->paths, Installation::localRequests({folder}, name), {});
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return onlyOne(state_->components.installation.settle(prepared), prepared);
+}
+
+InstallReport SkillsEngine::installFolder(const fs::path& folder, int maxDepth, const OperationContext& context) {
+  const auto found = findSkills(folder, maxDepth);
+  if (!found.empty()) return installFolders(found, context);
+  InstallReport report;
+  report.errors.push_back("No SKILL.md found under " + folder.string());
+  return report;
+}
+
+InstallReport SkillsEngine::installFolders(const std::vector<fs::path>& folders, const OperationContext& context) {
+  const auto prepared = Installation::prepare(state_->paths, Installation::localRequests(folders), context);
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.installation.settle(prepared);
+}
+
+SkillSummary SkillsEngine::installArchive(const fs::path& archive, const std::optional<std::string>& name,
+                                          const OperationContext& context) {
+  const UnpackedArchive unpacked(archive, state_->user, context.stop);
+  const auto prepared = Installation::prepare(state_->paths, {unpacked.request(name)}, context);
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return onlyOne(state_->components.installation.settle(prepared), prepared);
+}
+
+std::vector<fs::path> SkillsEngine::findSkills(const fs::path& folder, int maxDepth) {
+  return FS::findSkillDirs(folder, maxDepth, {".git"});
+}
+
+Plan SkillsEngine::planInstall(const std::vector<fs::path>& folders, const std::optional<std::string>& name) {
+  const Turn turn(state_->mutex);
+  return state_->components.installation.plan(Installation::localRequests(folders, name));
+}
+
+Plan SkillsEngine::planInstallArchive(const fs::path& archive, const std::optional<std::string>& name,
+                                      const OperationContext& context) {
+  const UnpackedArchive unpacked(archive, state_->user, context.stop);
+  const Turn turn(state_->mutex);
+  return state_->components.installation.plan({unpacked.request(name)});
+}
+
+// ── Deployment ──
+
+Placement SkillsEngine::deploy(const std::string& skillId, const std::string& tool, bool force) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.deployment.deploy(skillId, tool, force);
+}
+
+Placement SkillsEngine::undeploy(const std::string& skillId, const std::string& tool) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.deployment.undeploy(skillId, tool);
+}
+
+PlacementReport SkillsEngine::deploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
+                                     bool force, const OperationContext& context) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.deployment.deploy(skillIds, tools, force, context);
+}
+
+PlacementReport SkillsEngine::undeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
+                                       const OperationContext& context) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.deployment.undeploy(skillIds, tools, context);
+}
+
+void SkillsEngine::setDeployedTools(const std::string& skillId, const std::set<std::string>& tools) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.deployment.setDeployedTools(skillId, tools);
+}
+
+Plan SkillsEngine::planDeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
+                              bool force) {
+  const Turn turn(state_->mutex);
+  return state_->components.deployment.planDeploy(skillIds, tools, force);
+}
+
+Plan SkillsEngine::planUndeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools) {
+  const Turn turn(state_->mutex);
+  return state_->components.deployment.planUndeploy(skillIds, tools);
+}
+
+ApplyReport SkillsEngine::repairDeployments(const OperationContext& context) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.repair.repairDeployments(context);
+}
+
+Plan SkillsEngine::planRepair() {
+  const Turn turn(state_->mutex);
+  return state_->components.repair.plan();
+}
+
+// ── Agents' folders ──
+
+std::vector<AgentSkillEntry> SkillsEngine::agentEntries(const std::string& tool) {
+  const Turn turn(state_->mutex);
+  return state_->components.folders.entries(tool);
+}
+
+SkillSummary SkillsEngine::importUnmanaged(const fs::path& path, const std::string& tool, bool adopt) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.import.importUnmanaged(path, tool, adopt);
+}
+
+Plan SkillsEngine::planImport(const fs::path& path, const std::string& tool, bool adopt) {
+  const Turn turn(state_->mutex);
+  return state_->components.import.planImport(path, tool, adopt);
+}
+
+void SkillsEngine::deleteUnmanaged(const fs::path& path, const std::string& tool) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.folders.deleteUnmanaged(path, tool);
+}
+
+Plan SkillsEngine::planDeleteUnmanaged(const fs::path& path, const std::string& tool) {
+  const Turn turn(state_->mutex);
+  return state_->components.folders.planDelete(path, tool);
+}
+
+std::vector<DiscoveredGroup> SkillsEngine::discover(const OperationContext& context) {
+  const Turn turn(state_->mutex);
+  return state_->components.folders.discover(context);
+}
+
+InstallReport SkillsEngine::importDiscovered(const std::vector<DiscoveredGroup>& groups, bool adopt,
+                                             const OperationContext& context) {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  return state_->components.import.importDiscovered(groups, adopt, context);
+}
+
+// ── Audit ──
+
+std::vector<AuditEntry> SkillsEngine::auditEntries(std::int64_t limit, std::int64_t offset) {
+  const Turn turn(state_->mutex);
+  return state_->library.store.auditEntries(limit, offset);
+}
+
+fs::path SkillsEngine::exportAudit() {
+  const Turn turn(state_->mutex);
+  return state_->components.audit.exportEntries();
+}
+
+void SkillsEngine::clearAudit() {
+  const ChangeTurn turn(state_->mutex, state_->paths);
+  state_->components.audit.clear();
+}
+
+}  // namespace orvanta

@@ -1,0 +1,96 @@
+#include "engine/UndeployBatch.h"
+
+#include <map>
+
+#include "files/FS.h"
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+namespace {
+
+constexpr const char* kKept = "kept: still used by another agent";
+constexpr const char* kPreserved = "preserved: no longer matches the recorded deployment";
+
+std::map<std::string, std::string> namesOf(Library& library) {
+  std::map<std::string, std::string> names;
+  library.store.connection().forEach("SELECT id, name FROM skills", {}, [&](const SQLRow& row) {
+    names.emplace(row.text(0), row.text(1));
+  });
+  return names;
+}
+
+}  // namespace
+
+UndeployBatch::UndeployBatch(Library& library, std::vector<SkillTarget> records)
+    : index_(library.store.allTargets(), resolver_) {
+  const auto names = namesOf(library);
+  pairs_.reserve(records.size());
+  for (auto& record : records) {
+    Pair pair;
+    const auto name = names.find(record.skillId);
+    pair.skillName = name == names.end() ? record.skillId : name->second;
+    pair.record = std::move(record);
+    pairs_.push_back(std::move(pair));
+  }
+}
+
+Plan UndeployBatch::plan() {
+  Plan plan;
+  for (const auto& pair : pairs_) {
+    const Fate fate = fateOf(pair);
+    PlannedStep step{.action = fate == Fate::clear ? PlannedStep::Action::remove : PlannedStep::Action::keep,
+                     .skillName = pair.skillName,
+                     .skillId = pair.record.skillId,
+                     .tool = pair.record.tool,
+                     .path = pair.record.targetPath,
+                     .reason = {}};
+    if (fate == Fate::kept) step.reason = kKept;
+    if (fate == Fate::preserved) step.reason = kPreserved;
+    if (fate == Fate::absent) step.reason = "nothing of ours stands there";
+    plan.push_back(step);
+    if (const SkillTarget* known = index_.find(pair.record.skillId, pair.record.tool)) index_.remove(*known);
+  }
+  return plan;
+}
+
+void UndeployBatch::takeOut(const OperationContext& context) {
+  std::size_t finished = 0;
+  for (auto& pair : pairs_) {
+    if (context.stop.stop_requested()) return;
+    takeOutPair(pair);
+    context.report("Removing", ++finished, pairs_.size());
+  }
+}
+
+void UndeployBatch::keep() {
+  for (auto& pair : pairs_) pair.change.keep();
+}
+
+UndeployBatch::Fate UndeployBatch::fateOf(const Pair& pair) {
+  const SkillTarget& record = pair.record;
+  // A disabled skill's files were taken out when it was disabled.
+  if (record.status == kTargetDisabled || !FS::exists(record.targetPath)) return Fate::absent;
+  if (index_.otherAt(index_.place(record.targetPath), record.skillId, record.tool) != nullptr) return Fate::kept;
+  return SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode) ? Fate::clear : Fate::preserved;
+}
+
+// A place shared by several records of the list goes with the last of them.
+void UndeployBatch::takeOutPair(Pair& pair) {
+  const Fate fate = fateOf(pair);
+  pair.cleared = fate == Fate::clear || fate == Fate::absent;
+  if (fate == Fate::kept) pair.note = kKept;
+  if (fate == Fate::preserved) pair.note = kPreserved;
+  if (fate == Fate::clear) {
+    try {
+      pair.change = SyncEngine::takeAwayRecorded(pair.record.targetPath, pair.record.mode);
+    } catch (const SkillsError& error) {
+      pair.cleared = false;
+      pair.note = "remove failed: " + error.message();
+    }
+  }
+  if (const SkillTarget* known = index_.find(pair.record.skillId, pair.record.tool)) index_.remove(*known);
+  pair.done = true;
+}
+
+}  // namespace orvanta

@@ -1,0 +1,196 @@
+#include "files/FS.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <memory>
+#include <system_error>
+
+#include "files/Paths.h"
+#include "platform/UniqueFd.h"
+#include "foundations/SkillsError.h"
+#include "foundations/Uuid.h"
+#include "platform/AtomicRename.h"
+
+namespace orvanta::FS {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+Kind kindOf(mode_t mode) {
+  if (S_ISLNK(mode)) return Kind::symlink;
+  return S_ISDIR(mode) ? Kind::directory : Kind::file;
+}
+
+void writeAll(int fd, std::string_view content, const fs::path& file) {
+  while (!content.empty()) {
+    const ssize_t written = ::write(fd, content.data(), content.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) throw SkillsError::system("Cannot write " + file.string(), errno);
+    content.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+struct CloseDir {
+  void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+// The names in a folder, which must be readable: a folder whose permissions forbid its owner is opened up first.
+std::vector<std::string> namesToRemove(int parent, const char* name, const fs::path& shown, UniqueFd& folder) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  folder.reset(::openat(parent, name, kFlags));
+  if (!folder && errno == EACCES && ::fchmodat(parent, name, S_IRWXU, 0) == 0) {
+    folder.reset(::openat(parent, name, kFlags));
+  }
+  if (!folder) throw SkillsError::system("Cannot open " + shown.string(), errno);
+  const std::unique_ptr<DIR, CloseDir> dir(::fdopendir(::dup(folder.get())));
+  if (!dir) throw SkillsError::system("Cannot list " + shown.string(), errno);
+  std::vector<std::string> names;
+  while (const dirent* entry = ::readdir(dir.get())) {
+    const std::string_view child(entry->d_name);
+    if (child != "." && child != "..") names.emplace_back(child);
+  }
+  return names;
+}
+
+// Removes by descriptors, so that a folder swapped for a link meanwhile is never followed.
+void removeAt(int parent, const char* name, const fs::path& shown) {
+  if (::unlinkat(parent, name, 0) == 0 || errno == ENOENT) return;
+  if (errno != EISDIR && errno != EPERM) throw SkillsError::system("Cannot remove " + shown.string(), errno);
+  struct stat status {};
+  if (::fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode)) {
+    throw SkillsError::system("Cannot remove " + shown.string(), EPERM);
+  }
+  UniqueFd folder;
+  const auto names = namesToRemove(parent, name, shown, folder);
+  if (!names.empty() && (status.st_mode & S_IRWXU) != S_IRWXU) ::fchmod(folder.get(), S_IRWXU);
+  for (const auto& child : names) removeAt(folder.get(), child.c_str(), shown / child);
+  if (::unlinkat(parent, name, AT_REMOVEDIR) != 0 && errno != ENOENT) {
+    throw SkillsError::system("Cannot remove " + shown.string(), errno);
+  }
+}
+
+}  // namespace
+
+Kind kind(const fs::path& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 ? kindOf(status.st_mode) : Kind::absent;
+}
+
+bool exists(const fs::path& path) { return kind(path) != Kind::absent; }
+
+bool isDirectory(const fs::path& path) { return kind(path) == Kind::directory; }
+
+bool resolvesToDirectory(const fs::path& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool resolvesToFile(const fs::path& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::optional<fs::path> linkDestination(const fs::path& path) {
+  std::array<char, PATH_MAX> buffer{};
+  const ssize_t length = ::readlink(path.c_str(), buffer.data(), buffer.size());
+  if (length < 0) return std::nullopt;
+  const fs::path destination(std::string(buffer.data(), static_cast<std::size_t>(length)));
+  return standardized(destination.is_absolute() ? destination : path.parent_path() / destination);
+}
+
+fs::path resolved(const fs::path& path) {
+  std::error_code error;
+  const fs::path result = fs::weakly_canonical(standardized(path), error);
+  return error ? standardized(path) : standardized(result);
+}
+
+std::vector<fs::path> children(const fs::path& folder) {
+  std::vector<fs::path> result;
+  const std::unique_ptr<DIR, CloseDir> dir(::opendir(folder.c_str()));
+  if (!dir) return result;
+  while (const dirent* entry = ::readdir(dir.get())) {
+    const std::string_view name(entry->d_name);
+    if (name != "." && name != "..") result.push_back(folder / name);
+  }
+  return result;
+}
+
+std::optional<std::string> readText(const fs::path& file, std::size_t largest) {
+  const UniqueFd fd(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!fd || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if (status.st_size < 0 || static_cast<std::size_t>(status.st_size) > largest) return std::nullopt;
+  std::string text;
+  std::array<char, 65536> buffer{};
+  for (;;) {
+    const ssize_t got = ::read(fd.get(), buffer.data(), buffer.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return std::nullopt;
+    if (got == 0) return text;
+    text.append(buffer.data(), static_cast<std::size_t>(got));
+    if (text.size() > largest) return std::nullopt;
+  }
+}
+
+void createDirectories(const fs::path& folder) {
+  if (resolvesToDirectory(folder)) return;
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (error) throw SkillsError::system("Cannot create the folder " + folder.string(), error.value());
+  if (!resolvesToDirectory(folder)) {
+    throw SkillsError::system("Cannot create the folder " + folder.string(), ENOTDIR);
+  }
+}
+
+void writeAtomically(const fs::path& file, std::string_view content) {
+  const fs::path temporary = file.parent_path() / ("." + file.filename().string() + "-" + newUuid().substr(0, 8));
+  try {
+    const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!fd) throw SkillsError::system("Cannot write " + file.string(), errno);
+    writeAll(fd.get(), content, file);
+    if (::fsync(fd.get()) != 0) throw SkillsError::system("Cannot write " + file.string(), errno);
+    if (::rename(temporary.c_str(), file.c_str()) != 0) {
+      throw SkillsError::system("Cannot write " + file.string(), errno);
+    }
+  } catch (...) {
+    ::unlink(temporary.c_str());
+    throw;
+  }
+}
+
+void removeAny(const fs::path& path) { removeAt(AT_FDCWD, path.c_str(), path); }
+
+void removeSymlink(const fs::path& path) {
+  if (kind(path) != Kind::symlink) {
+    throw SkillsError::refused("Refusing to remove " + path.string() + ": not a symbolic link");
+  }
+  if (::unlink(path.c_str()) != 0) throw SkillsError::system("Failed to remove link " + path.string(), errno);
+}
+
+void createSymlink(const fs::path& destination, const fs::path& link) {
+  if (::symlink(standardized(destination).c_str(), link.c_str()) != 0) {
+    throw SkillsError::system("Cannot create the link " + link.string(), errno);
+  }
+}
+
+void renameExclusive(const fs::path& from, const fs::path& to) {
+  const int error = renameNoReplace(from.c_str(), to.c_str());
+  if (error == EEXIST || error == ENOTEMPTY) {
+    throw SkillsError::conflict("Something already stands at " + to.string() + "; nothing was replaced");
+  }
+  if (error != 0) throw SkillsError::system("Cannot move " + from.string() + " to " + to.string(), error);
+}
+
+void exchange(const fs::path& a, const fs::path& b) {
+  const int error = exchangePaths(a.c_str(), b.c_str());
+  if (error != 0) throw SkillsError::system("Cannot exchange " + a.string() + " and " + b.string(), error);
+}
+
+}  // namespace orvanta::FS

@@ -1,0 +1,62 @@
+#pragma once
+
+// Questions about and simple changes to files and folders, none of which follows a symbolic link unless it says so.
+// Throwing operations throw `SkillsError` of kind `io` with the system's text, and name the path.
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvanta::FS {
+
+enum class Kind { absent, symlink, directory, file };
+
+// What stands at the path itself. Unreadable counts as absent; anything that is neither link nor folder is a `file`.
+Kind kind(const std::filesystem::path& path);
+
+bool exists(const std::filesystem::path& path);
+bool isDirectory(const std::filesystem::path& path);
+
+// The same three questions with links followed to their end.
+bool resolvesToDirectory(const std::filesystem::path& path);
+bool resolvesToFile(const std::filesystem::path& path);
+
+// Where a link points, made absolute against the folder that holds it and standardised; nothing when it is no link.
+std::optional<std::filesystem::path> linkDestination(const std::filesystem::path& path);
+
+// The path with every link in it resolved, as far as it exists. Never throws.
+std::filesystem::path resolved(const std::filesystem::path& path);
+
+// The entries of a folder in the system's order; an unreadable folder has none.
+std::vector<std::filesystem::path> children(const std::filesystem::path& folder);
+
+// A regular file's text when it is at most `largest` bytes; nothing when it is absent, larger, no regular file or
+// unreadable. Links are followed. Never waits on a fifo.
+std::optional<std::string> readText(const std::filesystem::path& file, std::size_t largest);
+
+// The path and its missing parents as folders.
+void createDirectories(const std::filesystem::path& folder);
+
+// Writes a temporary file beside `file` and renames it into place: readers see the old content or the new.
+void writeAtomically(const std::filesystem::path& file, std::string_view content);
+
+// Removes whatever stands at the path: a file, a link (never its destination), or a folder with all it holds, also
+// where its own permissions forbid it. Nothing there is no error.
+void removeAny(const std::filesystem::path& path);
+
+// Removes a link and nothing else. Throws `refused` for anything that is not a link.
+void removeSymlink(const std::filesystem::path& path);
+
+// A link at `link` whose destination is `destination`'s absolute text. Throws `io`, also when something stands there.
+void createSymlink(const std::filesystem::path& destination, const std::filesystem::path& link);
+
+// Gives `from` the name `to` on the same file system. Throws `conflict` when something stands at `to`.
+void renameExclusive(const std::filesystem::path& from, const std::filesystem::path& to);
+
+// Exchanges what stands at the two paths; in one step where the system can, else by three renames.
+void exchange(const std::filesystem::path& a, const std::filesystem::path& b);
+
+}  // namespace orvanta::FS

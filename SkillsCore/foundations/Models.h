@@ -1,0 +1,283 @@
+#pragma once
+
+// The records that the store, the engine and the faces pass to one another: plain values, copied freely, compared field
+// by field. The raw values of the enumerations are persistent (database, settings, JSON) and spelled exactly as here.
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvanta {
+
+// Where a skill in the library came from.
+enum class SourceType { local, imported, git, plazza, wellKnown };
+inline constexpr std::array kAllSourceTypes{SourceType::local, SourceType::imported, SourceType::git,
+                                            SourceType::plazza, SourceType::wellKnown};
+std::string_view rawValue(SourceType type);
+std::string_view label(SourceType type);
+std::optional<SourceType> parseSourceType(std::string_view raw);
+
+// True for sources that are asked for newer revisions over the network. Well-known sites are fetched once and so are
+// not among them.
+bool isRemote(SourceType type);
+
+// The update state of one skill.
+enum class UpdateStatus { unknown, checking, updating, upToDate, available, error, localOnly, sourceMissing };
+std::string_view rawValue(UpdateStatus status);
+std::optional<UpdateStatus> parseUpdateStatus(std::string_view raw);
+
+// How a skill is placed into an agent's folder.
+enum class SyncMode { symlink, copy };
+inline constexpr std::array kAllSyncModes{SyncMode::symlink, SyncMode::copy};
+std::string_view rawValue(SyncMode mode);
+std::optional<SyncMode> parseSyncMode(std::string_view raw);
+
+enum class ToolCategory { coding, lobster };
+inline constexpr std::array kAllToolCategories{ToolCategory::coding, ToolCategory::lobster};
+std::string_view rawValue(ToolCategory category);
+std::optional<ToolCategory> parseToolCategory(std::string_view raw);
+
+enum class WorkspaceType { project, linked };
+std::string_view rawValue(WorkspaceType type);
+std::optional<WorkspaceType> parseWorkspaceType(std::string_view raw);
+
+// One skill in the library.
+struct SkillRecord {
+  std::string id;
+  std::string name;
+  std::optional<std::string> description;
+  SourceType sourceType = SourceType::local;
+  std::optional<std::string> sourceRef;          // a local path, repository address, directory id or site, by source type
+  std::optional<std::string> sourceRefResolved;  // for example the clone address actually used
+  std::optional<std::string> sourceSubpath;
+  std::optional<std::string> sourceBranch;
+  std::optional<std::string> sourceRevision;
+  std::optional<std::string> remoteRevision;
+  std::string centralPath;  // absolute folder in the library, unique among skills
+  std::optional<std::string> contentHash;
+  bool enabled = true;
+  std::int64_t createdAt = 0;
+  std::int64_t updatedAt = 0;
+  std::string status = "ok";
+  UpdateStatus updateStatus = UpdateStatus::unknown;
+  std::optional<std::int64_t> lastCheckedAt;
+  std::optional<std::string> lastCheckError;
+
+  friend bool operator==(const SkillRecord&, const SkillRecord&) = default;
+};
+
+// Statuses of a deployment that the system writes.
+inline constexpr std::string_view kTargetOk = "ok";
+inline constexpr std::string_view kTargetDisabled = "disabled";
+inline constexpr std::string_view kTargetError = "error";
+
+// One deployment of a skill to one agent.
+struct SkillTarget {
+  std::string id;
+  std::string skillId;
+  std::string tool;        // the agent's key
+  std::string targetPath;  // absolute path of the placed folder or link
+  SyncMode mode = SyncMode::symlink;
+  std::string status{kTargetOk};
+  std::optional<std::int64_t> syncedAt;
+  std::optional<std::string> lastError;
+  std::optional<std::string> sourceHash;  // content hash of the library folder when the copy was made
+
+  friend bool operator==(const SkillTarget&, const SkillTarget&) = default;
+};
+
+// What a list shows for one skill.
+struct SkillSummary {
+  SkillRecord record;
+  std::vector<std::string> tags;
+  std::vector<SkillTarget> targets;
+  std::vector<std::string> presetIds;
+
+  // The agents of all targets whose status is "ok", in the order of `targets`.
+  [[nodiscard]] std::vector<std::string> deployedTools() const;
+
+  friend bool operator==(const SkillSummary&, const SkillSummary&) = default;
+};
+
+struct TagCount {
+  std::string tag;
+  std::int64_t count = 0;
+
+  friend bool operator==(const TagCount&, const TagCount&) = default;
+};
+
+// An agent that the user defined.
+struct CustomToolDefinition {
+  std::string key;
+  std::string displayName;
+  std::string skillsDir;
+  std::optional<std::string> projectRelativeSkillsDir;
+  ToolCategory category = ToolCategory::coding;
+
+  friend bool operator==(const CustomToolDefinition&, const CustomToolDefinition&) = default;
+};
+
+// The user's changes to the table of agents.
+struct ToolOverrides {
+  std::map<std::string, std::string> pathOverrides;         // agent key → global skills folder
+  std::map<std::string, std::string> projectPathOverrides;  // agent key → skills folder relative to a project
+  std::vector<CustomToolDefinition> customTools;
+  std::set<std::string> disabled;
+  std::vector<std::string> order;
+
+  friend bool operator==(const ToolOverrides&, const ToolOverrides&) = default;
+};
+
+// One agent as a list shows it.
+struct ToolInfo {
+  std::string key;
+  std::string displayName;
+  std::string skillsDir;
+  std::string projectRelativeSkillsDir;
+  bool installed = false;
+  bool enabled = true;
+  bool isCustom = false;
+  bool hasPathOverride = false;
+  bool recursiveScan = false;
+  ToolCategory category = ToolCategory::coding;
+  std::int64_t deployedCount = 0;
+
+  [[nodiscard]] bool isActive() const { return installed && enabled; }
+
+  friend bool operator==(const ToolInfo&, const ToolInfo&) = default;
+};
+
+// One skill folder found in an agent's folder.
+struct AgentSkillEntry {
+  enum class Kind {
+    managed,             // placed by this system
+    unmanagedInLibrary,  // not placed by this system, but the library holds the same skill
+    unmanaged,
+    missing,  // a recorded placement whose folder is gone
+  };
+
+  std::string id;
+  std::string name;
+  std::optional<std::string> description;
+  std::string path;
+  std::string relativePath;  // below the agent's skills folder
+  Kind kind = Kind::unmanaged;
+  bool isSymlink = false;
+  std::optional<std::string> skillId;
+  std::optional<SyncMode> mode;
+  std::optional<std::string> contentHash;
+
+  friend bool operator==(const AgentSkillEntry&, const AgentSkillEntry&) = default;
+};
+std::string_view rawValue(AgentSkillEntry::Kind kind);
+
+struct DiscoveredLocation {
+  std::string id;
+  std::string tool;
+  std::string foundPath;
+
+  friend bool operator==(const DiscoveredLocation&, const DiscoveredLocation&) = default;
+};
+
+// Skill folders with the same content and name, found in agents' folders.
+struct DiscoveredGroup {
+  std::string name;
+  std::optional<std::string> description;
+  std::string fingerprint;
+  std::vector<DiscoveredLocation> locations;
+  bool imported = false;
+  std::int64_t foundAt = 0;
+
+  [[nodiscard]] std::string id() const { return fingerprint + "|" + name; }
+
+  friend bool operator==(const DiscoveredGroup&, const DiscoveredGroup&) = default;
+};
+
+// A named set of skills with per-agent switches.
+struct Preset {
+  std::string id;
+  std::string name;
+  std::optional<std::string> description;
+  std::optional<std::string> icon;
+  std::int64_t sortOrder = 0;
+  std::int64_t createdAt = 0;
+  std::int64_t updatedAt = 0;
+  std::vector<std::string> skillIds;
+  std::map<std::string, std::map<std::string, bool>> toolToggles;  // skill id → agent key → wanted
+
+  // An agent is wanted unless it was switched off for this skill.
+  [[nodiscard]] bool isToolEnabled(const std::string& skillId, const std::string& tool) const;
+
+  friend bool operator==(const Preset&, const Preset&) = default;
+};
+
+// Counts of a bulk operation; `errors` has one complete text per failure.
+struct ApplyReport {
+  std::int64_t deployed = 0;
+  std::int64_t removed = 0;
+  std::int64_t skipped = 0;
+  std::vector<std::string> errors;
+
+  friend bool operator==(const ApplyReport&, const ApplyReport&) = default;
+};
+
+// One project or linked agent folder registered with the library.
+struct ProjectRecord {
+  std::string id;
+  std::string name;
+  std::string path;
+  WorkspaceType workspaceType = WorkspaceType::project;
+  std::optional<std::string> linkedAgentKey;
+  std::optional<std::string> linkedAgentName;
+  std::optional<std::string> disabledPath;
+  std::int64_t sortOrder = 0;
+  std::int64_t createdAt = 0;
+  std::int64_t updatedAt = 0;
+
+  friend bool operator==(const ProjectRecord&, const ProjectRecord&) = default;
+};
+
+// One row of the audit log.
+struct AuditEntry {
+  std::int64_t id = 0;
+  std::int64_t timestamp = 0;
+  std::string action;
+  std::optional<std::string> skillId;
+  std::optional<std::string> skillName;
+  std::optional<std::string> tool;
+  bool success = true;
+  std::optional<std::string> detail;
+
+  friend bool operator==(const AuditEntry&, const AuditEntry&) = default;
+};
+
+struct DashboardStats {
+  std::int64_t totalSkills = 0;
+  std::int64_t enabledSkills = 0;
+  std::int64_t installedAgents = 0;
+  std::int64_t activeAgents = 0;
+  std::int64_t presets = 0;
+  std::int64_t projects = 0;
+  std::int64_t updatesAvailable = 0;
+  std::int64_t brokenTargets = 0;
+  std::int64_t tags = 0;
+  std::int64_t librarySizeBytes = 0;
+
+  friend bool operator==(const DashboardStats&, const DashboardStats&) = default;
+};
+
+// One file inside a skill folder.
+struct SkillFileEntry {
+  std::string relativePath;
+  std::int64_t size = 0;
+  bool isExecutable = false;
+
+  friend bool operator==(const SkillFileEntry&, const SkillFileEntry&) = default;
+};
+
+}  // namespace orvanta

@@ -1,0 +1,158 @@
+#include "foundations/ModelsJSON.h"
+
+namespace orvanta {
+
+namespace {
+
+template <typename T>
+void putOptional(Json& json, const char* key, const std::optional<T>& value) {
+  if (value) json[key] = *value;
+}
+
+std::optional<std::string> optionalText(const Json& json, const char* key) {
+  const auto found = json.find(key);
+  if (found == json.end() || found->is_null()) return std::nullopt;
+  return found->get<std::string>();
+}
+
+}  // namespace
+
+std::string jsonText(const Json& json, int indent) {
+  return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+void to_json(Json& json, const SkillRecord& record) {
+  json = Json{{"id", record.id},
+              {"name", record.name},
+              {"sourceType", rawValue(record.sourceType)},
+              {"centralPath", record.centralPath},
+              {"enabled", record.enabled},
+              {"createdAt", record.createdAt},
+              {"updatedAt", record.updatedAt},
+              {"status", record.status},
+              {"updateStatus", rawValue(record.updateStatus)}};
+  putOptional(json, "description", record.description);
+  putOptional(json, "sourceRef", record.sourceRef);
+  putOptional(json, "sourceRefResolved", record.sourceRefResolved);
+  putOptional(json, "sourceSubpath", record.sourceSubpath);
+  putOptional(json, "sourceBranch", record.sourceBranch);
+  putOptional(json, "sourceRevision", record.sourceRevision);
+  putOptional(json, "remoteRevision", record.remoteRevision);
+  putOptional(json, "contentHash", record.contentHash);
+  putOptional(json, "lastCheckedAt", record.lastCheckedAt);
+  putOptional(json, "lastCheckError", record.lastCheckError);
+}
+
+void to_json(Json& json, const SkillTarget& target) {
+  json = Json{{"id", target.id},
+              {"skillId", target.skillId},
+              {"tool", target.tool},
+              {"targetPath", target.targetPath},
+              {"mode", rawValue(target.mode)},
+              {"status", target.status}};
+  putOptional(json, "syncedAt", target.syncedAt);
+  putOptional(json, "lastError", target.lastError);
+  putOptional(json, "sourceHash", target.sourceHash);
+}
+
+void to_json(Json& json, const SkillSummary& summary) {
+  json = Json{{"record", summary.record},
+              {"tags", summary.tags},
+              {"targets", summary.targets},
+              {"presetIds", summary.presetIds}};
+}
+
+void to_json(Json& json, const TagCount& tag) { json = Json{{"tag", tag.tag}, {"count", tag.count}}; }
+
+void to_json(Json& json, const ToolInfo& tool) {
+  json = Json{{"key", tool.key},
+              {"displayName", tool.displayName},
+              {"skillsDir", tool.skillsDir},
+              {"projectRelativeSkillsDir", tool.projectRelativeSkillsDir},
+              {"installed", tool.installed},
+              {"enabled", tool.enabled},
+              {"isCustom", tool.isCustom},
+              {"hasPathOverride", tool.hasPathOverride},
+              {"recursiveScan", tool.recursiveScan},
+              {"category", rawValue(tool.category)},
+              {"deployedCount", tool.deployedCount}};
+}
+
+void to_json(Json& json, const AgentSkillEntry& entry) {
+  json = Json{{"id", entry.id},
+              {"name", entry.name},
+              {"path", entry.path},
+              {"relativePath", entry.relativePath},
+              {"kind", rawValue(entry.kind)},
+              {"isSymlink", entry.isSymlink}};
+  putOptional(json, "description", entry.description);
+  putOptional(json, "skillId", entry.skillId);
+  if (entry.mode) json["mode"] = rawValue(*entry.mode);
+  putOptional(json, "contentHash", entry.contentHash);
+}
+
+void to_json(Json& json, const DiscoveredLocation& location) {
+  json = Json{{"id", location.id}, {"tool", location.tool}, {"foundPath", location.foundPath}};
+}
+
+void to_json(Json& json, const DiscoveredGroup& group) {
+  json = Json{{"id", group.id()},
+              {"name", group.name},
+              {"fingerprint", group.fingerprint},
+              {"locations", group.locations},
+              {"imported", group.imported},
+              {"foundAt", group.foundAt}};
+  putOptional(json, "description", group.description);
+}
+
+void to_json(Json& json, const ApplyReport& report) {
+  json = Json{{"deployed", report.deployed},
+              {"removed", report.removed},
+              {"skipped", report.skipped},
+              {"errors", report.errors}};
+}
+
+void to_json(Json& json, const AuditEntry& entry) {
+  json = Json{
+      {"id", entry.id}, {"timestamp", entry.timestamp}, {"action", entry.action}, {"success", entry.success}};
+  putOptional(json, "skillId", entry.skillId);
+  putOptional(json, "skillName", entry.skillName);
+  putOptional(json, "tool", entry.tool);
+  putOptional(json, "detail", entry.detail);
+}
+
+void to_json(Json& json, const DashboardStats& stats) {
+  json = Json{{"totalSkills", stats.totalSkills},
+              {"enabledSkills", stats.enabledSkills},
+              {"installedAgents", stats.installedAgents},
+              {"activeAgents", stats.activeAgents},
+              {"presets", stats.presets},
+              {"projects", stats.projects},
+              {"updatesAvailable", stats.updatesAvailable},
+              {"brokenTargets", stats.brokenTargets},
+              {"tags", stats.tags},
+              {"librarySizeBytes", stats.librarySizeBytes}};
+}
+
+void to_json(Json& json, const SkillFileEntry& entry) {
+  json = Json{{"relativePath", entry.relativePath}, {"size", entry.size}, {"isExecutable", entry.isExecutable}};
+}
+
+void to_json(Json& json, const CustomToolDefinition& tool) {
+  json = Json{{"key", tool.key},
+              {"display_name", tool.displayName},
+              {"skills_dir", tool.skillsDir},
+              {"category", rawValue(tool.category)}};
+  putOptional(json, "project_relative_skills_dir", tool.projectRelativeSkillsDir);
+}
+
+void from_json(const Json& json, CustomToolDefinition& tool) {
+  tool.key = json.at("key").get<std::string>();
+  tool.displayName = json.at("display_name").get<std::string>();
+  tool.skillsDir = json.at("skills_dir").get<std::string>();
+  tool.projectRelativeSkillsDir = optionalText(json, "project_relative_skills_dir");
+  const auto category = optionalText(json, "category");
+  tool.category = category ? parseToolCategory(*category).value_or(ToolCategory::coding) : ToolCategory::coding;
+}
+
+}  // namespace orvanta

@@ -1,0 +1,36 @@
+#pragma once
+
+// The JSON form of the records: objects whose keys are the field names, enumerations as their raw values. An absent
+// optional field is left out. Kept apart from the records so that only what speaks JSON pays for it.
+
+#include <nlohmann/json.hpp>
+
+#include "foundations/Models.h"
+
+namespace orvanta {
+
+using Json = nlohmann::json;
+
+// The document as text. Texts that are not valid UTF-8 (file names, mostly) are repaired, so that it is always JSON.
+// `indent` of -1 gives one line.
+std::string jsonText(const Json& json, int indent = -1);
+
+void to_json(Json& json, const SkillRecord& record);
+void to_json(Json& json, const SkillTarget& target);
+void to_json(Json& json, const SkillSummary& summary);
+void to_json(Json& json, const TagCount& tag);
+void to_json(Json& json, const ToolInfo& tool);
+void to_json(Json& json, const AgentSkillEntry& entry);
+void to_json(Json& json, const DiscoveredLocation& location);
+void to_json(Json& json, const DiscoveredGroup& group);
+void to_json(Json& json, const ApplyReport& report);
+void to_json(Json& json, const AuditEntry& entry);
+void to_json(Json& json, const DashboardStats& stats);
+void to_json(Json& json, const SkillFileEntry& entry);
+
+// As stored in settings, with the keys in snake case. Reading requires "key", "display_name" and "skills_dir"; throws
+// nlohmann's exception otherwise. A missing or null "category" means coding.
+void to_json(Json& json, const CustomToolDefinition& tool);
+void from_json(const Json& json, CustomToolDefinition& tool);
+
+}  // namespace orvanta

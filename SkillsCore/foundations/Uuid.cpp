@@ -1,0 +1,54 @@
+#include "foundations/Uuid.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#ifdef __APPLE__
+#include <sys/random.h>
+#endif
+
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+namespace {
+
+using Bytes = std::array<std::uint8_t, 16>;
+
+// Random bytes are asked from the kernel a block at a time: a bulk command makes an identifier per record.
+Bytes randomBytes() {
+  constexpr std::size_t kBlock = 256;  // the most that one call gives
+  thread_local std::array<std::uint8_t, kBlock> pool;
+  thread_local std::size_t used = kBlock;
+  Bytes bytes{};
+  if (used + bytes.size() > kBlock) {
+    if (getentropy(pool.data(), kBlock) != 0) throw SkillsError::system("Cannot get random bytes", errno);
+    used = 0;
+  }
+  for (auto& byte : bytes) byte = pool[used++];
+  return bytes;
+}
+
+}  // namespace
+
+std::string newUuid() {
+  Bytes b = randomBytes();
+  b[6] = static_cast<std::uint8_t>((b[6] & 0x0fU) | 0x40U);
+  b[8] = static_cast<std::uint8_t>((b[8] & 0x3fU) | 0x80U);
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  text.reserve(36);
+  for (std::size_t i = 0; i < b.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += kDigits[b[i] >> 4U];
+    text += kDigits[b[i] & 0x0fU];
+  }
+  return text;
+}
+
+}  // namespace orvanta

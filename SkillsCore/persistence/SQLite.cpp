@@ -1,0 +1,195 @@
+#include "persistence/SQLite.h"
+
+#include <algorithm>
+
+#include "foundations/SkillsError.h"
+#include "foundations/Text.h"
+
+namespace orvanta {
+
+namespace {
+
+constexpr std::string_view kExecuting = " — while executing: ";
+constexpr std::string_view kPreparing = " — while preparing: ";
+constexpr std::string_view kRunning = " — while running: ";
+constexpr std::string_view kQuerying = " — while querying: ";
+
+constexpr int kBusyMillis = 5000;
+
+void requireIdentifier(const std::string& name) {
+  const bool valid = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+  });
+  if (!valid) throw SkillsError::database("Invalid SQL identifier: " + name);
+}
+
+// Texts are bound without a copy: the parameters outlive the run of the statement.
+int bindValue(sqlite3_stmt* statement, int position, const SQLValue& value) {
+  const auto& payload = value.payload();
+  if (const auto* integer = std::get_if<std::int64_t>(&payload)) {
+    return sqlite3_bind_int64(statement, position, *integer);
+  }
+  if (const auto* real = std::get_if<double>(&payload)) return sqlite3_bind_double(statement, position, *real);
+  if (const auto* text = std::get_if<std::string>(&payload)) {
+    return sqlite3_bind_text(statement, position, text->data(), static_cast<int>(text->size()), SQLITE_STATIC);
+  }
+  return sqlite3_bind_null(statement, position);
+}
+
+}  // namespace
+
+std::optional<std::string> SQLRow::string(int column) const {
+  if (isNull(column)) return std::nullopt;
+  return std::string(text(column));
+}
+
+std::string_view SQLRow::text(int column) const {
+  const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
+  if (bytes == nullptr) return {};
+  return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};
+}
+
+std::optional<std::int64_t> SQLRow::int64(int column) const {
+  if (isNull(column)) return std::nullopt;
+  return sqlite3_column_int64(statement_, column);
+}
+
+std::optional<double> SQLRow::real(int column) const {
+  if (isNull(column)) return std::nullopt;
+  return sqlite3_column_double(statement_, column);
+}
+
+// A compiled statement for the time of one run: taken out of the idle ones, so that a query that runs inside another
+// with the same text gets its own, and put back reset.
+class SQLiteConnection::Borrowed {
+ public:
+  Borrowed(SQLiteConnection& connection, const std::string& sql) : connection_(connection), sql_(sql) {
+    const auto idle = connection.idle_.find(sql);
+    if (idle == connection.idle_.end()) {
+      statement_ = connection.prepare(sql);
+    } else {
+      statement_ = std::move(idle->second);
+      connection.idle_.erase(idle);
+    }
+  }
+  ~Borrowed() {
+    sqlite3_reset(statement_.get());
+    sqlite3_clear_bindings(statement_.get());
+    connection_.idle_.insert_or_assign(sql_, std::move(statement_));
+  }
+  Borrowed(const Borrowed&) = delete;
+  Borrowed& operator=(const Borrowed&) = delete;
+
+  [[nodiscard]] sqlite3_stmt* get() const { return statement_.get(); }
+
+ private:
+  SQLiteConnection& connection_;
+  const std::string& sql_;
+  Statement statement_;
+};
+
+SQLiteConnection::SQLiteConnection(const std::string& path) {
+  sqlite3* handle = nullptr;
+  const int result = sqlite3_open_v2(path.c_str(), &handle,
+                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
+  db_.reset(handle);
+  if (result != SQLITE_OK) {
+    const std::string text = handle != nullptr ? sqlite3_errmsg(handle) : "unknown error";
+    throw SkillsError::database("Cannot open database at " + path + ": " + text);
+  }
+  sqlite3_busy_timeout(handle, kBusyMillis);
+  execute("PRAGMA foreign_keys = ON;");
+  execute("PRAGMA journal_mode = WAL;");
+}
+
+void SQLiteConnection::execute(const std::string& sql) {
+  if (sqlite3_exec(db_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) fail(kExecuting, sql);
+}
+
+int SQLiteConnection::run(const std::string& sql, const Params& params) {
+  const Borrowed statement(*this, sql);
+  bind(statement.get(), params);
+  const int result = sqlite3_step(statement.get());
+  if (result != SQLITE_ROW && result != SQLITE_DONE) fail(kRunning, sql);
+  return sqlite3_changes(db_.get());
+}
+
+void SQLiteConnection::forEach(const std::string& sql, const Params& params,
+                               const std::function<void(const SQLRow&)>& each) {
+  const Borrowed statement(*this, sql);
+  bind(statement.get(), params);
+  int result = sqlite3_step(statement.get());
+  for (; result == SQLITE_ROW; result = sqlite3_step(statement.get())) each(SQLRow(statement.get()));
+  if (result != SQLITE_DONE) fail(kQuerying, sql);
+}
+
+std::int64_t SQLiteConnection::scalarInt(const std::string& sql, const Params& params) {
+  const auto first = queryOne(sql, params, [](const SQLRow& row) { return row.int64(0).value_or(0); });
+  return first.value_or(0);
+}
+
+std::optional<std::string> SQLiteConnection::scalarString(const std::string& sql, const Params& params) {
+  const auto first = queryOne(sql, params, [](const SQLRow& row) { return row.string(0); });
+  return first.value_or(std::nullopt);
+}
+
+std::int64_t SQLiteConnection::lastInsertRowId() { return sqlite3_last_insert_rowid(db_.get()); }
+
+int SQLiteConnection::userVersion() { return static_cast<int>(scalarInt("PRAGMA user_version")); }
+
+void SQLiteConnection::setUserVersion(int version) { execute("PRAGMA user_version = " + std::to_string(version)); }
+
+bool SQLiteConnection::hasColumn(const std::string& table, const std::string& column) {
+  requireIdentifier(table);
+  const auto names = query("PRAGMA table_info(" + table + ")", {}, [](const SQLRow& row) { return row.string(1); });
+  return std::find(names.begin(), names.end(), column) != names.end();
+}
+
+void SQLiteConnection::addColumnIfMissing(const std::string& table, const std::string& column,
+                                          const std::string& definition) {
+  requireIdentifier(table);
+  requireIdentifier(column);
+  if (hasColumn(table, column)) return;
+  execute("ALTER TABLE " + table + " ADD COLUMN " + column + " " + definition);
+}
+
+SQLiteConnection::Statement SQLiteConnection::prepare(const std::string& sql) {
+  sqlite3_stmt* compiled = nullptr;
+  const int result = sqlite3_prepare_v2(db_.get(), sql.c_str(), -1, &compiled, nullptr);
+  Statement statement(compiled);
+  if (result != SQLITE_OK || compiled == nullptr) fail(kPreparing, sql);
+  return statement;
+}
+
+void SQLiteConnection::bind(sqlite3_stmt* statement, const Params& params) {
+  int position = 0;
+  for (const auto& value : params) {
+    if (bindValue(statement, ++position, value) != SQLITE_OK) {
+      throw SkillsError::database(std::string("bind failed: ") + sqlite3_errmsg(db_.get()));
+    }
+  }
+}
+
+void SQLiteConnection::fail(std::string_view phrase, std::string_view sql) const {
+  constexpr std::size_t kShown = 120;
+  std::string message = sqlite3_errmsg(db_.get());
+  message += phrase;
+  message += Text::prefixCharacters(sql, kShown);
+  throw SkillsError::database(message);
+}
+
+SQLiteConnection::Transaction::Transaction(SQLiteConnection& connection) : connection_(connection) {
+  connection_.execute("BEGIN IMMEDIATE");
+}
+
+SQLiteConnection::Transaction::~Transaction() {
+  // SQLite itself rolls back on some errors; that there is nothing left to roll back is no failure.
+  if (open_) sqlite3_exec(connection_.db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void SQLiteConnection::Transaction::commit() {
+  connection_.execute("COMMIT");
+  open_ = false;
+}
+
+}  // namespace orvanta

@@ -1,0 +1,15 @@
+#pragma once
+
+// The tables of the library database and the steps that bring an older database up to date.
+
+#include "persistence/SQLite.h"
+
+namespace orvanta::Schema {
+
+inline constexpr int kLatestVersion = 8;
+
+// Brings the database to the latest version, one committed step at a time, so that a later start resumes at a step that
+// failed. Throws `database`, for a newer database before any write.
+void migrate(SQLiteConnection& connection);
+
+}  // namespace orvanta::Schema

@@ -1,0 +1,33 @@
+#pragma once
+
+// A folder in the library in which skills are made complete before they take their place: on the same file system, under
+// a name that is never a skill's. Removed with all that is left in it when the work ends; one that a killed process left
+// can be told from one in use, because the system drops the lock that its maker holds on it.
+
+#include <cstddef>
+#include <filesystem>
+
+#include "platform/UniqueFd.h"
+
+namespace orvanta {
+
+class StagingFolder {
+ public:
+  // Makes ".installing-UUID" in the library's skills folder. Throws `io`.
+  explicit StagingFolder(const std::filesystem::path& skillsFolder);
+  ~StagingFolder();
+  StagingFolder(const StagingFolder&) = delete;
+  StagingFolder& operator=(const StagingFolder&) = delete;
+
+  // The place of the item with this number; nothing stands there yet.
+  [[nodiscard]] std::filesystem::path slot(std::size_t number) const { return path_ / std::to_string(number); }
+
+  // Whether a living process works in the folder.
+  static bool isInUse(const std::filesystem::path& folder);
+
+ private:
+  std::filesystem::path path_;
+  UniqueFd lock_;
+};
+
+}  // namespace orvanta
