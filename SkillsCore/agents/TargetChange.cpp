@@ -41,6 +41,10 @@ void removeQuietly(const fs::path& path) noexcept {
 }
 
 SkillsError notAsExpected(const fs::path& target, FS::Kind expected) {
+  if (expected == FS::Kind::absent) {
+    return SkillsError::refused("Refusing to replace \"" + target.string() +
+                                "\": something appeared there meanwhile. It was left untouched; try again.");
+  }
   std::string reason = ": it is no longer a plain file";
   if (expected == FS::Kind::symlink) reason = ": expected a link but found a real file or directory";
   if (expected == FS::Kind::directory) reason = ": it is no longer a directory";
@@ -52,7 +56,8 @@ SkillsError notAsExpected(const fs::path& target, FS::Kind expected) {
 TargetChange::TargetChange(TargetChange&& other) noexcept
     : kind_(std::exchange(other.kind_, Kind::none)),
       target_(std::move(other.target_)),
-      stage_(std::move(other.stage_)) {}
+      stage_(std::move(other.stage_)),
+      placed_(other.placed_) {}
 
 TargetChange& TargetChange::operator=(TargetChange&& other) noexcept {
   if (this == &other) return *this;
@@ -60,17 +65,23 @@ TargetChange& TargetChange::operator=(TargetChange&& other) noexcept {
   kind_ = std::exchange(other.kind_, Kind::none);
   target_ = std::move(other.target_);
   stage_ = std::move(other.stage_);
+  placed_ = other.placed_;
   return *this;
 }
 
 TargetChange::~TargetChange() { takeBack(); }
 
 TargetChange TargetChange::putLink(const fs::path& source, const fs::path& target, FS::Kind expected) {
-  if (expected == FS::Kind::absent) {
-    FS::createSymlink(source, target);  // fails where something stands
-    return {Kind::placed, target, stageBeside(target)};
+  if (expected != FS::Kind::absent) {
+    return exchangeFor(target, expected, [&](const fs::path& stage) { FS::createSymlink(source, stage); });
   }
-  return exchangeFor(target, expected, [&](const fs::path& stage) { FS::createSymlink(source, stage); });
+  try {
+    FS::createSymlink(source, target);  // fails where something stands
+  } catch (const SkillsError&) {
+    if (FS::exists(target)) throw notAsExpected(target, expected);
+    throw;
+  }
+  return {Kind::placed, target, stageBeside(target), FS::identity(target)};
 }
 
 TargetChange TargetChange::putCopy(const fs::path& source, const fs::path& target, FS::Kind expected) {
@@ -80,32 +91,36 @@ TargetChange TargetChange::putCopy(const fs::path& source, const fs::path& targe
   const fs::path stage = stageBeside(target);
   try {
     FS::copyTree(source, stage);
+    const FS::Identity placed = FS::identity(stage);
     FS::renameExclusive(stage, target);
-  } catch (...) {
+    return {Kind::placed, target, stage, placed};
+  } catch (const std::exception&) {
     removeQuietly(stage);
+    if (FS::exists(target)) throw notAsExpected(target, expected);
     throw;
   }
-  return {Kind::placed, target, stage};
 }
 
 TargetChange TargetChange::takeAway(const fs::path& target, FS::Kind expected) {
   const fs::path stage = stageBeside(target);
   FS::renameExclusive(target, stage);
-  TargetChange change(Kind::takenAway, target, stage);
+  TargetChange change(Kind::takenAway, target, stage, {});
   if (FS::kind(stage) != expected) throw notAsExpected(target, expected);
   return change;
 }
 
 TargetChange TargetChange::exchangeFor(const fs::path& target, FS::Kind expected, const Make& make) {
   const fs::path stage = stageBeside(target);
+  FS::Identity placed;
   try {
     make(stage);
+    placed = FS::identity(stage);
     FS::exchange(stage, target);
   } catch (...) {
     removeQuietly(stage);
     throw;
   }
-  TargetChange change(Kind::exchanged, target, stage);
+  TargetChange change(Kind::exchanged, target, stage, placed);
   if (FS::kind(stage) != expected) throw notAsExpected(target, expected);
   return change;
 }
@@ -116,18 +131,29 @@ void TargetChange::keep() noexcept {
 }
 
 void TargetChange::takeBack() {
-  const Kind kind = std::exchange(kind_, Kind::none);
   try {
-    switch (kind) {
+    switch (std::exchange(kind_, Kind::none)) {
       case Kind::none: return;
-      case Kind::placed: FS::renameExclusive(target_, stage_); break;
-      case Kind::exchanged: FS::exchange(stage_, target_); break;
+      case Kind::placed: return takeBackPlaced();
+      case Kind::exchanged: return takeBackExchanged();
       case Kind::takenAway: return FS::renameExclusive(stage_, target_);
     }
-    FS::removeAny(stage_);
   } catch (const std::exception&) {
     return;  // somebody else changed the place meanwhile; what is there is theirs
   }
+}
+
+void TargetChange::takeBackPlaced() {
+  FS::renameExclusive(target_, stage_);
+  if (FS::identity(stage_) == placed_) return FS::removeAny(stage_);
+  FS::renameExclusive(stage_, target_);
+}
+
+void TargetChange::takeBackExchanged() {
+  FS::exchange(stage_, target_);
+  if (FS::identity(stage_) == placed_) return FS::removeAny(stage_);
+  FS::exchange(stage_, target_);
+  FS::renameExclusive(stage_, target_.string() + "-before-" + newUuid().substr(0, 8));
 }
 
 void sweepStages(const fs::path& folder) {

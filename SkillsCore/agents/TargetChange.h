@@ -35,7 +35,8 @@ class TargetChange {
   TargetChange& operator=(TargetChange&& other) noexcept;
   TargetChange(const TargetChange&) = delete;
   TargetChange& operator=(const TargetChange&) = delete;
-  // Takes the change back unless it was kept.
+  // Takes the change back unless it was kept. What somebody else put at the target meanwhile stays; what stood there before
+  // the change is then left beside it under a name of its own.
   ~TargetChange();
 
   // Makes the change final and removes what stood there before. What cannot be removed stays under its staging name and
@@ -46,15 +47,18 @@ class TargetChange {
   enum class Kind { none, placed, exchanged, takenAway };
   using Make = std::function<void(const std::filesystem::path&)>;
 
-  TargetChange(Kind kind, std::filesystem::path target, std::filesystem::path stage)
-      : kind_(kind), target_(std::move(target)), stage_(std::move(stage)) {}
+  TargetChange(Kind kind, std::filesystem::path target, std::filesystem::path stage, const FS::Identity& placed)
+      : kind_(kind), target_(std::move(target)), stage_(std::move(stage)), placed_(placed) {}
 
   static TargetChange exchangeFor(const std::filesystem::path& target, FS::Kind expected, const Make& make);
   void takeBack();
+  void takeBackPlaced();
+  void takeBackExchanged();
 
   Kind kind_ = Kind::none;
   std::filesystem::path target_;
   std::filesystem::path stage_;
+  FS::Identity placed_;  // what was put at the target
 };
 
 // Removes what changes of processes that have ended left in a folder under staging names.

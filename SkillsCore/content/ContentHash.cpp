@@ -14,6 +14,7 @@
 #include "files/TreeCopy.h"
 #include "foundations/Parallel.h"
 #include "foundations/SkillsError.h"
+#include "platform/FileTimes.h"
 #include "platform/UniqueFd.h"
 
 namespace orvanta {
@@ -74,11 +75,7 @@ class Fingerprint : public CopyObserver {
 };
 
 std::int64_t modifiedMs(const struct stat& status) {
-#ifdef __APPLE__
-  const timespec& time = status.st_mtimespec;
-#else
-  const timespec& time = status.st_mtim;
-#endif
+  const timespec& time = modificationTime(status);
   return static_cast<std::int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1'000'000;
 }
 

@@ -26,6 +26,7 @@ class AgentFolderWalk {
   AgentFolderWalk(const fs::path& root, bool recursive) : root_(standardized(root)), recursive_(recursive) {}
 
   std::vector<LocalSkillDir> run() {
+    if (recursive_) visited_.insert(FS::resolved(root_).string());
     walk(root_, 0);
     std::sort(found_.begin(), found_.end(), [](const LocalSkillDir& a, const LocalSkillDir& b) {
       return a.relativePath < b.relativePath;

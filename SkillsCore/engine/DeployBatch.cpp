@@ -104,6 +104,7 @@ DeployBatch::Pair DeployBatch::makePair(const std::string& skillId, const std::s
   pair.tool = tool;
   pair.skill = lookUp(skills_, skillId);
   pair.adapter = lookUp(adapters_, tool);
+  pair.record = index_.find(skillId, tool);
   const SkillsError* failure = pair.skill == nullptr ? lookUp(skillFailures_, skillId) : lookUp(agentFailures_, tool);
   if (failure == nullptr) failure = lookUp(skillFailures_, skillId);
   if (failure != nullptr) {
@@ -132,7 +133,7 @@ Plan DeployBatch::plan() {
       if (need.leavesOldFolder) {
         PlannedStep old = step;
         old.action = Action::remove;
-        old.path = index_.find(pair.skillId, pair.tool)->targetPath;
+        old.path = pair.record->targetPath;
         plan.push_back(old);
       }
     } catch (const SkillsError& error) {
@@ -144,6 +145,7 @@ Plan DeployBatch::plan() {
 }
 
 void DeployBatch::place(const OperationContext& context) {
+  for (const auto& [tool, folder] : folders_) sweepStages(folder);
   const auto groups = groupsByPlace();
   std::mutex progress;
   std::size_t finished = 0;
@@ -182,17 +184,13 @@ std::vector<std::vector<std::size_t>> DeployBatch::groupsByPlace() const {
 
 // Throws what refuses the pair, with nothing changed.
 DeployBatch::Need DeployBatch::examine(const Pair& pair) {
-  const SkillTarget* record = index_.find(pair.skillId, pair.tool);
   if (const SkillTarget* other = index_.otherAt(pair.place, pair.skillId, pair.tool)) {
-    if (auto need = needBesideOther(pair, *other)) return *need;
+    return needBesideOther(pair, *other);
   }
-  Need need{.action = Action::keep, .mode = mode_, .policy = {}, .leavesOldFolder = leavesOldFolder(pair, record)};
-  if (isInPlace(pair, record)) return need;
-  // A record speaks for the place it names only, and only while the skill stands there.
-  const bool speaks = record != nullptr && record->status != kTargetDisabled &&
-                      index_.place(record->targetPath) == pair.place;
-  if (speaks) {
-    need.policy = ReplacePolicy::recorded(record->mode);
+  Need need{.action = Action::keep, .mode = mode_, .policy = {}, .leavesOldFolder = leavesOldFolder(pair)};
+  if (isInPlace(pair)) return need;
+  if (isRecordedAtTarget(pair)) {
+    need.policy = ReplacePolicy::recorded(pair.record->mode);
   } else {
     need.policy = force_ ? ReplacePolicy::userConfirmed() : ReplacePolicy::noClobber();
   }
@@ -203,39 +201,43 @@ DeployBatch::Need DeployBatch::examine(const Pair& pair) {
 
 // What another agent's record says stands at the place decides: it is shared as it is, or put there in the same mode
 // where it is missing, and never replaced.
-std::optional<DeployBatch::Need> DeployBatch::needBesideOther(const Pair& pair, const SkillTarget& other) {
+DeployBatch::Need DeployBatch::needBesideOther(const Pair& pair, const SkillTarget& other) {
   if (other.skillId != pair.skillId) {
     throw SkillsError::refused(
         SyncEngine::refusalMessage(pair.target, "is where another skill of the library is deployed"));
   }
-  const bool leaves = leavesOldFolder(pair, index_.find(pair.skillId, pair.tool));
+  const bool leaves = leavesOldFolder(pair);
   const bool standsThere = other.mode == SyncMode::symlink
                                ? SyncEngine::symlinkPointsTo(pair.target, pair.skill->centralPath)
                                : SyncEngine::matchesRecordedDeployment(pair.target, SyncMode::copy);
-  if (standsThere) return Need{.action = Action::keep, .mode = other.mode, .policy = {}, .leavesOldFolder = leaves};
+  if (standsThere) return {.action = Action::keep, .mode = other.mode, .policy = {}, .leavesOldFolder = leaves};
   SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, other.mode, ReplacePolicy::noClobber(), resolver_);
-  return Need{.action = Action::place,
-              .mode = other.mode,
-              .policy = ReplacePolicy::noClobber(),
-              .leavesOldFolder = leaves};
+  return {.action = Action::place,
+          .mode = other.mode,
+          .policy = ReplacePolicy::noClobber(),
+          .leavesOldFolder = leaves};
 }
 
-bool DeployBatch::isInPlace(const Pair& pair, const SkillTarget* record) const {
+// A record speaks for the place it names only, and only while the skill stands there.
+bool DeployBatch::isRecordedAtTarget(const Pair& pair) const {
+  if (pair.record == nullptr || pair.record->status == kTargetDisabled) return false;
+  return pair.record->targetPath == pair.target.native() || index_.place(pair.record->targetPath) == pair.place;
+}
+
+bool DeployBatch::isInPlace(const Pair& pair) const {
   if (mode_ == SyncMode::symlink) return SyncEngine::symlinkPointsTo(pair.target, pair.skill->centralPath);
-  if (record == nullptr || record->mode != SyncMode::copy || record->status == kTargetDisabled) return false;
-  return index_.place(record->targetPath) == pair.place && FS::isDirectory(pair.target) &&
-         SyncEngine::isTargetCurrent(pair.skill->centralPath, pair.target, SyncMode::copy, record->sourceHash,
+  return isRecordedAtTarget(pair) && pair.record->mode == SyncMode::copy && FS::isDirectory(pair.target) &&
+         SyncEngine::isTargetCurrent(pair.skill->centralPath, pair.target, SyncMode::copy, pair.record->sourceHash,
                                      currentHashes_.at(pair.skillId));
 }
 
 // True when the agent's folder has moved since, and what was placed in the old one is still ours alone.
-bool DeployBatch::leavesOldFolder(const Pair& pair, const SkillTarget* record) const {
-  if (record == nullptr || record->status == kTargetDisabled) return false;
-  const std::string oldPlace = index_.place(record->targetPath);
-  if (oldPlace == pair.place || index_.otherAt(oldPlace, pair.skillId, pair.tool) != nullptr) return false;
-  return record->mode == SyncMode::symlink
-             ? SyncEngine::symlinkPointsTo(record->targetPath, pair.skill->centralPath)
-             : SyncEngine::matchesRecordedDeployment(record->targetPath, SyncMode::copy);
+bool DeployBatch::leavesOldFolder(const Pair& pair) const {
+  if (pair.record == nullptr || pair.record->status == kTargetDisabled || isRecordedAtTarget(pair)) return false;
+  const SkillTarget& record = *pair.record;
+  if (index_.otherAt(index_.place(record.targetPath), pair.skillId, pair.tool) != nullptr) return false;
+  return record.mode == SyncMode::symlink ? SyncEngine::symlinkPointsTo(record.targetPath, pair.skill->centralPath)
+                                          : SyncEngine::matchesRecordedDeployment(record.targetPath, SyncMode::copy);
 }
 
 std::optional<std::string> DeployBatch::hashOf(const Pair& pair) const {
@@ -249,7 +251,7 @@ void DeployBatch::placePair(Pair& pair, const Pair* sharing) {
     Need need;
     if (sharing != nullptr && sharing->skillId == pair.skillId) {
       need.mode = sharing->mode;
-      need.leavesOldFolder = leavesOldFolder(pair, index_.find(pair.skillId, pair.tool));
+      need.leavesOldFolder = leavesOldFolder(pair);
     } else {
       need = examine(pair);
     }
@@ -258,8 +260,7 @@ void DeployBatch::placePair(Pair& pair, const Pair* sharing) {
           SyncEngine::place(pair.skill->centralPath, pair.target, need.mode, *need.policy, resolver_);
     }
     if (need.leavesOldFolder) {
-      const SkillTarget* record = index_.find(pair.skillId, pair.tool);
-      pair.oldPlacement = SyncEngine::takeAwayRecorded(record->targetPath, record->mode);
+      pair.oldPlacement = SyncEngine::takeAwayRecorded(pair.record->targetPath, pair.record->mode);
     }
     pair.mode = need.mode;
     pair.action = need.action;
@@ -271,9 +272,8 @@ void DeployBatch::placePair(Pair& pair, const Pair* sharing) {
   }
 }
 
-SkillTarget DeployBatch::recordOf(const Pair& pair) const {
-  const SkillTarget* record = index_.find(pair.skillId, pair.tool);
-  return {.id = record != nullptr ? record->id : newUuid(),
+SkillTarget DeployBatch::recordOf(const Pair& pair) {
+  return {.id = pair.record != nullptr ? pair.record->id : newUuid(),
           .skillId = pair.skillId,
           .tool = pair.tool,
           .targetPath = pair.target.string(),
@@ -284,14 +284,13 @@ SkillTarget DeployBatch::recordOf(const Pair& pair) const {
           .sourceHash = pair.sourceHash};
 }
 
-bool DeployBatch::isRecorded(const Pair& pair, const SkillTarget& record) const {
-  const SkillTarget* known = index_.find(pair.skillId, pair.tool);
-  if (known == nullptr || pair.action != Action::keep) return false;
-  SkillTarget expected = record;
-  expected.syncedAt = known->syncedAt;
+bool DeployBatch::isRecorded(const Pair& pair) {
+  if (pair.record == nullptr || pair.action != Action::keep) return false;
+  const SkillTarget& known = *pair.record;
   // What a link points to is always current; the hash at the time of linking says nothing.
-  if (pair.mode == SyncMode::symlink) expected.sourceHash = known->sourceHash;
-  return *known == expected;
+  const bool sameContent = pair.mode == SyncMode::symlink || known.sourceHash == pair.sourceHash;
+  return sameContent && known.mode == pair.mode && known.status == kTargetOk && !known.lastError &&
+         known.targetPath == pair.target.native();
 }
 
 }  // namespace orvanta

@@ -27,6 +27,7 @@ class DeployBatch {
     std::string tool;
     const SkillRecord* skill = nullptr;
     const ToolAdapter* adapter = nullptr;
+    const SkillTarget* record = nullptr;  // the deployment as it is recorded so far
     std::filesystem::path target;  // empty when `failure` is set
     std::string place;
     std::optional<SkillsError> failure;
@@ -53,9 +54,9 @@ class DeployBatch {
 
   [[nodiscard]] const std::vector<Pair>& pairs() const { return pairs_; }
   // The record that a placed pair should have now.
-  [[nodiscard]] SkillTarget recordOf(const Pair& pair) const;
+  [[nodiscard]] static SkillTarget recordOf(const Pair& pair);
   // Whether the records say so already, but for the time.
-  [[nodiscard]] bool isRecorded(const Pair& pair, const SkillTarget& record) const;
+  [[nodiscard]] static bool isRecorded(const Pair& pair);
 
  private:
   struct Need {
@@ -72,9 +73,10 @@ class DeployBatch {
   std::vector<std::vector<std::size_t>> groupsByPlace() const;
 
   Need examine(const Pair& pair);
-  std::optional<Need> needBesideOther(const Pair& pair, const SkillTarget& other);
-  [[nodiscard]] bool isInPlace(const Pair& pair, const SkillTarget* record) const;
-  [[nodiscard]] bool leavesOldFolder(const Pair& pair, const SkillTarget* record) const;
+  Need needBesideOther(const Pair& pair, const SkillTarget& other);
+  [[nodiscard]] bool isInPlace(const Pair& pair) const;
+  [[nodiscard]] bool leavesOldFolder(const Pair& pair) const;
+  [[nodiscard]] bool isRecordedAtTarget(const Pair& pair) const;
   [[nodiscard]] std::optional<std::string> hashOf(const Pair& pair) const;
   void placePair(Pair& pair, const Pair* sharing);
 

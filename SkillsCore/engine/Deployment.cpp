@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "engine/DeployBatch.h"
 #include "foundations/SkillsError.h"
 
 namespace orvanta {
@@ -30,18 +29,7 @@ Placement Deployment::deploy(const std::string& skillId, const std::string& tool
   DeployBatch batch(library_, {skillId}, {tool}, force);
   batch.place({});
   const DeployBatch::Pair& pair = batch.pairs().front();
-  library_.transaction([&] {
-    if (pair.done) {
-      library_.store.upsertTarget(batch.recordOf(pair));
-      presets_.setActivePresetToggle(presets_.activePreset(), skillId, tool, true);
-    }
-    library_.store.logAudit({.action = "deploy",
-                             .skillId = skillId,
-                             .skillName = pair.name(),
-                             .tool = tool,
-                             .success = pair.done,
-                             .detail = pair.failure ? std::optional(pair.failure->message()) : std::nullopt});
-  });
+  library_.transaction([&] { record(pair, presets_.activePreset()); });
   if (pair.failure) throw SkillsError(*pair.failure);
   batch.keep();
   return placementOf(pair);
@@ -52,14 +40,13 @@ PlacementReport Deployment::deploy(const std::vector<std::string>& skillIds, con
   DeployBatch batch(library_, skillIds, tools, force);
   batch.place(context);
   PlacementReport report;
-  std::vector<std::pair<const DeployBatch::Pair*, std::optional<SkillTarget>>> news;
+  std::vector<const DeployBatch::Pair*> news;  // what the records do not say yet
   for (const auto& pair : batch.pairs()) {
     if (pair.done) {
-      SkillTarget record = batch.recordOf(pair);
-      if (!batch.isRecorded(pair, record)) news.emplace_back(&pair, std::move(record));
+      if (!DeployBatch::isRecorded(pair)) news.push_back(&pair);
       report.done.push_back(placementOf(pair));
     } else if (pair.failure) {
-      news.emplace_back(&pair, std::nullopt);
+      news.push_back(&pair);
       report.errors.push_back(failureText(pair.name(), pair.agentName(), *pair.failure));
     } else {
       report.interrupted = true;
@@ -68,21 +55,23 @@ PlacementReport Deployment::deploy(const std::vector<std::string>& skillIds, con
   if (news.empty()) return report;
   library_.transaction([&] {
     const auto active = presets_.activePreset();
-    for (const auto& [pair, record] : news) {
-      if (record) {
-        library_.store.upsertTarget(*record);
-        presets_.setActivePresetToggle(active, pair->skillId, pair->tool, true);
-      }
-      library_.store.logAudit({.action = "deploy",
-                               .skillId = pair->skillId,
-                               .skillName = pair->name(),
-                               .tool = pair->tool,
-                               .success = pair->done,
-                               .detail = pair->failure ? std::optional(pair->failure->message()) : std::nullopt});
-    }
+    for (const auto* pair : news) record(*pair, active);
   });
   batch.keep();
   return report;
+}
+
+void Deployment::record(const DeployBatch::Pair& pair, const std::optional<Preset>& active) {
+  if (pair.done) {
+    library_.store.upsertTarget(DeployBatch::recordOf(pair));
+    presets_.setActivePresetToggle(active, pair.skillId, pair.tool, true);
+  }
+  library_.store.logAudit({.action = "deploy",
+                           .skillId = pair.skillId,
+                           .skillName = pair.name(),
+                           .tool = pair.tool,
+                           .success = pair.done,
+                           .detail = pair.failure ? std::optional(pair.failure->message()) : std::nullopt});
 }
 
 Plan Deployment::planDeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/AgentSettings.h"
+#include "engine/DeployBatch.h"
 #include "engine/Library.h"
 #include "engine/Presets.h"
 #include "engine/Reports.h"
@@ -22,8 +22,8 @@ namespace orvanta {
 
 class Deployment {
  public:
-  Deployment(Library& library, AgentSettings& agents, Skills& skills, Presets& presets)
-      : library_(library), agents_(agents), skills_(skills), presets_(presets) {}
+  Deployment(Library& library, Skills& skills, Presets& presets)
+      : library_(library), skills_(skills), presets_(presets) {}
 
   // One pair. A failure is logged and thrown.
   Placement deploy(const std::string& skillId, const std::string& tool, bool force);
@@ -41,10 +41,11 @@ class Deployment {
   void setDeployedTools(const std::string& skillId, const std::set<std::string>& tools);
 
  private:
+  // Writes what became of the pair, and what it means for the active preset.
+  void record(const DeployBatch::Pair& pair, const std::optional<Preset>& active);
   std::vector<SkillTarget> recordsOf(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools);
 
   Library& library_;
-  AgentSettings& agents_;
   Skills& skills_;
   Presets& presets_;
 };

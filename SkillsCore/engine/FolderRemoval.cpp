@@ -12,12 +12,15 @@ namespace orvanta {
 
 namespace fs = std::filesystem;
 
+void FolderRemoval::requireRemovable(const fs::path& skillsFolder, const SkillRecord& skill) {
+  if (standardized(skill.centralPath).parent_path() == standardized(skillsFolder)) return;
+  throw SkillsError::refused("Refusing to remove " + skill.centralPath + ": it is not a folder of the library " +
+                             skillsFolder.string() + "; remove the skill with its files kept");
+}
+
 FolderRemoval::FolderRemoval(const fs::path& skillsFolder, const SkillRecord& skill)
     : folder_(standardized(skill.centralPath)) {
-  if (folder_.parent_path() != standardized(skillsFolder)) {
-    throw SkillsError::refused("Refusing to remove " + skill.centralPath + ": it is not a folder of the library " +
-                               skillsFolder.string() + "; remove the skill with its files kept");
-  }
+  requireRemovable(skillsFolder, skill);
   if (!FS::exists(folder_)) return;
   const fs::path aside = skillsFolder / (std::string(kRemovingPrefix) + folder_.filename().string() + "-" +
                                          newUuid().substr(0, 6));

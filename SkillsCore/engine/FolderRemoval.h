@@ -11,8 +11,11 @@ namespace orvanta {
 
 class FolderRemoval {
  public:
-  // Sets the skill's folder in `skillsFolder` aside; a folder that is gone already is no failure. Throws `refused` for a
-  // record that names a folder outside of it.
+  // Throws `refused` for a record that names no folder of the library.
+  static void requireRemovable(const std::filesystem::path& skillsFolder, const SkillRecord& skill);
+
+  // Sets the skill's folder in `skillsFolder` aside; a folder that is gone already is no failure. Throws `refused` as
+  // above, or `io`.
   FolderRemoval(const std::filesystem::path& skillsFolder, const SkillRecord& skill);
   FolderRemoval(FolderRemoval&& other) noexcept;
   FolderRemoval& operator=(FolderRemoval&&) = delete;

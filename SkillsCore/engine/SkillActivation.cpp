@@ -95,10 +95,10 @@ void SkillActivation::disable(const SkillRecord& skill) {
 }
 
 void SkillActivation::remove(const std::string& id, bool deleteFiles) {
+  const SkillRecord skill = skills_.require(id);
+  if (deleteFiles) FolderRemoval::requireRemovable(library_.paths.skills(), skill);
   const RemovalReport report = remove(std::vector{id}, deleteFiles, {});
-  if (report.errors.empty()) return;
-  skills_.require(id);
-  throw SkillsError::io(report.errors.front());
+  if (!report.errors.empty()) throw SkillsError::io(report.errors.front());
 }
 
 RemovalReport SkillActivation::remove(const std::vector<std::string>& ids, bool deleteFiles,

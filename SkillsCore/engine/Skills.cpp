@@ -18,9 +18,9 @@ namespace {
 
 constexpr std::size_t kLargestShownFile = std::size_t{16} << 20;
 
-std::vector<std::string> take(std::map<std::string, std::vector<std::string>>& groups, const std::string& id) {
+std::vector<std::string> groupOf(const std::map<std::string, std::vector<std::string>>& groups, const std::string& id) {
   const auto found = groups.find(id);
-  return found == groups.end() ? std::vector<std::string>{} : std::move(found->second);
+  return found == groups.end() ? std::vector<std::string>{} : found->second;
 }
 
 // The file that a path inside a skill names. Throws when it leaves the folder or passes through a link.
@@ -57,18 +57,19 @@ std::vector<SkillSummary> Skills::summaries(const std::vector<SkillRecord>& reco
   std::vector<std::string> ids;
   ids.reserve(records.size());
   for (const auto& record : records) ids.push_back(record.id);
-  auto tags = library_.store.tagsBySkill(ids);
-  auto presetIds = library_.store.presetIdsBySkill();
+  const auto tags = library_.store.tagsBySkill(ids);
+  const auto presetIds = library_.store.presetIdsBySkill();
 
   std::vector<SkillSummary> result;
   result.reserve(records.size());
-  std::unordered_map<std::string, std::size_t> places;
+  std::unordered_multimap<std::string, std::size_t> places;
   for (const auto& record : records) {
     places.emplace(record.id, result.size());
-    result.push_back({record, take(tags, record.id), {}, take(presetIds, record.id)});
+    result.push_back({record, groupOf(tags, record.id), {}, groupOf(presetIds, record.id)});
   }
-  library_.store.forEachTarget(ids, [&](SkillTarget&& target) {
-    result[places.at(target.skillId)].targets.push_back(std::move(target));
+  library_.store.forEachTarget(ids, [&](const SkillTarget& target) {
+    const auto [begin, end] = places.equal_range(target.skillId);
+    for (auto place = begin; place != end; ++place) result[place->second].targets.push_back(target);
   });
   return result;
 }

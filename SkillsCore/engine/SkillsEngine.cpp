@@ -38,7 +38,7 @@ struct Components {
         tags(library),
         activation(library, skills),
         installation(library, skills),
-        deployment(library, agents, skills, presets),
+        deployment(library, skills, presets),
         repair(library),
         folders(library, agents),
         import(library, agents, folders, skills, presets),

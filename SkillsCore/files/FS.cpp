@@ -16,6 +16,7 @@
 #include "foundations/SkillsError.h"
 #include "foundations/Uuid.h"
 #include "platform/AtomicRename.h"
+#include "platform/FileTimes.h"
 
 namespace orvanta::FS {
 
@@ -41,38 +42,58 @@ struct CloseDir {
   void operator()(DIR* dir) const { ::closedir(dir); }
 };
 
-// The names in a folder, which must be readable: a folder whose permissions forbid its owner is opened up first.
-std::vector<std::string> namesToRemove(int parent, const char* name, const fs::path& shown, UniqueFd& folder) {
+// Opens a folder that is to be emptied; one whose permissions forbid that to its owner is opened up first.
+UniqueFd openToEmpty(int parent, const char* name, const fs::path& shown) {
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  folder.reset(::openat(parent, name, kFlags));
+  UniqueFd folder(::openat(parent, name, kFlags));
   if (!folder && errno == EACCES && ::fchmodat(parent, name, S_IRWXU, 0) == 0) {
     folder.reset(::openat(parent, name, kFlags));
   }
-  if (!folder) throw SkillsError::system("Cannot open " + shown.string(), errno);
-  const std::unique_ptr<DIR, CloseDir> dir(::fdopendir(::dup(folder.get())));
+  struct stat status {};
+  if (!folder || ::fstat(folder.get(), &status) != 0) throw SkillsError::system("Cannot open " + shown.string(), errno);
+  if ((status.st_mode & S_IRWXU) != S_IRWXU) ::fchmod(folder.get(), S_IRWXU);
+  return folder;
+}
+
+std::vector<std::string> namesIn(int folder, const fs::path& shown) {
+  UniqueFd own(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::unique_ptr<DIR, CloseDir> dir(own ? ::fdopendir(own.get()) : nullptr);
   if (!dir) throw SkillsError::system("Cannot list " + shown.string(), errno);
+  own.release();
   std::vector<std::string> names;
   while (const dirent* entry = ::readdir(dir.get())) {
-    const std::string_view child(entry->d_name);
-    if (child != "." && child != "..") names.emplace_back(child);
+    const std::string_view name(entry->d_name);
+    if (name != "." && name != "..") names.emplace_back(name);
   }
   return names;
 }
 
-// Removes by descriptors, so that a folder swapped for a link meanwhile is never followed.
-void removeAt(int parent, const char* name, const fs::path& shown) {
-  if (::unlinkat(parent, name, 0) == 0 || errno == ENOENT) return;
-  if (errno != EISDIR && errno != EPERM) throw SkillsError::system("Cannot remove " + shown.string(), errno);
+// Goes back from an emptied folder to the one above, which must still be the one it was.
+UniqueFd openAbove(int folder, const struct stat& expected, const fs::path& shown) {
+  UniqueFd above(::openat(folder, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   struct stat status {};
-  if (::fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode)) {
-    throw SkillsError::system("Cannot remove " + shown.string(), EPERM);
+  if (!above || ::fstat(above.get(), &status) != 0) throw SkillsError::system("Cannot open " + shown.string(), errno);
+  if (status.st_dev != expected.st_dev || status.st_ino != expected.st_ino) {
+    throw SkillsError::io("Cannot remove " + shown.string() + ": it was moved meanwhile; try again");
   }
-  UniqueFd folder;
-  const auto names = namesToRemove(parent, name, shown, folder);
-  if (!names.empty() && (status.st_mode & S_IRWXU) != S_IRWXU) ::fchmod(folder.get(), S_IRWXU);
-  for (const auto& child : names) removeAt(folder.get(), child.c_str(), shown / child);
-  if (::unlinkat(parent, name, AT_REMOVEDIR) != 0 && errno != ENOENT) {
-    throw SkillsError::system("Cannot remove " + shown.string(), errno);
+  return above;
+}
+
+// Works by descriptors, so that a folder swapped for a link meanwhile is never followed, and holds one folder open at a
+// time, so that no depth exhausts them.
+void empty(UniqueFd& folder, const fs::path& shown) {
+  struct stat self {};
+  if (::fstat(folder.get(), &self) != 0) throw SkillsError::system("Cannot open " + shown.string(), errno);
+  for (const auto& name : namesIn(folder.get(), shown)) {
+    if (::unlinkat(folder.get(), name.c_str(), 0) == 0 || errno == ENOENT) continue;
+    if (errno != EISDIR && errno != EPERM) throw SkillsError::system("Cannot remove " + (shown / name).string(), errno);
+    UniqueFd child = openToEmpty(folder.get(), name.c_str(), shown / name);
+    folder.reset();
+    empty(child, shown / name);
+    folder = openAbove(child.get(), self, shown);
+    if (::unlinkat(folder.get(), name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
+      throw SkillsError::system("Cannot remove " + (shown / name).string(), errno);
+    }
   }
 }
 
@@ -81,6 +102,16 @@ void removeAt(int parent, const char* name, const fs::path& shown) {
 Kind kind(const fs::path& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0 ? kindOf(status.st_mode) : Kind::absent;
+}
+
+Identity identity(const fs::path& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return {};
+  const timespec& modified = modificationTime(status);
+  return {.device = static_cast<std::uint64_t>(status.st_dev),
+          .inode = static_cast<std::uint64_t>(status.st_ino),
+          .type = static_cast<std::uint32_t>(status.st_mode & S_IFMT),
+          .modifiedNs = static_cast<std::int64_t>(modified.tv_sec) * 1'000'000'000 + modified.tv_nsec};
 }
 
 bool exists(const fs::path& path) { return kind(path) != Kind::absent; }
@@ -165,7 +196,15 @@ void writeAtomically(const fs::path& file, std::string_view content) {
   }
 }
 
-void removeAny(const fs::path& path) { removeAt(AT_FDCWD, path.c_str(), path); }
+void removeAny(const fs::path& path) {
+  if (::unlink(path.c_str()) == 0 || errno == ENOENT) return;
+  if (errno != EISDIR && errno != EPERM) throw SkillsError::system("Cannot remove " + path.string(), errno);
+  if (kind(path) != Kind::directory) throw SkillsError::system("Cannot remove " + path.string(), EPERM);
+  UniqueFd folder = openToEmpty(AT_FDCWD, path.c_str(), path);
+  empty(folder, path);
+  folder.reset();
+  if (::rmdir(path.c_str()) != 0 && errno != ENOENT) throw SkillsError::system("Cannot remove " + path.string(), errno);
+}
 
 void removeSymlink(const fs::path& path) {
   if (kind(path) != Kind::symlink) {

@@ -17,6 +17,18 @@ enum class Kind { absent, symlink, directory, file };
 // What stands at the path itself. Unreadable counts as absent; anything that is neither link nor folder is a `file`.
 Kind kind(const std::filesystem::path& path);
 
+// Tells one object from another that takes its place. Inode numbers are given out again at once, so the kind and the time
+// of the last change count too; a rename changes none of them. All zero when nothing stands at the path.
+struct Identity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint32_t type = 0;
+  std::int64_t modifiedNs = 0;
+
+  friend bool operator==(const Identity&, const Identity&) = default;
+};
+Identity identity(const std::filesystem::path& path);
+
 bool exists(const std::filesystem::path& path);
 bool isDirectory(const std::filesystem::path& path);
 

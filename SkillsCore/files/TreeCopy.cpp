@@ -13,6 +13,7 @@
 #include "platform/UniqueFd.h"
 #include "foundations/SkillsError.h"
 #include "platform/CloneFile.h"
+#include "platform/FileTimes.h"
 
 namespace orvanta {
 
@@ -23,11 +24,7 @@ namespace {
 constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
 
 void setTimes(int fd, const struct stat& status, const std::string& name) {
-#ifdef __APPLE__
-  const timespec times[2] = {status.st_atimespec, status.st_mtimespec};
-#else
-  const timespec times[2] = {status.st_atim, status.st_mtim};
-#endif
+  const timespec times[2] = {accessTime(status), modificationTime(status)};
   if (::futimens(fd, times) != 0) throw SkillsError::system("Cannot set the times of " + name, errno);
 }
 

@@ -1,5 +1,6 @@
 #include "foundations/Uuid.h"
 
+#include <sys/random.h>
 #include <unistd.h>
 
 #include <array>
@@ -7,10 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-
-#ifdef __APPLE__
-#include <sys/random.h>
-#endif
 
 #include "foundations/SkillsError.h"
 

@@ -1,8 +1,12 @@
 #include "persistence/Schema.h"
 
 #include <array>
+#include <cstdint>
+#include <fstream>
 #include <string>
+#include <string_view>
 
+#include "files/FS.h"
 #include "foundations/SkillsError.h"
 
 namespace orvanta::Schema {
@@ -214,15 +218,31 @@ void migrateFrom(SQLiteConnection& connection, int step) {
   }
 }
 
+SkillsError newer(int version) {
+  return SkillsError::database("Database schema version (" + std::to_string(version) +
+                               ") is newer than this app supports (" + std::to_string(kLatestVersion) +
+                               "). Please upgrade the application.");
+}
+
 }  // namespace
+
+void refuseNewer(const std::filesystem::path& database) {
+  constexpr std::string_view kMagic("SQLite format 3\0", 16);
+  constexpr std::size_t kUserVersionAt = 60;  // four bytes, big-endian
+  std::array<char, kUserVersionAt + 4> header{};
+  if (!FS::resolvesToFile(database)) return;
+  std::ifstream file(database, std::ios::binary);
+  if (!file.read(header.data(), header.size()) || std::string_view(header.data(), kMagic.size()) != kMagic) return;
+  std::uint32_t version = 0;
+  for (std::size_t i = kUserVersionAt; i < header.size(); ++i) {
+    version = version << 8U | static_cast<unsigned char>(header[i]);
+  }
+  if (static_cast<std::int32_t>(version) > kLatestVersion) throw newer(static_cast<std::int32_t>(version));
+}
 
 void migrate(SQLiteConnection& connection) {
   for (int version = connection.userVersion(); version != kLatestVersion; version = connection.userVersion()) {
-    if (version > kLatestVersion) {
-      throw SkillsError::database("Database schema version (" + std::to_string(version) +
-                                  ") is newer than this app supports (" + std::to_string(kLatestVersion) +
-                                  "). Please upgrade the application.");
-    }
+    if (version > kLatestVersion) throw newer(version);
     migrateFrom(connection, version);
   }
 }

@@ -65,14 +65,15 @@ std::map<std::string, std::vector<std::string>> grouped(SQLiteConnection& connec
   return groups;
 }
 
-const std::filesystem::path& withParent(const std::filesystem::path& database) {
+std::string readyToOpen(const std::filesystem::path& database) {
   FS::createDirectories(database.parent_path());
-  return database;
+  Schema::refuseNewer(database);
+  return fsPath(database);
 }
 
 }  // namespace
 
-SkillStore::SkillStore(const std::filesystem::path& database) : connection_(fsPath(withParent(database))) {
+SkillStore::SkillStore(const std::filesystem::path& database) : connection_(readyToOpen(database)) {
   Schema::migrate(connection_);
 }
 

@@ -1,0 +1,74 @@
+#include "cli/Commands.h"
+
+#include <algorithm>
+
+namespace orvanta::cli {
+
+const std::vector<Command>& allCommands() {
+  static const std::vector<Command> commands{
+      {"Look", "status", "Figures of the library, and what to do next", setUpStatus},
+      {"Look", "list", "The skills in the library", setUpList},
+      {"Look", "show", "One skill: its source, where it is deployed, its files", setUpShow},
+      {"Look", "discover", "Skills in agents' folders that the library does not hold", setUpDiscover},
+      {"Look", "log", "What was done, newest first", setUpLog},
+      {"Look", "log export", "Write the log to a file", setUpLogExport},
+      {"Look", "log clear", "Delete all entries of the log", setUpLogClear},
+      {"Skills", "install", "Copy skills into the library from folders and archives", setUpInstall},
+      {"Skills", "import", "Bring skills from an agent's folder into the library", setUpImport},
+      {"Skills", "edit", "Change a skill's name or description", setUpEdit},
+      {"Skills", "enable", "Put disabled skills back into agents' folders", setUpEnable},
+      {"Skills", "disable", "Take skills out of all agents' folders for a while", setUpDisable},
+      {"Skills", "remove", "Remove skills from the library and from every agent", setUpRemove},
+      {"Skills", "tag", "Tags of skills"},
+      {"Skills", "tag list", "All tags and how many skills have each", setUpTagList},
+      {"Skills", "tag set", "Give a skill exactly these tags", setUpTagSet},
+      {"Skills", "tag add", "Add tags to a skill", setUpTagAdd},
+      {"Skills", "tag remove", "Take tags from a skill", setUpTagRemove},
+      {"Skills", "tag rename", "Rename a tag on every skill", setUpTagRename},
+      {"Skills", "tag delete", "Take a tag from every skill", setUpTagDelete},
+      {"Agents", "deploy", "Place skills in agents' folders", setUpDeploy},
+      {"Agents", "undeploy", "Take skills out of agents' folders", setUpUndeploy},
+      {"Agents", "repair", "Fix broken links and refresh stale copies", setUpRepair},
+      {"Agents", "delete-unmanaged", "Delete a skill that the library does not manage from an agent's folder",
+       setUpDeleteUnmanaged},
+      {"Agents", "agent", "The agents and what lies in their folders"},
+      {"Agents", "agent list", "All agents, whether they are installed, and their folders", setUpAgentList},
+      {"Agents", "agent show", "One agent and every skill in its folder", setUpAgentShow},
+      {"Agents", "agent enable", "Use an agent again", setUpAgentEnable},
+      {"Agents", "agent disable", "Leave an agent alone; what is deployed to it stays", setUpAgentDisable},
+      {"Agents", "agent path", "Show or change the folder of an agent's skills", setUpAgentPath},
+      {"Agents", "agent project-path", "Show or change where an agent looks inside a project", setUpAgentProjectPath},
+      {"Agents", "agent add", "Add an agent of your own, or change it", setUpAgentAdd},
+      {"Agents", "agent remove", "Forget an agent of your own", setUpAgentRemove},
+      {"Agents", "agent order", "List these agents first", setUpAgentOrder},
+      {"Orvanta", "config", "Settings of the library"},
+      {"Orvanta", "config list", "All settings and their values", setUpConfigList},
+      {"Orvanta", "config get", "The value of one setting", setUpConfigGet},
+      {"Orvanta", "config set", "Change a setting", setUpConfigSet},
+      {"Orvanta", "config unset", "Go back to a setting's default", setUpConfigUnset},
+      {"Orvanta", "library", "Where the library lies"},
+      {"Orvanta", "library path", "The library's folder", setUpLibraryPath},
+      {"Orvanta", "completion", "The script that completes commands and names in a shell", setUpCompletion},
+      {"Orvanta", "help", "Help on a command", setUpHelp},
+  };
+  return commands;
+}
+
+const Command* findCommand(std::string_view name) {
+  const auto& commands = allCommands();
+  const auto found =
+      std::find_if(commands.begin(), commands.end(), [&](const auto& each) { return each.name == name; });
+  return found == commands.end() ? nullptr : &*found;
+}
+
+std::vector<const Command*> verbsOf(std::string_view noun) {
+  std::vector<const Command*> verbs;
+  for (const Command& command : allCommands()) {
+    const bool isVerb =
+        command.name.size() > noun.size() + 1 && command.name.starts_with(noun) && command.name[noun.size()] == ' ';
+    if (isVerb) verbs.push_back(&command);
+  }
+  return verbs;
+}
+
+}  // namespace orvanta::cli

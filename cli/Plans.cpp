@@ -1,0 +1,69 @@
+#include "cli/Plans.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include <fmt/format.h>
+
+#include "cli/Output.h"
+#include "cli/Table.h"
+
+namespace orvanta::cli {
+
+namespace {
+
+constexpr std::size_t screenful = 15;
+
+Style styleOf(PlannedStep::Action action) {
+  switch (action) {
+    case PlannedStep::Action::place: return Style::good;
+    case PlannedStep::Action::replace: return Style::warning;
+    case PlannedStep::Action::keep: return Style::faint;
+    case PlannedStep::Action::remove: return Style::warning;
+    case PlannedStep::Action::refused: return Style::bad;
+  }
+  return Style::plain;
+}
+
+Table tableOf(const Plan& plan) {
+  Table table({{"ACTION"}, {"SKILL", true}, {"AGENT"}, {"PATH", true}, {"REASON", true}});
+  for (const PlannedStep& step : plan) {
+    table.add({{std::string(rawValue(step.action)), styleOf(step.action)},
+               step.skillName,
+               step.tool.value_or("library"),
+               step.path,
+               step.reason.value_or("")});
+  }
+  return table;
+}
+
+bool destroys(const PlannedStep& step) {
+  return step.action == PlannedStep::Action::remove || step.action == PlannedStep::Action::replace;
+}
+
+}  // namespace
+
+ExitStatus showPlan(const Session& session, const Plan& plan) {
+  if (session.json()) {
+    writeJsonArray(session.out().stream(), plan);
+    return ExitStatus::done;
+  }
+  if (plan.empty()) {
+    session.out().line("Nothing to do.");
+    return ExitStatus::done;
+  }
+  tableOf(plan).write(session.out());
+  session.note("This is a dry run: nothing was changed.");
+  return ExitStatus::done;
+}
+
+void showLosses(const Session& session, const Plan& plan) {
+  Plan losses;
+  std::copy_if(plan.begin(), plan.end(), std::back_inserter(losses), destroys);
+  const std::size_t more = losses.size() > screenful ? losses.size() - screenful : 0;
+  losses.resize(losses.size() - more);
+  tableOf(losses).write(session.err());
+  if (more > 0) session.err().line(fmt::format("and {} more", more));
+}
+
+}  // namespace orvanta::cli

@@ -1,0 +1,31 @@
+#pragma once
+
+// One line on a terminal that says how far a long operation is. It appears when the operation takes longer than half a
+// second and is gone when the operation ends.
+
+#include <chrono>
+
+#include "cli/Terminal.h"
+#include "foundations/Operation.h"
+
+namespace orvanta::cli {
+
+class ProgressLine {
+ public:
+  explicit ProgressLine(const Terminal& terminal) : terminal_(&terminal) {}
+  ~ProgressLine() { clear(); }
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+
+  void show(const Progress& progress);
+  void clear();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  const Terminal* terminal_;
+  Clock::time_point due_ = Clock::now() + std::chrono::milliseconds(500);
+  bool shown_ = false;
+};
+
+}  // namespace orvanta::cli

@@ -1,0 +1,85 @@
+#include "cli/Session.h"
+
+#include <fmt/format.h>
+
+#include "cli/UsageError.h"
+#include "foundations/SkillsError.h"
+#include "foundations/Text.h"
+
+namespace orvanta::cli {
+
+namespace {
+
+ColorChoice colorChoice(const std::string& word) {
+  if (word == "always") return ColorChoice::always;
+  return word == "never" ? ColorChoice::never : ColorChoice::automatic;
+}
+
+}  // namespace
+
+Session::Session(const Streams& streams, const GlobalOptions& options)
+    : streams_(streams),
+      options_(options),
+      out_(streams.out, streams.outIsTerminal, streams.columns, colorChoice(options.color)),
+      err_(streams.err, streams.errIsTerminal, streams.columns, colorChoice(options.color)) {}
+
+const UserFolders& Session::user() {
+  if (!user_) user_ = currentUserFolders();
+  return *user_;
+}
+
+const Paths& Session::paths() {
+  if (paths_) return *paths_;
+  const auto chosen = options_.library.empty() ? environmentVariable("ORVANTA_HOME") : options_.library;
+  return paths_.emplace(Paths::resolveDefault(user(), chosen));
+}
+
+SkillsEngine& Session::engine() {
+  if (!engine_) engine_ = std::make_unique<SkillsEngine>(paths(), user());
+  return *engine_;
+}
+
+void Session::note(std::string_view text) const {
+  if (!options_.quiet) err_.line(text);
+}
+
+void Session::problem(std::string_view text) const {
+  err_.line(fmt::format("{} {}", err_.styled("error:", Style::bad), text));
+}
+
+void Session::problems(const std::vector<std::string>& texts) const {
+  if (json()) return;
+  for (const std::string& text : texts) problem(Text::singleLine(text));
+}
+
+std::optional<std::string> Session::ask(std::string_view question) const {
+  streams_.err << question << ' ' << std::flush;
+  std::string answer;
+  if (!std::getline(streams_.in, answer)) {
+    streams_.err << '\n';
+    return std::nullopt;
+  }
+  return std::string(Text::trim(answer));
+}
+
+void Session::confirm(std::string_view question) const {
+  if (options_.yes) return;
+  if (!canAsk()) {
+    throw UsageError(
+        fmt::format("\"{}\" cannot be asked here, because no one is at a terminal. Add --yes to agree beforehand, or "
+                    "--dry-run, where the command has it, to see what would be done.",
+                    question));
+  }
+  const std::string answer = Text::lowercase(ask(fmt::format("{} [y/N]", question)).value_or(""));
+  if (answer != "y" && answer != "yes") throw SkillsError::refused("Not confirmed, so nothing was changed.");
+}
+
+OperationContext Session::contextFor(ProgressLine& line) {
+  OperationContext context{interrupt_->token(), {}};
+  if (err_.isTerminal() && !options_.quiet) {
+    context.progress = [&line](const Progress& progress) { line.show(progress); };
+  }
+  return context;
+}
+
+}  // namespace orvanta::cli

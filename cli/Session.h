@@ -1,0 +1,88 @@
+#pragma once
+
+// What a command works with: its library, opened when first needed, and the ways to speak with the user. Results go to
+// `out`, everything else to `err`.
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/ExitStatus.h"
+#include "cli/Interrupt.h"
+#include "cli/ProgressLine.h"
+#include "cli/Terminal.h"
+#include "engine/SkillsEngine.h"
+
+namespace orvanta::cli {
+
+struct GlobalOptions {
+  std::string library;
+  bool json = false;
+  bool quiet = false;
+  bool verbose = false;
+  bool yes = false;
+  std::string color = "auto";
+  bool help = false;
+  bool version = false;
+};
+
+class Session {
+ public:
+  Session(const Streams& streams, const GlobalOptions& options);
+
+  [[nodiscard]] const GlobalOptions& options() const { return options_; }
+  [[nodiscard]] bool json() const { return options_.json; }
+  [[nodiscard]] const Terminal& out() const { return out_; }
+  [[nodiscard]] const Terminal& err() const { return err_; }
+
+  const UserFolders& user();
+  // Where the library is or would be; opens nothing.
+  const Paths& paths();
+  // The library, made where there is none.
+  SkillsEngine& engine();
+  [[nodiscard]] bool hasOpenedEngine() const { return engine_ != nullptr; }
+
+  // Something worth knowing beside the result; silent under --quiet.
+  void note(std::string_view text) const;
+  // One thing that went wrong while the rest goes on.
+  void problem(std::string_view text) const;
+  // Those of a bulk command. Under --json they stand in the command's document instead.
+  void problems(const std::vector<std::string>& texts) const;
+
+  // Someone is there to answer.
+  [[nodiscard]] bool canAsk() const { return streams_.inIsTerminal && streams_.errIsTerminal; }
+  // `confirm` will ask: time to show what is at stake.
+  [[nodiscard]] bool willAsk() const { return canAsk() && !options_.yes; }
+  // The line typed in answer; nothing at the end of input.
+  std::optional<std::string> ask(std::string_view question) const;
+  // Returns when the user agrees. Throws `refused` when not, and `UsageError` where nobody can be asked and --yes was
+  // not given. `question` names what will go: "Remove 3 skills?".
+  void confirm(std::string_view question) const;
+
+  // Runs a change: from here on to the end of the run Ctrl-C stops it between two steps, and a line shows how far it
+  // is.
+  template <typename Change>
+  auto change(Change&& run) {
+    if (!interrupt_) interrupt_.emplace();
+    ProgressLine line(err_);
+    return std::forward<Change>(run)(contextFor(line));
+  }
+  [[nodiscard]] bool wasInterrupted() const { return interrupt_ && interrupt_->requested(); }
+
+ private:
+  OperationContext contextFor(ProgressLine& line);
+
+  Streams streams_;
+  GlobalOptions options_;
+  Terminal out_;
+  Terminal err_;
+  std::optional<UserFolders> user_;
+  std::optional<Paths> paths_;
+  std::unique_ptr<SkillsEngine> engine_;
+  std::optional<Interrupt> interrupt_;
+};
+
+}  // namespace orvanta::cli

@@ -1,0 +1,73 @@
+#include "cli/Table.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "foundations/Text.h"
+
+namespace orvanta::cli {
+
+namespace {
+
+constexpr std::size_t gap = 2;
+constexpr std::size_t narrowest = 8;
+
+}  // namespace
+
+Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {
+  for (const Column& column : columns_) widths_.push_back(Text::displayWidth(column.title));
+}
+
+void Table::add(std::vector<Cell> row) {
+  for (std::size_t i = 0; i < row.size(); ++i) {
+    row[i].text = Text::singleLine(row[i].text);
+    widths_[i] = std::max(widths_[i], Text::displayWidth(row[i].text));
+  }
+  rows_.push_back(std::move(row));
+}
+
+std::vector<std::size_t> Table::widthsFor(const Terminal& terminal) const {
+  std::vector<std::size_t> widths = widths_;
+  if (!terminal.isTerminal()) return widths;
+  std::size_t total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
+  while (total > terminal.columns()) {
+    std::size_t* widest = nullptr;
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      if (columns_[i].shrinks && widths[i] > narrowest && (widest == nullptr || widths[i] > *widest)) {
+        widest = &widths[i];
+      }
+    }
+    if (widest == nullptr) break;
+    --*widest;
+    --total;
+  }
+  return widths;
+}
+
+std::string Table::lineOf(const std::vector<Cell>& row, const std::vector<std::size_t>& widths,
+                          const Terminal& terminal) const {
+  std::string line;
+  std::size_t spaces = 0;
+  for (std::size_t i = 0; i < row.size(); ++i) {
+    const std::string text = Text::fitToWidth(row[i].text, widths[i]);
+    const std::size_t padding = widths[i] - std::min(widths[i], Text::displayWidth(text));
+    if (columns_[i].right) spaces += padding;
+    if (!text.empty()) {
+      line.append(spaces, ' ').append(terminal.styled(text, row[i].style));
+      spaces = 0;
+    }
+    spaces += gap + (columns_[i].right ? 0 : padding);
+  }
+  return line;
+}
+
+void Table::write(const Terminal& terminal) const {
+  if (rows_.empty()) return;
+  const auto widths = widthsFor(terminal);
+  std::vector<Cell> header;
+  for (const Column& column : columns_) header.emplace_back(column.title, Style::strong);
+  terminal.line(lineOf(header, widths, terminal));
+  for (const auto& row : rows_) terminal.line(lineOf(row, widths, terminal));
+}
+
+}  // namespace orvanta::cli

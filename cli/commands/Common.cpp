@@ -1,0 +1,102 @@
+#include "cli/commands/Common.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "cli/Format.h"
+#include "cli/Output.h"
+#include "cli/Table.h"
+#include "files/FS.h"
+#include "foundations/Text.h"
+
+namespace orvanta::cli {
+
+namespace {
+
+constexpr std::size_t screenful = 20;
+constexpr const char* stoppedOnRequest = "Stopped on request. What was done by then is complete and recorded.";
+
+}  // namespace
+
+Input& skillArgument(CommandLine& line, std::string& target) {
+  return line
+      .argument("SKILL", target, "A skill's name, its id, or at least four characters of its id", Completes::skills)
+      .required();
+}
+
+Input& skillArguments(CommandLine& line, std::vector<std::string>& target) {
+  return line.argument("SKILL", target, "Names of skills, ids, or at least four characters of an id", Completes::skills)
+      .required();
+}
+
+Input& agentArgument(CommandLine& line, std::string& target) {
+  return line.argument("AGENT", target, "An agent's key or name, as 'orvanta agent list' shows it", Completes::agents)
+      .required();
+}
+
+Input& agentOption(CommandLine& line, const std::string& name, std::string& target, const std::string& about) {
+  return line.option(name, target, "AGENT", about, Completes::agents);
+}
+
+Input& agentsOption(CommandLine& line, const std::string& name, std::vector<std::string>& target,
+                    const std::string& about) {
+  return line.option(name, target, "AGENT", about, Completes::agents);
+}
+
+std::string skillsAsText(const std::vector<SkillRecord>& records) {
+  return records.size() == 1 ? inQuotes(records.front().name) : counted(records.size(), "skill");
+}
+
+std::vector<std::string> idsOf(const std::vector<SkillRecord>& records) {
+  std::vector<std::string> ids;
+  for (const SkillRecord& record : records) ids.push_back(record.id);
+  return ids;
+}
+
+ExitStatus showSummary(const Session& session, const SkillSummary& summary, const std::string& sentence) {
+  if (session.json()) {
+    writeJson(session.out().stream(), summary);
+  } else {
+    session.out().line(sentence);
+  }
+  return ExitStatus::done;
+}
+
+void showPlacements(const Session& session, const std::vector<Placement>& placements, const std::string& verb) {
+  Table table({{"SKILL", true}, {"AGENT"}, {"AS"}, {"PATH", true}, {"NOTE", true}});
+  std::size_t changed = 0;
+  for (const Placement& placement : placements) {
+    changed += placement.changed ? 1 : 0;
+    if (!placement.changed && !placement.note) continue;
+    if (placements.size() > screenful) continue;
+    table.add({placement.skillName, placement.tool, std::string(rawValue(placement.mode)), placement.targetPath,
+               placement.note.value_or("")});
+  }
+  table.write(session.out());
+  const std::size_t kept = placements.size() - changed;
+  session.out().line(kept == 0 ? fmt::format("{} {}.", counted(changed, "deployment"), verb)
+                               : fmt::format("{} {}, {} left as it was.", counted(changed, "deployment"), verb, kept));
+}
+
+void showProblems(const Session& session, const std::vector<std::string>& errors, bool interrupted) {
+  session.problems(errors);
+  if (interrupted) session.problem(stoppedOnRequest);
+}
+
+void showProblemsBesideArray(const Session& session, const std::vector<std::string>& errors, bool interrupted) {
+  if (!session.json()) return showProblems(session, errors, interrupted);
+  std::vector<std::string> texts = errors;
+  if (interrupted) texts.emplace_back(stoppedOnRequest);
+  if (texts.empty()) return;
+  writeJson(session.err().stream(), {{"error", {{"kind", "io"}, {"message", Text::join(texts, "\n")}}}});
+}
+
+std::filesystem::path pathInAgentFolder(Session& session, const std::string& typed, const std::string& agent) {
+  const std::filesystem::path path(typed);
+  if (path.is_absolute() || FS::exists(path)) return standardized(path);
+  const auto below = session.engine().adapter(agent).skillsDir(session.user()) / path;
+  return FS::exists(below) ? below : standardized(path);
+}
+
+}  // namespace orvanta::cli

@@ -1,0 +1,41 @@
+#pragma once
+
+// What several commands share: the arguments they take and the results they show.
+
+#include <string>
+#include <vector>
+
+#include "cli/CommandLine.h"
+#include "cli/Session.h"
+#include "engine/Reports.h"
+
+namespace orvanta::cli {
+
+Input& skillArgument(CommandLine& line, std::string& target);
+Input& skillArguments(CommandLine& line, std::vector<std::string>& target);
+Input& agentArgument(CommandLine& line, std::string& target);
+Input& agentOption(CommandLine& line, const std::string& name, std::string& target, const std::string& about);
+Input& agentsOption(CommandLine& line, const std::string& name, std::vector<std::string>& target,
+                    const std::string& about);
+
+// "'pdf'", "3 skills".
+std::string skillsAsText(const std::vector<SkillRecord>& records);
+std::vector<std::string> idsOf(const std::vector<SkillRecord>& records);
+
+// One skill after a change: JSON, or the sentence.
+ExitStatus showSummary(const Session& session, const SkillSummary& summary, const std::string& sentence);
+
+// A table of what was placed or removed when it fits on a screen, and always the figures: "3 placed, 1 left as it was".
+void showPlacements(const Session& session, const std::vector<Placement>& placements, const std::string& verb);
+
+// Says that a bulk command was stopped, and errors one by one; nothing under --json but the former.
+void showProblems(const Session& session, const std::vector<std::string>& errors, bool interrupted);
+
+// The same where the result is an array, which has no room for errors: under --json they are one document on the error
+// stream.
+void showProblemsBesideArray(const Session& session, const std::vector<std::string>& errors, bool interrupted);
+
+// A path as it was typed: absolute, from the working folder, or below an agent's folder.
+std::filesystem::path pathInAgentFolder(Session& session, const std::string& typed, const std::string& agent);
+
+}  // namespace orvanta::cli

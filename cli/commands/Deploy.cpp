@@ -1,0 +1,163 @@
+#include <algorithm>
+#include <set>
+
+#include <fmt/format.h>
+
+#include "cli/CommandLine.h"
+#include "cli/Format.h"
+#include "cli/Names.h"
+#include "cli/Output.h"
+#include "cli/Plans.h"
+#include "cli/UsageError.h"
+#include "cli/commands/Common.h"
+
+namespace orvanta::cli {
+
+namespace {
+
+struct DeployOptions {
+  std::vector<std::string> skills;
+  std::vector<std::string> agents;
+  bool allAgents = false;
+  bool only = false;
+  bool force = false;
+  bool dryRun = false;
+};
+
+struct UndeployOptions {
+  std::vector<std::string> skills;
+  std::vector<std::string> agents;
+  bool allAgents = false;
+  bool dryRun = false;
+};
+
+std::vector<std::string> allKeys(SkillsEngine& engine) {
+  std::vector<std::string> keys;
+  for (const ToolAdapter& adapter : engine.adapters()) keys.push_back(adapter.key);
+  return keys;
+}
+
+std::vector<std::string> without(std::vector<std::string> keys, const std::vector<std::string>& taken) {
+  const auto isTaken = [&](const std::string& key) {
+    return std::find(taken.begin(), taken.end(), key) != taken.end();
+  };
+  keys.erase(std::remove_if(keys.begin(), keys.end(), isTaken), keys.end());
+  return keys;
+}
+
+Plan joined(Plan plan, const Plan& more) {
+  plan.insert(plan.end(), more.begin(), more.end());
+  return plan;
+}
+
+// What only --force makes way for: folders that the library did not place.
+Plan forcedReplacements(SkillsEngine& engine, const std::vector<std::string>& ids,
+                        const std::vector<std::string>& agents) {
+  std::set<std::string> refused;
+  for (const PlannedStep& step : engine.planDeploy(ids, agents, false)) {
+    if (step.action == PlannedStep::Action::refused) refused.insert(step.path);
+  }
+  Plan replaced = engine.planDeploy(ids, agents, true);
+  const auto isOther = [&](const PlannedStep& step) {
+    return step.action != PlannedStep::Action::replace || refused.count(step.path) == 0;
+  };
+  replaced.erase(std::remove_if(replaced.begin(), replaced.end(), isOther), replaced.end());
+  return replaced;
+}
+
+void confirmReplacing(const Session& session, const Plan& losses) {
+  if (losses.empty()) return;
+  if (session.willAsk()) showLosses(session, losses);
+  const std::string what = losses.size() == 1 ? "this folder" : fmt::format("these {} folders", losses.size());
+  session.confirm(fmt::format("Replace {}, which Orvanta did not place?", what));
+}
+
+void append(std::vector<std::string>& texts, const std::vector<std::string>& more) {
+  texts.insert(texts.end(), more.begin(), more.end());
+}
+
+ExitStatus showResult(const Session& session, const PlacementReport& placed, const PlacementReport& removed,
+                      bool only) {
+  std::vector<std::string> errors = placed.errors;
+  append(errors, removed.errors);
+  const bool interrupted = placed.interrupted || removed.interrupted;
+  if (session.json()) {
+    JsonObject document(session.out().stream());
+    document.array("deployed", placed.done);
+    if (only) document.array("removed", removed.done);
+    document.array("errors", errors);
+  } else {
+    showPlacements(session, placed.done, "placed");
+    if (!removed.done.empty()) showPlacements(session, removed.done, "removed");
+  }
+  showProblems(session, errors, interrupted);
+  return bulkStatus(placed.done.size() + removed.done.size(), errors.size(), interrupted);
+}
+
+ExitStatus deploy(Session& session, const DeployOptions& options) {
+  if (options.agents.empty() && !options.allAgents) throw UsageError("Say where to: --to AGENT…, or --all-agents.");
+  SkillsEngine& engine = session.engine();
+  const auto ids = skillIdsNamed(engine, options.skills);
+  const auto agents = options.allAgents ? activeAgents(engine) : agentsNamed(engine, options.agents);
+  const auto others = options.only ? without(allKeys(engine), agents) : std::vector<std::string>{};
+  if (options.dryRun) {
+    const Plan plan = engine.planDeploy(ids, agents, options.force);
+    return showPlan(session, options.only ? joined(plan, engine.planUndeploy(ids, others)) : plan);
+  }
+  if (options.force && !session.options().yes) confirmReplacing(session, forcedReplacements(engine, ids, agents));
+  return session.change([&](const OperationContext& context) {
+    const PlacementReport placed = engine.deploy(ids, agents, options.force, context);
+    const PlacementReport removed =
+        others.empty() || placed.interrupted ? PlacementReport{} : engine.undeploy(ids, others, context);
+    return showResult(session, placed, removed, options.only);
+  });
+}
+
+ExitStatus undeploy(Session& session, const UndeployOptions& options) {
+  if (options.agents.empty() && !options.allAgents) throw UsageError("Say where from: --from AGENT…, or --all-agents.");
+  SkillsEngine& engine = session.engine();
+  const auto ids = skillIdsNamed(engine, options.skills);
+  const auto agents = options.allAgents ? allKeys(engine) : agentsNamed(engine, options.agents);
+  if (options.dryRun) return showPlan(session, engine.planUndeploy(ids, agents));
+  const PlacementReport report =
+      session.change([&](const OperationContext& context) { return engine.undeploy(ids, agents, context); });
+  if (session.json()) {
+    JsonObject document(session.out().stream());
+    document.array("removed", report.done);
+    document.array("errors", report.errors);
+  } else {
+    showPlacements(session, report.done, "removed");
+  }
+  showProblems(session, report.errors, report.interrupted);
+  return bulkStatus(report.done.size(), report.errors.size(), report.interrupted);
+}
+
+}  // namespace
+
+void setUpDeploy(CommandLine& line) {
+  DeployOptions& options = line.runs<DeployOptions>(deploy);
+  skillArguments(line, options.skills);
+  auto& to = agentsOption(line, "--to", options.agents, "The agents that get the skills");
+  line.flag("--all-agents", options.allAgents, "Every agent that is installed and switched on").excludes(to);
+  line.flag("--only", options.only, "Take the skills out of all other agents");
+  line.flag("--force", options.force, "Replace folders of the same name that Orvanta did not place, after asking");
+  line.dryRunFlag(options.dryRun);
+  line.example("orvanta deploy pdf --to cursor", "Place one skill");
+  line.example("orvanta deploy pdf docx --all-agents", "Place two skills everywhere");
+  line.explain(
+      "Skills are placed as links, or as copies after 'orvanta config set sync_mode copy'. A folder of your own is "
+      "never "
+      "replaced without --force.");
+}
+
+void setUpUndeploy(CommandLine& line) {
+  UndeployOptions& options = line.runs<UndeployOptions>(undeploy);
+  skillArguments(line, options.skills);
+  auto& from = agentsOption(line, "--from", options.agents, "The agents that give the skills up");
+  line.flag("--all-agents", options.allAgents, "Every agent that has them").excludes(from);
+  line.dryRunFlag(options.dryRun);
+  line.example("orvanta undeploy pdf --from cursor", "Take one skill out of an agent's folder");
+  line.example("orvanta undeploy pdf --all-agents", "Take it out of all; the library keeps it");
+}
+
+}  // namespace orvanta::cli
