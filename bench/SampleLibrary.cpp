@@ -23,8 +23,8 @@ constexpr std::size_t kKiB = 1024;
 constexpr std::size_t kLargest = 1024 * kKiB;
 
 constexpr std::array<std::string_view, 24> kWords{
-    "review", "the",    "report",  "before", "each",   "release", "and",   "compare", "tables", "with",  "charts", "then",
-    "write",  "a",      "summary", "of",     "errors", "in",      "plain", "words",   "for",    "every", "reader", "when"};
+    "review", "the", "report",  "before", "each",   "release", "and",   "compare", "tables", "with",  "charts", "then",
+    "write",  "a",   "summary", "of",     "errors", "in",      "plain", "words",   "for",    "every", "reader", "when"};
 constexpr std::array<std::string_view, 4> kFolders{"", "references/", "scripts/", "assets/templates/"};
 constexpr std::array<std::string_view, 5> kExtensions{".md", ".txt", ".json", ".py", ".sh"};
 

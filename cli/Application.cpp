@@ -31,7 +31,9 @@ class ErrorWriter {
   void write(std::string_view kind, const std::string& message) const {
     if (json_) return writeJson(streams_.err, {{"error", {{"kind", kind}, {"message", message}}}});
     const Terminal terminal(streams_.err, streams_.errIsTerminal, streams_.columns, ColorChoice::automatic);
-    terminal.line(fmt::format("{} {}", terminal.styled("error:", Style::bad), message));
+    std::string text;
+    for (const std::string_view line : Text::split(message, '\n')) text += Text::singleLine(line) + '\n';
+    streams_.err << terminal.styled("error:", Style::bad) << ' ' << text;
   }
 
  private:

@@ -17,9 +17,9 @@ bool isGlobalWithValue(const std::string& word) { return word == "--library" || 
 
 bool isOption(const std::string& word) { return word.size() > 1 && word.front() == '-'; }
 
-std::string withoutTrailingDot(std::string text) {
-  while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
-  return text;
+std::string asSentence(std::string text) {
+  while (text.ends_with('\n')) text.pop_back();
+  return text.ends_with('.') || text.ends_with('?') ? text : text + ".";
 }
 
 }  // namespace
@@ -164,8 +164,8 @@ CommandLine::Parsed CommandLine::parse(const std::vector<std::string>& words) {
   try {
     app_->parse(std::vector<std::string>(words.rbegin(), words.rend()));
   } catch (const CLI::ParseError& error) {
-    throw UsageError(Text::singleLine(fmt::format("{}. 'orvanta help {}' explains the command.",
-                                                  withoutTrailingDot(explanationOf(error)), command_->name)));
+    throw UsageError(Text::singleLine(
+        fmt::format("{} 'orvanta help {}' explains the command.", asSentence(explanationOf(error)), command_->name)));
   }
   return Parsed::ready;
 }
@@ -173,7 +173,9 @@ CommandLine::Parsed CommandLine::parse(const std::vector<std::string>& words) {
 std::string CommandLine::explanationOf(const CLI::ParseError& error) const {
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) return unexpectedWord();
   const std::string text = error.what();
-  return dynamic_cast<const CLI::RequiredError*>(&error) != nullptr ? text + greedyListHint() : text;
+  const Input* input = optionCalled(text.substr(0, text.find(':')));
+  const bool isIncomplete = dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr && input != nullptr;
+  return isIncomplete ? fmt::format("'{}' is incomplete: {} is missing", input->label(), input->value) : text;
 }
 
 std::string CommandLine::unexpectedWord() const {
@@ -186,17 +188,6 @@ std::string CommandLine::unexpectedWord() const {
   }
   const std::string near = nearestName(word.substr(0, word.find('=')), names);
   return fmt::format("There is no option '{}'", word) + (near.empty() ? "" : fmt::format("; did you mean '{}'?", near));
-}
-
-// "deploy --to cursor pdf" means pdf as a second agent; whoever typed it did not.
-std::string CommandLine::greedyListHint() const {
-  for (const Input& input : inputs_) {
-    if (!input.isArgument && input.takesSeveral && input.option->count() > 1) {
-      return fmt::format(" ({} takes all words that follow it: put it last, or write -- before the argument)",
-                         input.name);
-    }
-  }
-  return "";
 }
 
 std::vector<const Input*> CommandLine::arguments() const {

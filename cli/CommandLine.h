@@ -121,7 +121,6 @@ class CommandLine {
   void addGlobalOptions(GlobalOptions& globals);
   [[nodiscard]] std::string explanationOf(const CLI::ParseError& error) const;
   [[nodiscard]] std::string unexpectedWord() const;
-  [[nodiscard]] std::string greedyListHint() const;
 
   const Command* command_;
   std::unique_ptr<CLI::App> app_;

@@ -65,10 +65,8 @@ std::optional<std::string> Session::ask(std::string_view question) const {
 void Session::confirm(std::string_view question) const {
   if (options_.yes) return;
   if (!canAsk()) {
-    throw UsageError(
-        fmt::format("\"{}\" cannot be asked here, because no one is at a terminal. Add --yes to agree beforehand, or "
-                    "--dry-run, where the command has it, to see what would be done.",
-                    question));
+    throw UsageError(fmt::format(
+        "\"{}\" needs an answer, and there is no terminal to ask on. Add --yes to agree beforehand.", question));
   }
   const std::string answer = Text::lowercase(ask(fmt::format("{} [y/N]", question)).value_or(""));
   if (answer != "y" && answer != "yes") throw SkillsError::refused("Not confirmed, so nothing was changed.");

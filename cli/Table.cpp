@@ -1,7 +1,6 @@
 #include "cli/Table.h"
 
 #include <algorithm>
-#include <numeric>
 
 #include "foundations/Text.h"
 
@@ -14,9 +13,7 @@ constexpr std::size_t narrowest = 8;
 
 }  // namespace
 
-Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {
-  for (const Column& column : columns_) widths_.push_back(Text::displayWidth(column.title));
-}
+Table::Table(std::vector<Column> columns) : columns_(std::move(columns)), widths_(columns_.size()) {}
 
 void Table::add(std::vector<Cell> row) {
   for (std::size_t i = 0; i < row.size(); ++i) {
@@ -28,8 +25,13 @@ void Table::add(std::vector<Cell> row) {
 
 std::vector<std::size_t> Table::widthsFor(const Terminal& terminal) const {
   std::vector<std::size_t> widths = widths_;
+  std::size_t total = 0;
+  for (std::size_t i = 0; i < widths.size(); ++i) {
+    if (widths[i] == 0) continue;
+    widths[i] = std::max(widths[i], Text::displayWidth(columns_[i].title));
+    total += widths[i] + (total > 0 ? gap : 0);
+  }
   if (!terminal.isTerminal()) return widths;
-  std::size_t total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
   while (total > terminal.columns()) {
     std::size_t* widest = nullptr;
     for (std::size_t i = 0; i < widths.size(); ++i) {
@@ -49,6 +51,7 @@ std::string Table::lineOf(const std::vector<Cell>& row, const std::vector<std::s
   std::string line;
   std::size_t spaces = 0;
   for (std::size_t i = 0; i < row.size(); ++i) {
+    if (widths[i] == 0) continue;
     const std::string text = Text::fitToWidth(row[i].text, widths[i]);
     const std::size_t padding = widths[i] - std::min(widths[i], Text::displayWidth(text));
     if (columns_[i].right) spaces += padding;

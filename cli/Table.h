@@ -1,7 +1,7 @@
 #pragma once
 
-// Aligned columns. Cells hold what strangers wrote, so every text is made safe for one line before it is shown. On a
-// terminal the table fits its width; elsewhere nothing is cut.
+// Aligned columns, of which those without content are left out. Cells hold what strangers wrote, so every text is made
+// safe for one line before it is shown. On a terminal the table fits its width; elsewhere nothing is cut.
 
 #include <cstddef>
 #include <string>
@@ -43,7 +43,7 @@ class Table {
                                    const Terminal& terminal) const;
 
   std::vector<Column> columns_;
-  std::vector<std::size_t> widths_;
+  std::vector<std::size_t> widths_;  // of the widest cell, without the title: 0 for a column without content
   std::vector<std::vector<Cell>> rows_;
 };
 

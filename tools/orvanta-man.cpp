@@ -56,11 +56,15 @@ void command(const CommandLine& line) {
   for (const std::string& text : line.paragraphs()) paragraph(text);
   options(line.arguments());
   options(line.ownOptions());
+  std::cout << ".PP\nFor example:\n";
   for (const Example& each : line.examples()) example(each);
 }
 
+// Of the last change to the texts that stand in this file; a date of the build would make each build different.
+constexpr std::string_view pageDate = "2026-11-21";
+
 void opening() {
-  std::cout << ".TH ORVANTA 1 \"\" \"orvanta " << version() << "\" \"User Commands\"\n";
+  std::cout << ".TH ORVANTA 1 \"" << pageDate << "\" \"orvanta " << version() << "\" \"User Commands\"\n";
   heading("NAME");
   std::cout << "orvanta \\- one library of agent skills, deployed to every agent\n";
   heading("SYNOPSIS");

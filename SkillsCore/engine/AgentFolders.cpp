@@ -179,7 +179,7 @@ Plan AgentFolders::planDelete(const fs::path& path, const std::string& tool) {
 }
 
 fs::path AgentFolders::requireDeletable(const fs::path& path, const ToolAdapter& adapter) {
-  fs::path target = requireInside(path, {adapter.skillsDir(library_.user)}, adapter);
+  fs::path target = requireInside(path, {adapter.skillsDir(library_.user)}, adapter, library_.paths);
   requireUnmanaged(target);
   if (!FS::exists(target)) throw SkillsError::notFound("There is nothing at " + target.string());
   return target;
@@ -198,12 +198,17 @@ void AgentFolders::requireUnmanaged(const fs::path& path) {
   }
 }
 
-fs::path requireInside(const fs::path& path, const std::vector<fs::path>& folders, const ToolAdapter& adapter) {
+fs::path requireInside(const fs::path& path, const std::vector<fs::path>& folders, const ToolAdapter& adapter,
+                       const Paths& library) {
   fs::path location = standardized(path);
   const fs::path real = FS::resolved(location.parent_path()) / location.filename();
   const bool lies = std::any_of(folders.begin(), folders.end(), [&](const fs::path& folder) {
     return location != standardized(folder) && isInside(location, folder) && isInside(real, FS::resolved(folder));
   });
+  const fs::path base = FS::resolved(library.base());
+  if (lies && (isInside(real, base) || isInside(base, real))) {
+    throw SkillsError::refused(path.string() + " belongs to the library itself; use 'remove' for its skills");
+  }
   if (lies) return location;
   throw SkillsError::invalidInput(path.string() + " is not inside " + adapter.displayName + "'s skills directory");
 }

@@ -38,9 +38,9 @@ class AgentFolders {
   AgentSettings& agents_;
 };
 
-// The standardised path, which must lie below one of the folders as it is spelled and with its links resolved, and not be
-// one of them. Throws `invalidInput` that names the agent.
+// The standardised path, which must lie below one of the agent's folders as it is spelled and with its links resolved, and
+// not be one of them: else `invalidInput` that names the agent. Throws `refused` for what is, holds or lies in the library.
 std::filesystem::path requireInside(const std::filesystem::path& path, const std::vector<std::filesystem::path>& folders,
-                                    const ToolAdapter& adapter);
+                                    const ToolAdapter& adapter, const Paths& library);
 
 }  // namespace orvanta

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "files/FS.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
 
@@ -28,6 +29,12 @@ bool isKeyCharacter(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
 }
 
+// Settings are kept as JSON, which holds nothing but text: other bytes would come back as another name.
+void requireText(const std::string& value, const std::string& what) {
+  if (Text::isValidUTF8(value)) return;
+  throw SkillsError::invalidInput(what + " '" + Text::repairUTF8(value) + "' is not valid UTF-8; choose another");
+}
+
 void requireValid(const CustomToolDefinition& tool) {
   if (tool.key.empty() || !std::all_of(tool.key.begin(), tool.key.end(), isKeyCharacter)) {
     throw SkillsError::invalidInput("Tool key may only contain letters, digits, '_' and '-'");
@@ -38,9 +45,11 @@ void requireValid(const CustomToolDefinition& tool) {
   }
   if (Text::trim(tool.displayName).empty()) throw SkillsError::invalidInput("Display name is required");
   if (Text::trim(tool.skillsDir).empty()) throw SkillsError::invalidInput("Skills directory is required");
+  requireText(tool.displayName, "The display name");
 }
 
 void requireProjectRelative(const std::string& path) {
+  requireText(path, "The folder");
   const fs::path relative = fs::path(path).lexically_normal();
   const bool leaves = relative.empty() || relative == "." || relative.is_absolute() || *relative.begin() == "..";
   if (leaves) {
@@ -176,14 +185,17 @@ std::size_t AgentSettings::removeCustomTool(const std::string& key) {
   });
 }
 
-// A skills folder inside the library would place skills into themselves.
+// A skills folder in or around the library would mix what agents hold with what the library keeps.
 void AgentSettings::requireUsablePath(const std::string& path) const {
+  requireText(path, "The folder");
   const fs::path expanded = expandingTilde(path, library_.user.home);
   if (!expanded.is_absolute()) {
     throw SkillsError::invalidInput("'" + path + "' is not an absolute path; begin it with / or ~");
   }
-  if (isInside(expanded, library_.paths.base())) {
-    throw SkillsError::invalidInput(path + " is inside the library; choose a folder outside " +
+  const fs::path folder = FS::resolved(expanded);
+  const fs::path base = FS::resolved(library_.paths.base());
+  if (isInside(folder, base) || isInside(base, folder)) {
+    throw SkillsError::invalidInput(path + " is inside the library or holds it; choose a folder apart from " +
                                     library_.paths.base().string());
   }
 }

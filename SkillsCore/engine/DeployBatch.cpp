@@ -28,10 +28,15 @@ std::optional<SkillsError> failureOf(const SkillRecord& skill) {
 }
 
 std::optional<SkillsError> failureOf(const ToolAdapter& adapter, const ToolOverrides& overrides,
-                                     const UserFolders& user) {
-  if (!adapter.isInstalled(user)) return SkillsError::refused(adapter.displayName + " is not installed");
+                                     const Library& library) {
+  if (!adapter.isInstalled(library.user)) return SkillsError::refused(adapter.displayName + " is not installed");
   if (overrides.disabled.contains(adapter.key)) {
     return SkillsError::refused(adapter.displayName + " is disabled in Settings");
+  }
+  const fs::path folder = adapter.skillsDir(library.user);
+  if (isInside(FS::resolved(folder), FS::resolved(library.paths.base()))) {
+    return SkillsError::invalidInput(adapter.displayName + "'s skills folder " + folder.string() +
+                                     " lies inside the library; give it another with 'agent path'");
   }
   return std::nullopt;
 }
@@ -86,7 +91,7 @@ void DeployBatch::readAgents(const std::vector<std::string>& tools) {
     }
     adapters_.emplace(tool, *adapter);
     folders_.emplace(tool, adapter->skillsDir(library_.user));
-    if (const auto failure = failureOf(*adapter, overrides, library_.user)) agentFailures_.emplace(tool, *failure);
+    if (const auto failure = failureOf(*adapter, overrides, library_)) agentFailures_.emplace(tool, *failure);
   }
 }
 

@@ -1,9 +1,12 @@
 #include "engine/Import.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 
 #include "agents/SyncEngine.h"
 #include "content/ContentHash.h"
+#include "content/Sha256.h"
 #include "content/SkillMetadata.h"
 #include "files/FS.h"
 #include "files/FileReader.h"
@@ -33,6 +36,31 @@ void refuseRepository(const fs::path& folder) {
                              ") that the library would not keep. Import it without adopting, or move the repository away.");
 }
 
+bool sameBytes(const fs::path& a, const fs::path& b) {
+  const auto hashOf = [](const fs::path& file) {
+    FileReader reader(AT_FDCWD, file.native(), {});
+    Sha256 digest;
+    for (std::string_view block; !(block = reader.next()).empty();) digest.add(block);
+    return digest.hex();
+  };
+  return hashOf(a) == hashOf(b);
+}
+
+// Equal fingerprints leave open what does not count towards them: caches, ignore files, empty folders. What of that the
+// library's folder lacks would be lost with the original.
+void refuseLoss(const fs::path& original, const fs::path& kept) {
+  if (FS::kind(original) == FS::Kind::symlink) return;  // only the link is replaced
+  const UniqueFd fd = openFolder(original);
+  for (const auto& entry : listTree(fd.get(), original, [](std::string_view name) { return name == ".DS_Store"; })) {
+    const fs::path counterpart = kept / entry.relativePath;
+    const bool isFile = entry.kind == TreeEntry::Kind::file;
+    const bool isThere = isFile ? FS::kind(counterpart) == FS::Kind::file : FS::exists(counterpart);
+    if (isThere && (!isFile || sameBytes(original / entry.relativePath, counterpart))) continue;
+    throw SkillsError::refused("Refusing to replace \"" + original.string() + "\": the library's folder lacks its " +
+                               entry.relativePath + ". Move that away, or import without adopting.");
+  }
+}
+
 }  // namespace
 
 class Import::Settled {
@@ -49,6 +77,9 @@ class Import::Settled {
 
   void replaceOriginals(SkillStore& store) {
     const auto known = store.skillAtPath(comparablePath(installed_.destination));
+    if (known && !known->enabled && !job_.originals.empty()) {
+      throw SkillsError::refused("'" + known->name + "' is in the library but disabled; enable it first");
+    }
     for (const auto& original : job_.originals) {
       const auto deployed = known ? store.target(known->id, original.tool) : std::nullopt;
       replace(original, deployed, store.syncMode());
@@ -71,6 +102,7 @@ class Import::Settled {
       throw SkillsError::conflict(original.path.string() +
                                   " changed while it was imported; nothing was replaced, try again");
     }
+    refuseLoss(original.path, installed_.destination);
     // An agent that holds the skill elsewhere already needs no second one: the original only goes.
     if (deployed && deployed->status == kTargetOk && FS::resolvesToDirectory(deployed->targetPath)) {
       changes_.push_back(TargetChange::takeAway(original.path, FS::kind(original.path)));
@@ -178,7 +210,7 @@ InstallReport Import::importDiscovered(const std::vector<DiscoveredGroup>& group
 
 fs::path Import::requireImportable(const fs::path& path, const std::string& tool) {
   const ToolAdapter adapter = agents_.adapter(tool);
-  fs::path folder = requireInside(path, adapter.allScanDirs(library_.user), adapter);
+  fs::path folder = requireInside(path, adapter.allScanDirs(library_.user), adapter, library_.paths);
   folders_.requireUnmanaged(folder);
   if (!FS::resolvesToDirectory(folder)) throw SkillsError::invalidInput(folder.string() + " is not a directory");
   return folder;

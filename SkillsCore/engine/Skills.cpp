@@ -93,6 +93,9 @@ SkillSummary Skills::updateInfo(const std::string& id, const std::string& name,
   SkillRecord record = require(id);
   const std::string trimmed(Text::trim(name));
   if (trimmed.empty()) throw SkillsError::invalidInput("Name cannot be empty");
+  if (!Text::isValidUTF8(trimmed) || !Text::isValidUTF8(description.value_or(""))) {
+    throw SkillsError::invalidInput("The name and the description must be valid UTF-8");
+  }
   record.name = trimmed;
   record.description = description;
   record.updatedAt = nowMillis();

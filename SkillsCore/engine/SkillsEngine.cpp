@@ -1,5 +1,6 @@
 #include "engine/SkillsEngine.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "content/Scanner.h"
@@ -349,7 +350,9 @@ SkillSummary SkillsEngine::installArchive(const fs::path& archive, const std::op
 }
 
 std::vector<fs::path> SkillsEngine::findSkills(const fs::path& folder, int maxDepth) {
-  return FS::findSkillDirs(folder, maxDepth, {".git"});
+  auto found = FS::findSkillDirs(folder, maxDepth, {".git"});
+  std::sort(found.begin(), found.end());  // the system's own order means nothing to a reader
+  return found;
 }
 
 Plan SkillsEngine::planInstall(const std::vector<fs::path>& folders, const std::optional<std::string>& name) {

@@ -38,7 +38,8 @@ class TreeCopier {
   TreeCopier(const fs::path& from, const fs::path& to, CopyObserver* observer)
       : from_(from), to_(to), source_(openFolder(from)), observer_(observer) {}
 
-  void run(NameFilter leavesOut) {
+  // `rootPermissions` are granted on the root besides those of the source.
+  void run(NameFilter leavesOut, mode_t rootPermissions) {
     const auto entries = listTree(source_.get(), from_, leavesOut);
     FS::createDirectories(to_.parent_path());
     if (::mkdir(to_.c_str(), S_IRWXU) != 0) throw SkillsError::system("Cannot create " + to_.string(), errno);
@@ -46,9 +47,9 @@ class TreeCopier {
     for (const auto& entry : entries) copy(entry);
     // A folder's time and permissions are set after everything in it is there, the deepest first.
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-      if (entry->kind == TreeEntry::Kind::directory) finishFolder(entry->relativePath);
+      if (entry->kind == TreeEntry::Kind::directory) finishFolder(entry->relativePath, 0);
     }
-    finishFolder(".");
+    finishFolder(".", rootPermissions);
   }
 
  private:
@@ -66,14 +67,14 @@ class TreeCopier {
     }
   }
 
-  void finishFolder(const std::string& relative) {
+  void finishFolder(const std::string& relative, mode_t added) {
     struct stat status {};
     if (::fstatat(source_.get(), relative.c_str(), &status, 0) != 0) {
       throw SkillsError::system("Cannot read " + (from_ / relative).string(), errno);
     }
     const UniqueFd folder(::openat(destination_.get(), relative.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) throw SkillsError::system("Cannot open " + made(relative), errno);
-    setPermissions(folder.get(), status.st_mode, made(relative));
+    setPermissions(folder.get(), status.st_mode | added, made(relative));
     setTimes(folder.get(), status, made(relative));
   }
 
@@ -139,12 +140,13 @@ void refuseOverlap(const fs::path& from, const fs::path& to) {
 
 void FS::copyTree(const fs::path& from, const fs::path& to) {
   refuseOverlap(from, to);
-  TreeCopier(from, to, nullptr).run([](std::string_view name) { return name == ".git"; });
+  TreeCopier(from, to, nullptr).run([](std::string_view name) { return name == ".git"; }, 0);
 }
 
 void FS::copySkillTree(const fs::path& from, const fs::path& to, CopyObserver* observer) {
   refuseOverlap(from, to);
-  TreeCopier(from, to, observer).run([](std::string_view name) { return name == ".git" || name == ".DS_Store"; });
+  const auto leavesOut = [](std::string_view name) { return name == ".git" || name == ".DS_Store"; };
+  TreeCopier(from, to, observer).run(leavesOut, S_IWUSR);
 }
 
 }  // namespace orvanta

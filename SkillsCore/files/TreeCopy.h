@@ -33,7 +33,8 @@ namespace FS {
 // stays, and the caller removes it.
 void copyTree(const std::filesystem::path& from, const std::filesystem::path& to);
 
-// The same for a skill on its way into or out of the library: ".DS_Store" is left out as well.
+// The same for a skill on its way into or out of the library: ".DS_Store" is left out as well, and the root is always
+// writable for its owner, without which it could not be moved from its staging folder to its place.
 void copySkillTree(const std::filesystem::path& from, const std::filesystem::path& to,
                    CopyObserver* observer = nullptr);
 

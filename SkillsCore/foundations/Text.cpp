@@ -33,6 +33,11 @@ std::size_t leadingASCII(std::string_view text) {
   return length;
 }
 
+// Most names and descriptions: one column for each byte, nothing to repair or to leave out.
+bool isPrintableASCII(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char byte) { return byte >= ' ' && byte <= '~'; });
+}
+
 bool isWhiteSpace(char32_t codePoint) {
   if (codePoint < 0x80) return codePoint == ' ' || (codePoint >= '\t' && codePoint <= '\r');
   if (codePoint == 0x85) return true;
@@ -214,6 +219,7 @@ std::string_view prefixCharacters(std::string_view text, std::size_t count) {
 }
 
 std::size_t displayWidth(std::string_view text) {
+  if (isPrintableASCII(text)) return text.size();
   std::size_t width = 0;
   while (!text.empty()) {
     const Character character = firstCharacter(text);
@@ -237,6 +243,7 @@ std::string fitToWidth(std::string_view text, std::size_t columns) {
 }
 
 std::string singleLine(std::string_view text) {
+  if (isPrintableASCII(text)) return std::string(text);
   std::string line;
   line.reserve(text.size());
   const std::string repaired = repairUTF8(text);

@@ -6,7 +6,6 @@
 #include <string>
 #include <string_view>
 
-#include "files/FS.h"
 #include "foundations/SkillsError.h"
 
 namespace orvanta::Schema {
@@ -230,7 +229,6 @@ void refuseNewer(const std::filesystem::path& database) {
   constexpr std::string_view kMagic("SQLite format 3\0", 16);
   constexpr std::size_t kUserVersionAt = 60;  // four bytes, big-endian
   std::array<char, kUserVersionAt + 4> header{};
-  if (!FS::resolvesToFile(database)) return;
   std::ifstream file(database, std::ios::binary);
   if (!file.read(header.data(), header.size()) || std::string_view(header.data(), kMagic.size()) != kMagic) return;
   std::uint32_t version = 0;

@@ -65,8 +65,18 @@ std::map<std::string, std::vector<std::string>> grouped(SQLiteConnection& connec
   return groups;
 }
 
+// SQLite would wait forever on a fifo in the place of one of its files.
+void refuseSpecialFiles(const std::filesystem::path& database) {
+  for (const auto* suffix : {"", "-journal", "-wal", "-shm"}) {
+    const std::filesystem::path file = database.string() + suffix;
+    if (!FS::exists(file) || FS::resolvesToFile(file)) continue;
+    throw SkillsError::io("Cannot open the database: " + file.string() + " is not a regular file; move it away");
+  }
+}
+
 std::string readyToOpen(const std::filesystem::path& database) {
   FS::createDirectories(database.parent_path());
+  refuseSpecialFiles(database);
   Schema::refuseNewer(database);
   return fsPath(database);
 }

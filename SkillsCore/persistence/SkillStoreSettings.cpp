@@ -41,7 +41,9 @@ ToolOverrides SkillStore::toolOverrides() {
 }
 
 SkillsError SkillStore::unreadableSetting(const std::string& key, const std::string& reason) {
-  return SkillsError::database("The setting '" + key + "' cannot be read: " + reason);
+  return SkillsError::database("The setting '" + key + "' cannot be read (" + reason +
+                               "); another program has changed it. Delete its row from the table 'settings' of the "
+                               "library's orvanta.db, or restore that file");
 }
 
 void SkillStore::logAudit(const AuditRecord& r) noexcept {

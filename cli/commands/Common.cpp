@@ -63,15 +63,15 @@ ExitStatus showSummary(const Session& session, const SkillSummary& summary, cons
   return ExitStatus::done;
 }
 
-void showPlacements(const Session& session, const std::vector<Placement>& placements, const std::string& verb) {
+void showPlacements(Session& session, const std::vector<Placement>& placements, const std::string& verb) {
   Table table({{"SKILL", true}, {"AGENT"}, {"AS"}, {"PATH", true}, {"NOTE", true}});
   std::size_t changed = 0;
   for (const Placement& placement : placements) {
     changed += placement.changed ? 1 : 0;
     if (!placement.changed && !placement.note) continue;
     if (placements.size() > screenful) continue;
-    table.add({placement.skillName, placement.tool, std::string(rawValue(placement.mode)), placement.targetPath,
-               placement.note.value_or("")});
+    table.add({placement.skillName, placement.tool, std::string(rawValue(placement.mode)),
+               shortPath(placement.targetPath, session.user()), placement.note.value_or("")});
   }
   table.write(session.out());
   const std::size_t kept = placements.size() - changed;

@@ -26,7 +26,7 @@ std::vector<std::string> idsOf(const std::vector<SkillRecord>& records);
 ExitStatus showSummary(const Session& session, const SkillSummary& summary, const std::string& sentence);
 
 // A table of what was placed or removed when it fits on a screen, and always the figures: "3 placed, 1 left as it was".
-void showPlacements(const Session& session, const std::vector<Placement>& placements, const std::string& verb);
+void showPlacements(Session& session, const std::vector<Placement>& placements, const std::string& verb);
 
 // Says that a bulk command was stopped, and errors one by one; nothing under --json but the former.
 void showProblems(const Session& session, const std::vector<std::string>& errors, bool interrupted);

@@ -104,6 +104,14 @@ ExitStatus showValue(Session& session, const Setting& setting) {
   return ExitStatus::done;
 }
 
+ExitStatus showChange(Session& session, const Setting& setting) {
+  if (session.json()) return showValue(session, setting);
+  const std::string value = valueOf(session, setting);
+  session.out().line(value.empty() ? fmt::format("{} is not set.", setting.key)
+                                   : fmt::format("{} is {}.", setting.key, inQuotes(value)));
+  return ExitStatus::done;
+}
+
 ExitStatus get(Session& session, const KeyOptions& options) { return showValue(session, settingCalled(options.key)); }
 
 ExitStatus set(Session& session, const SetOptions& options) {
@@ -114,13 +122,13 @@ ExitStatus set(Session& session, const SetOptions& options) {
     const auto mode = setting.key == "sync_mode" ? parseSyncMode(value) : std::nullopt;
     mode ? session.engine().setSyncMode(*mode) : session.engine().setSetting(options.key, value);
   });
-  return showValue(session, setting);
+  return showChange(session, setting);
 }
 
 ExitStatus unset(Session& session, const KeyOptions& options) {
   const Setting& setting = settingCalled(options.key);
   session.change([&](const OperationContext&) { session.engine().setSetting(options.key, std::nullopt); });
-  return showValue(session, setting);
+  return showChange(session, setting);
 }
 
 void keyArgument(CommandLine& line, std::string& target) {

@@ -76,8 +76,7 @@ void append(std::vector<std::string>& texts, const std::vector<std::string>& mor
   texts.insert(texts.end(), more.begin(), more.end());
 }
 
-ExitStatus showResult(const Session& session, const PlacementReport& placed, const PlacementReport& removed,
-                      bool only) {
+ExitStatus showResult(Session& session, const PlacementReport& placed, const PlacementReport& removed, bool only) {
   std::vector<std::string> errors = placed.errors;
   append(errors, removed.errors);
   const bool interrupted = placed.interrupted || removed.interrupted;

@@ -76,7 +76,7 @@ Plan planOf(SkillsEngine& engine, const Groups& groups, bool adopt) {
     for (const DiscoveredLocation& location : group.locations) {
       if (!isFirst && !adopt) break;
       for (PlannedStep& step : engine.planImport(location.foundPath, location.tool, adopt)) {
-        if (isFirst || step.tool) plan.push_back(std::move(step));
+        if (isFirst || !isInside(step.path, engine.paths().skills())) plan.push_back(std::move(step));
       }
       isFirst = false;
     }

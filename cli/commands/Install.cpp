@@ -110,6 +110,7 @@ Parent parentAt(SkillsEngine& engine, const std::string& source, int depth) {
   Parent parent{standardized(source), {}};
   parent.skills = engine.findSkills(parent.folder, depth);
   for (fs::path& skill : parent.skills) skill = standardized(skill);
+  std::sort(parent.skills.begin(), parent.skills.end());
   if (parent.skills.empty()) {
     throw SkillsError::notFound(fmt::format(
         "There is no skill in {}: neither it nor a folder up to {} levels below it holds a SKILL.md. --depth N looks "

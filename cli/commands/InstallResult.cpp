@@ -32,10 +32,11 @@ void writeText(Session& session, const InstallReport& report) {
     return std::find(reused.begin(), reused.end(), summary.record.id) != reused.end();
   };
   if (report.installed.size() <= screenful) {
-    Table table({{"SKILL", true}, {"FOLDER", true}, {""}});
+    Table table({{"SKILL", true}, {"FOLDER", true}, {"AGENTS", true}, {"NOTE"}});
     for (const SkillSummary& summary : report.installed) {
       table.add({{summary.record.name, Style::strong},
                  shortPath(summary.record.centralPath, session.user()),
+                 Text::join(summary.deployedTools(), ", "),
                  isReused(summary) ? "already there" : ""});
     }
     table.write(out);
@@ -48,10 +49,8 @@ void writeText(Session& session, const InstallReport& report) {
 
 void suggestDeploying(const Session& session, const InstallReport& report) {
   if (report.installed.empty() || !report.installed.front().targets.empty()) return;
-  const std::string name = Text::singleLine(report.installed.front().record.name);
-  const bool isPlain = std::all_of(name.begin(), name.end(), [](char c) { return c != ' ' && c != '\''; });
-  session.note(fmt::format("Next: orvanta deploy {} --to AGENT   ('orvanta agent list' shows the agents)",
-                           isPlain ? name : "\"" + name + "\""));
+  const std::string name = report.installed.size() == 1 ? inQuotes(report.installed.front().record.name) : "SKILL…";
+  session.note(fmt::format("Next: orvanta deploy {} --to AGENT   ('orvanta agent list' shows the agents)", name));
 }
 
 }  // namespace

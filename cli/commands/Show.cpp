@@ -58,7 +58,7 @@ void writeFacts(Session& session, const SkillSummary& summary) {
   const Terminal& out = session.out();
   const SkillRecord& record = summary.record;
   const auto fact = [&out](const char* title, const std::string& text) {
-    out.line(fmt::format("  {}{}", out.styled(fmt::format("{:<10}", title), Style::faint), Text::singleLine(text)));
+    out.line(fmt::format("  {}{}", out.styled(fmt::format("{:<11}", title), Style::faint), Text::singleLine(text)));
   };
   out.line(out.styled(Text::singleLine(record.name), Style::strong));
   if (record.description) out.line(wrapped(Text::singleLine(*record.description), 2, out.columns()));

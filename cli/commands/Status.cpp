@@ -39,8 +39,10 @@ void showFigures(Session& session, const DashboardStats& stats) {
     out.line(fmt::format("{}{}", out.styled(fmt::format("{:<9}", title), Style::strong), text));
   };
   row("Library", shortPath(session.engine().paths().base(), session.user()) + (relocated ? " (relocated)" : ""));
-  row("Skills", fmt::format("{}, {} enabled, {} with updates, {}", stats.totalSkills, stats.enabledSkills,
-                            stats.updatesAvailable, byteCount(stats.librarySizeBytes)));
+  const std::string updates =
+      stats.updatesAvailable == 0 ? "" : fmt::format(", {} with updates", stats.updatesAvailable);
+  row("Skills", fmt::format("{}, {} enabled{}, {}", stats.totalSkills, stats.enabledSkills, updates,
+                            byteCount(stats.librarySizeBytes)));
   row("Agents", fmt::format("{} installed, {} active", stats.installedAgents, stats.activeAgents));
   row("Tags", fmt::format("{}", stats.tags));
 }

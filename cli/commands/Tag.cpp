@@ -46,10 +46,9 @@ ExitStatus changeTags(Session& session, const SkillTagsOptions& options, Change 
   const std::string id = skillNamed(engine, options.skill).id;
   const auto summary = session.change([&](const OperationContext&) { return (engine.*change)(id, options.tags); });
   const std::string name = inQuotes(summary.record.name);
+  const std::string tags = Text::singleLine(Text::join(summary.tags, ", "));
   return showSummary(session, summary,
-                     summary.tags.empty()
-                         ? fmt::format("{} has no tags.", name)
-                         : fmt::format("{} has {}", name, Text::singleLine(Text::join(summary.tags, ", "))));
+                     tags.empty() ? fmt::format("{} has no tags.", name) : fmt::format("Tags of {}: {}", name, tags));
 }
 
 ExitStatus set(Session& session, const SkillTagsOptions& options) {

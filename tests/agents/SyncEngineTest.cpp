@@ -29,7 +29,8 @@ class SyncEngineTest : public Sandbox {
   const std::vector<Situation> situations{
       {"nothing", TargetState::absent, [](const Path&) {}},
       {"our link", TargetState::linkToSource, [&](const Path& at) { fs::create_symlink(source, at); }},
-      {"our link, relative", TargetState::linkToSource, [&](const Path& at) { fs::create_symlink("../library/./skill/", at); }},
+      {"our link, relative", TargetState::linkToSource,
+       [&](const Path& at) { fs::create_symlink("../library/./skill/", at); }},
       {"a link to a link to ours", TargetState::linkToSource,
        [&](const Path& at) {
          if (!fs::is_symlink(root / "alias")) fs::create_symlink(root / "library", root / "alias");
@@ -38,7 +39,10 @@ class SyncEngineTest : public Sandbox {
       {"a link elsewhere", TargetState::foreignLink, [&](const Path& at) { fs::create_symlink(precious, at); }},
       {"a dangling link", TargetState::foreignLink, [](const Path& at) { fs::create_symlink("nowhere", at); }},
       {"a link to itself", TargetState::foreignLink, [](const Path& at) { fs::create_symlink(at.filename(), at); }},
-      {"a folder", TargetState::realDir, [](const Path& at) { folder(at, {{"notes/mine", "precious"}}); }},
+      {"a folder", TargetState::realDir,
+       [](const Path& at) {
+         folder(at, {{"notes/mine", "precious"}});
+       }},
       {"a file", TargetState::realFile, [](const Path& at) { write(at, "precious"); }},
       {"a fifo", TargetState::realFile, [](const Path& at) { ASSERT_EQ(::mkfifo(at.c_str(), 0600), 0); }}};
 };
@@ -66,16 +70,18 @@ TEST_F(SyncEngineTest, NothingIsReplacedThatThePolicyDoesNotCover) {
         const std::string was = before();
         EXPECT_EQ(SyncEngine::classifyTarget(source, target), situation.state);
         // A link that is right already is right under every policy.
-        if (row.refusals[policy].empty() || (mode == SyncMode::symlink && situation.state == TargetState::linkToSource)) {
+        if (row.refusals[policy].empty() ||
+            (mode == SyncMode::symlink && situation.state == TargetState::linkToSource)) {
           EXPECT_EQ(SyncEngine::authorizeReplacement(source, target, policies[policy]), situation.state);
           EXPECT_EQ(SyncEngine::syncSkill(source, target, mode, policies[policy]), mode);
           EXPECT_EQ(SyncEngine::symlinkPointsTo(target, source), mode == SyncMode::symlink);
           EXPECT_EQ(read(target / "run"), "new");
           EXPECT_EQ(FS::children(agent).size(), 1U) << "no stage stays";
         } else {
-          const SkillsError refusal = SkillsError::refused(
-              "Refusing to replace \"" + target.string() + "\": it " + row.refusals[policy] +
-              ". The existing content was left untouched — import it into the library, or move it aside, and try again.");
+          const SkillsError refusal =
+              SkillsError::refused("Refusing to replace \"" + target.string() + "\": it " + row.refusals[policy] +
+                                   ". The existing content was left untouched — import it into the library, or move it "
+                                   "aside, and try again.");
           EXPECT_EQ(errorOf([&] { SyncEngine::authorizeReplacement(source, target, policies[policy]); }), refusal);
           EXPECT_EQ(errorOf([&] { SyncEngine::syncSkill(source, target, mode, policies[policy]); }), refusal);
           EXPECT_EQ(before(), was);
@@ -125,8 +131,9 @@ TEST_F(SyncEngineTest, ATargetInsideTheSkillIsRefusedBeforeAnythingGoes) {
   const std::string was = before();
   for (const auto& inside : {source / "nested", source / "new" / "deep", root / "alias" / "nested", source}) {
     for (const SyncMode mode : kAllSyncModes) {
-      EXPECT_EQ(errorOf([&] { SyncEngine::syncSkill(source, inside, mode, ReplacePolicy::userConfirmed()); }),
-                SkillsError::invalidInput("Destination " + inside.string() + " is inside the source " + source.string()));
+      EXPECT_EQ(
+          errorOf([&] { SyncEngine::syncSkill(source, inside, mode, ReplacePolicy::userConfirmed()); }),
+          SkillsError::invalidInput("Destination " + inside.string() + " is inside the source " + source.string()));
     }
   }
   EXPECT_EQ(before(), was);
@@ -139,7 +146,8 @@ TEST_F(SyncEngineTest, ACopyIsCurrentOnlyWhenTheLibraryIsKnownToBeUnchanged) {
   EXPECT_FALSE(current(SyncMode::copy, "a", "a")) << "nothing stands there";
   folder(target, {});
   EXPECT_TRUE(current(SyncMode::copy, "a", "a"));
-  EXPECT_FALSE(current(SyncMode::copy, "a", "b") || current(SyncMode::copy, {}, {}) || current(SyncMode::symlink, "a", "a"));
+  EXPECT_FALSE(current(SyncMode::copy, "a", "b") || current(SyncMode::copy, {}, {}) ||
+               current(SyncMode::symlink, "a", "a"));
 }
 
 TEST_F(SyncEngineTest, AFailedCopyLeavesTheTargetAsItWas) {
@@ -149,7 +157,8 @@ TEST_F(SyncEngineTest, AFailedCopyLeavesTheTargetAsItWas) {
     const std::string was = folderAsText(agent);
     asOrdinaryUser([&] {
       EXPECT_THAT(errorOf([&] {
-                    SyncEngine::syncSkill(source, agent / name, SyncMode::copy, ReplacePolicy::recorded(SyncMode::copy));
+                    SyncEngine::syncSkill(source, agent / name, SyncMode::copy,
+                                          ReplacePolicy::recorded(SyncMode::copy));
                   }),
                   IsError(Kind::io, "secret"));
     });
@@ -227,7 +236,8 @@ TEST_F(SyncEngineTest, WhatAnEndedProcessLeftIsSweptUpAndNothingElse) {
     folder(target.parent_path() / (".orvanta-stage-" + std::to_string(::getpid()) + "-x"), {{"f", ""}});
     waitForTheEnd();
   });
-  for (const auto* other : {".orvanta-stage-", ".orvanta-stage-notes", ".orvanta-stage-0-x", ".orvanta-stage-12", "mine"}) {
+  for (const auto* other :
+       {".orvanta-stage-", ".orvanta-stage-notes", ".orvanta-stage-0-x", ".orvanta-stage-12", "mine"}) {
     write(agent / other, "");
   }
   sweepStages(agent);

@@ -37,17 +37,19 @@ TEST_F(ToolAdaptersTest, TheTableIsWholeAndSharesFoldersOnlyOnPurpose) {
   for (const auto& adapter : builtin) {
     EXPECT_TRUE(keys.insert(adapter.key).second) << adapter.key;
     EXPECT_EQ(adapter.recursiveScan, adapter.key == "hermes");
-    for (const auto& folder : {adapter.relativeSkillsDir, adapter.relativeDetectDir, adapter.projectRelativeSkillsDir()}) {
+    for (const auto& folder :
+         {adapter.relativeSkillsDir, adapter.relativeDetectDir, adapter.projectRelativeSkillsDir()}) {
       EXPECT_TRUE(folder.starts_with(".") && !folder.starts_with("..") && !folder.ends_with("/")) << folder;
     }
     byFolder[adapter.relativeSkillsDir].push_back(adapter.key);
   }
   std::erase_if(byFolder, [](const auto& entry) { return entry.second.size() == 1; });
   EXPECT_EQ(byFolder, (std::map<std::string, Texts>{{".agents/skills", {"cline", "warp"}},
-                                                   {".config/agents/skills", {"amp", "replit"}}}));
+                                                    {".config/agents/skills", {"amp", "replit"}}}));
   EXPECT_EQ(agent("cursor").projectRelativeSkillsDir(), ".cursor/skills");
   EXPECT_EQ(agent("opencode").projectRelativeSkillsDir(), ".opencode/skills");
-  EXPECT_EQ(std::count_if(builtin.begin(), builtin.end(), [](auto& a) { return a.category == ToolCategory::lobster; }), 6);
+  EXPECT_EQ(std::count_if(builtin.begin(), builtin.end(), [](auto& a) { return a.category == ToolCategory::lobster; }),
+            6);
 }
 
 TEST_F(ToolAdaptersTest, AnAgentsFolderIsFoundInEitherPlace) {
@@ -75,9 +77,12 @@ TEST_F(ToolAdaptersTest, WhatTheUserPointedAtCountsAsInstalled) {
 }
 
 TEST_F(ToolAdaptersTest, TheUsersOrderComesFirstAndTheRestKeepsItsOwn) {
-  const ToolOverrides overrides{.pathOverrides = {}, .projectPathOverrides = {},
-                                .customTools = {{"b", "B", "/b", {}, ToolCategory::coding}, {"a", "A", "/a", {}, ToolCategory::coding}},
-                                .disabled = {}, .order = {"codex", "a", "nobody", "codex"}};
+  const ToolOverrides overrides{
+      .pathOverrides = {},
+      .projectPathOverrides = {},
+      .customTools = {{"b", "B", "/b", {}, ToolCategory::coding}, {"a", "A", "/a", {}, ToolCategory::coding}},
+      .disabled = {},
+      .order = {"codex", "a", "nobody", "codex"}};
   Texts expected = keysOf(ToolAdapters::builtin());
   std::erase(expected, "codex");
   expected.insert(expected.begin(), {"codex", "a"});
@@ -90,8 +95,11 @@ TEST_F(ToolAdaptersTest, ExtraFoldersAreSearchedOnceAndOnlyWhereTheyExist) {
   EXPECT_EQ(codex.allScanDirs(user), std::vector{home / ".codex/skills"});
   fs::create_directories(home / ".agents/skills");
   EXPECT_EQ(codex.allScanDirs(user), (std::vector{home / ".codex/skills", home / ".agents/skills"}));
-  const auto moved = agent("codex", {.pathOverrides = {{"codex", "~/.agents/skills"}}, .projectPathOverrides = {},
-                                     .customTools = {}, .disabled = {}, .order = {}});
+  const auto moved = agent("codex", {.pathOverrides = {{"codex", "~/.agents/skills"}},
+                                     .projectPathOverrides = {},
+                                     .customTools = {},
+                                     .disabled = {},
+                                     .order = {}});
   EXPECT_EQ(moved.allScanDirs(user), std::vector{home / ".agents/skills"});
 }
 

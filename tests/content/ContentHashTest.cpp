@@ -33,8 +33,8 @@ TEST_F(ContentHashTest, WhatDoesNotCountChangesNothing) {
   const Files files{{"SKILL.md", "text"}, {"sub/x", "1"}, {"sub.y", "2"}};
   const std::string plain = hashOf(files);
   const Path path = folder(root / "noisy", {{"sub/x", "1"}});
-  const Files noise{{".git/config", "x"}, {".gitignore", "x"}, {"sub/.DS_Store", "x"}, {"Thumbs.db", "x"},
-                    {"sub/__pycache__/x", "x"}, {"m.pyc", "x"}, {"d.pyc/x", "x"}};
+  const Files noise{{".git/config", "x"},       {".gitignore", "x"}, {"sub/.DS_Store", "x"}, {"Thumbs.db", "x"},
+                    {"sub/__pycache__/x", "x"}, {"m.pyc", "x"},      {"d.pyc/x", "x"}};
   folder(path, noise);
   folder(path, files);
   fs::create_directory(path / "empty");
@@ -48,11 +48,25 @@ TEST_F(ContentHashTest, WhatDoesNotCountChangesNothing) {
 }
 
 TEST_F(ContentHashTest, DifferentContentNeverHashesAlike) {
-  const std::vector<Files> different{
-      {{"a", "bc"}}, {{"ab", "c"}}, {{"abc", ""}}, {{"a", ""}, {"bc", ""}}, {{"a", "b"}, {"c", ""}}, {{"a/b", "c"}},
-      {{"a", "f0"}}, {{"A", "bc"}}, {{"a", std::string("1\0f1\0001", 6)}}, {{"a", std::string(1, '\0')}},
-      {{"\xE9", ""}}, {{"\xE8", ""}}, {{"é", ""}}, {{"e\u0301", ""}}, {{"Git", "x"}}, {{"x.PYC", ""}}, {{"a\nb", ""}},
-      {{"big", std::string(600'000, 'x')}}, {{"big", std::string(600'000, 'x') + "y"}}};
+  const std::vector<Files> different{{{"a", "bc"}},
+                                     {{"ab", "c"}},
+                                     {{"abc", ""}},
+                                     {{"a", ""}, {"bc", ""}},
+                                     {{"a", "b"}, {"c", ""}},
+                                     {{"a/b", "c"}},
+                                     {{"a", "f0"}},
+                                     {{"A", "bc"}},
+                                     {{"a", std::string("1\0f1\0001", 6)}},
+                                     {{"a", std::string(1, '\0')}},
+                                     {{"\xE9", ""}},
+                                     {{"\xE8", ""}},
+                                     {{"é", ""}},
+                                     {{"e\u0301", ""}},
+                                     {{"Git", "x"}},
+                                     {{"x.PYC", ""}},
+                                     {{"a\nb", ""}},
+                                     {{"big", std::string(600'000, 'x')}},
+                                     {{"big", std::string(600'000, 'x') + "y"}}};
   std::set<std::string> hashes;
   for (const auto& files : different) EXPECT_TRUE(hashes.insert(hashOf(files)).second) << files.begin()->first;
 
@@ -79,9 +93,15 @@ TEST_F(ContentHashTest, ALinkCountsByItsTextAndIsNeverFollowed) {
 }
 
 TEST_F(ContentHashTest, ACopyIsHashedAsWhatWasCopied) {
-  const Path from = skillFolder(root / "from", {{"a/b/c", "1"}, {"a.x", ""}, {"a-b/c", "2"}, {"caf\xE9", "3"},
-                                               {".gitignore", "x"}, {"__pycache__/m", "x"}, {"d.pyc/e", "x"},
-                                               {".git/config", "x"}, {".DS_Store", "x"}});
+  const Path from = skillFolder(root / "from", {{"a/b/c", "1"},
+                                                {"a.x", ""},
+                                                {"a-b/c", "2"},
+                                                {"caf\xE9", "3"},
+                                                {".gitignore", "x"},
+                                                {"__pycache__/m", "x"},
+                                                {"d.pyc/e", "x"},
+                                                {".git/config", "x"},
+                                                {".DS_Store", "x"}});
   write(from / "run", std::string(600'000, 'r'), 0755);
   write(from / "setuid", "", 04755);
   fs::create_symlink("a/b", from / "link");
@@ -100,7 +120,8 @@ TEST_F(ContentHashTest, WhatCannotBeReadHasNoFingerprint) {
   asOrdinaryUser([&] {
     EXPECT_THAT(errorOf([&] { ContentHash::hashDirectory(bad); }), IsError(SkillsError::Kind::io, "secret"));
     const auto hashes = ContentHash::hashDirectories({bad, good, root / "absent"});
-    EXPECT_EQ(hashes, (std::vector<std::optional<std::string>>{std::nullopt, ContentHash::hashDirectory(good), std::nullopt}));
+    EXPECT_EQ(hashes,
+              (std::vector<std::optional<std::string>>{std::nullopt, ContentHash::hashDirectory(good), std::nullopt}));
   });
 }
 

@@ -57,7 +57,8 @@ TEST_F(AgentFoldersTest, AnImportCopiesAndAnAdoptionReplacesTheOriginal) {
 TEST_F(AgentFoldersTest, AnAdoptionNeverLosesWhatTheLibraryWouldNotKeep) {
   const Path repository = agentHas("cursor", "repository", {{".git/HEAD", "ref: x"}});
   const std::string before = everythingAsText();
-  EXPECT_THAT(errorOf([&] { engine().importUnmanaged(repository, "cursor", true); }), IsError(Kind::refused, "Git repository"));
+  EXPECT_THAT(errorOf([&] { engine().importUnmanaged(repository, "cursor", true); }),
+              IsError(Kind::refused, "Git repository"));
   EXPECT_EQ(everythingAsText(), before);
 
   const Path elsewhere = skillFolder(root / "work" / "linked", {{"precious", "1"}});
@@ -95,7 +96,8 @@ TEST_F(AgentFoldersTest, OnlyWhatLiesUnmanagedInTheAgentsFolderIsTouched) {
       EXPECT_THAT(errorOf([&] { engine().importUnmanaged(path, "cursor", adopt); }), IsError(kind, message)) << path;
     }
   }
-  EXPECT_THAT(errorOf([&] { engine().deleteUnmanaged(cursor / "absent", "cursor"); }), IsError(Kind::notFound, "absent"));
+  EXPECT_THAT(errorOf([&] { engine().deleteUnmanaged(cursor / "absent", "cursor"); }),
+              IsError(Kind::notFound, "absent"));
   EXPECT_EQ(everythingAsText(), before);
   for (const auto* unmanaged : {"mine", "door"}) engine().deleteUnmanaged(cursor / unmanaged, "cursor");
   EXPECT_TRUE(fs::exists(home / "private")) << "of a link only the link goes";
@@ -125,7 +127,8 @@ TEST_F(AgentFoldersTest, WhatAgentsHoldIsDiscoveredOnceForEachContent) {
   for (const auto& group : groups) sizes[group.name] = std::max(sizes[group.name], group.locations.size());
   EXPECT_EQ(sizes, (std::map<std::string, std::size_t>{{"shared", 1}, {"twin", 2}}));
 
-  EXPECT_THAT(errorOf([&] { engine().importDiscovered({}, true, {}); }), IsError(Kind::invalidInput, "Nothing to import"));
+  EXPECT_THAT(errorOf([&] { engine().importDiscovered({}, true, {}); }),
+              IsError(Kind::invalidInput, "Nothing to import"));
   auto stale = groups;
   stale.push_back(stale.front());
   stale.back().locations.front().foundPath = (cursor / "vanished").string();

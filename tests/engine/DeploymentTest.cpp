@@ -25,9 +25,12 @@ TEST_F(DeploymentTest, AUsersOwnFolderIsNeverReplacedWithoutConsent) {
   const std::string id = installed("notes");
   const Path place = placeOf("cursor", "notes");
   write(root / "precious" / "work", "of years");
-  const std::vector<std::function<void()>> obstacles{
-      [&] { agentHas("cursor", "notes", {{"mine", "precious"}}); }, [&] { write(place, "a file"); },
-      [&] { fs::create_symlink("nowhere", place); }, [&] { fs::create_symlink(root / "precious", place); }};
+  const std::vector<std::function<void()>> obstacles{[&] {
+                                                       agentHas("cursor", "notes", {{"mine", "precious"}});
+                                                     },
+                                                     [&] { write(place, "a file"); },
+                                                     [&] { fs::create_symlink("nowhere", place); },
+                                                     [&] { fs::create_symlink(root / "precious", place); }};
   fs::create_directories(place.parent_path());
   for (const auto& obstruct : obstacles) {
     fs::remove_all(place);
@@ -101,7 +104,8 @@ TEST_F(DeploymentTest, APlanSaysWhatTheDeedThenDoes) {
   const auto plan = engine().planDeploy({a, b}, {"cursor", "cline", "warp"}, false);
   std::vector<Action> actions;
   for (const auto& step : plan) actions.push_back(step.action);
-  EXPECT_EQ(actions, (std::vector{Action::keep, Action::place, Action::keep, Action::refused, Action::place, Action::keep}));
+  EXPECT_EQ(actions,
+            (std::vector{Action::keep, Action::place, Action::keep, Action::refused, Action::place, Action::keep}));
   for (const auto& other : {engine().planRepair(), engine().planRemoveSkills({a, b}, true),
                             engine().planSetSkillEnabled(a, false), engine().planUndeploy({a}, {"cursor"})}) {
     EXPECT_FALSE(other.empty());
@@ -111,6 +115,7 @@ TEST_F(DeploymentTest, APlanSaysWhatTheDeedThenDoes) {
 
 TEST_F(DeploymentTest, AFolderThatAgentsShareStaysUntilTheLastOfThemLetsGo) {
   const std::string id = installed("a");
+  fs::create_directory(home / ".agents");
   fs::create_directory_symlink(home / ".agents", home / ".claude" / "alias");
   engine().setToolPath("claude_code", (home / ".claude/alias/skills").string());
   const std::vector<std::string> agents{"cline", "warp", "claude_code"};
@@ -202,7 +207,8 @@ TEST_F(DeploymentTest, RepairMendsWhatIsOursAndReportsTheRest) {
   fs::remove_all(paths.skills() / "lost");
   engine().setSkillEnabled(ids["disabled"], false);
   agentHas("cursor", "disabled", {{"mine", ""}});
-  const std::string untouched = touchesAsText(at("intact")) + touchesAsText(at("taken")) + touchesAsText(at("disabled"));
+  const std::string untouched =
+      touchesAsText(at("intact")) + touchesAsText(at("taken")) + touchesAsText(at("disabled"));
 
   const auto report = engine().repairDeployments({});
   EXPECT_EQ(report.deployed, 2);
@@ -276,8 +282,14 @@ TEST_F(DeploymentTest, WhenTheRecordsCannotBeWrittenTheFilesArePutBack) {
   const std::string before = everythingAsText();
   const std::vector<std::tuple<std::string, std::string, std::function<void()>>> table{
       {"deploy", "INSERT ON skill_targets", [&] { engine().deploy(b, "claude_code", true); }},
-      {"deploy many", "INSERT ON skill_targets", [&] { engine().deploy({a, b}, {"cursor", "claude_code"}, true, {}); }},
-      {"undeploy", "DELETE ON skill_targets", [&] { engine().undeploy({a}, {"cline", "warp", "cursor"}, {}); }},
+      {"deploy many", "INSERT ON skill_targets",
+       [&] {
+         engine().deploy({a, b}, {"cursor", "claude_code"}, true, {});
+       }},
+      {"undeploy", "DELETE ON skill_targets",
+       [&] {
+         engine().undeploy({a}, {"cline", "warp", "cursor"}, {});
+       }},
       {"disable", "INSERT ON skill_targets", [&] { engine().setSkillEnabled(a, false); }},
       {"enable", "UPDATE ON skills", [&] { engine().setSkillEnabled(off, true); }},
       {"remove", "DELETE ON skills", [&] { engine().removeSkill(a, true); }},

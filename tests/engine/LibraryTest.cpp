@@ -64,7 +64,8 @@ TEST_F(LibraryTest, ARoundTripLeavesNothingBehind) {
   EXPECT_TRUE(folders().empty());
   EXPECT_EQ(sql("SELECT (SELECT COUNT(*) FROM skills) + (SELECT COUNT(*) FROM skill_targets)"), "0\n");
   const Texts log = actions();
-  for (const auto* action : {"install_local", "install_archive", "deploy", "set_sync_mode", "disable_skill", "enable_skill", "remove_skill"}) {
+  for (const auto* action : {"install_local", "install_archive", "deploy", "set_sync_mode", "disable_skill",
+                             "enable_skill", "remove_skill"}) {
     EXPECT_NE(std::find(log.begin(), log.end(), action), log.end()) << action;
   }
 }
@@ -80,18 +81,38 @@ TEST_F(LibraryTest, TheSameSkillIsHeldOnceAndAnotherOfItsNameBesideIt) {
   EXPECT_EQ(engine().summary(first.record.id).record.name, "My name");
   for (const auto* version : {"2", "3"}) {
     write(source / "v", version);
-    EXPECT_EQ(engine().installLocal(source, std::nullopt).record.centralPath, (paths.skills() / (std::string("a-") + version)).string());
+    EXPECT_EQ(engine().installLocal(source, std::nullopt).record.centralPath,
+              (paths.skills() / (std::string("a-") + version)).string());
   }
   EXPECT_EQ(engine().installLocal(source, std::nullopt).record.centralPath, (paths.skills() / "a-3").string());
   EXPECT_EQ(folders(), (std::set<std::string>{"a", "a-2", "a-3"}));
 }
 
 TEST_F(LibraryTest, NoNameLeadsOutOfTheLibraryOrToAReservedPlace) {
-  const Texts names{".git", ".GIT", "../evil", "../../evil", "/etc/evil", ".orvanta", ".installing-x", ".replacing-a-b", ".",
-                    "..", "", "con", "NUL.txt", "a/b", "a\\b", "tab\there", "\xFF\xFE", "trailing. ", std::string(300, 'n'),
-                    "漢字" + std::string(300, 'x'), "\u202Egpj.exe"};
+  const Texts names{".git",
+                    ".GIT",
+                    "../evil",
+                    "../../evil",
+                    "/etc/evil",
+                    ".orvanta",
+                    ".installing-x",
+                    ".replacing-a-b",
+                    ".",
+                    "..",
+                    "",
+                    "con",
+                    "NUL.txt",
+                    "a/b",
+                    "a\\b",
+                    "tab\there",
+                    "\xFF\xFE",
+                    "trailing. ",
+                    std::string(300, 'n'),
+                    "漢字" + std::string(300, 'x'),
+                    "\u202Egpj.exe"};
   for (std::size_t i = 0; i < names.size(); ++i) {
-    const Path source = folder(home / "Downloads" / std::to_string(i), {{"SKILL.md", "---\nname: \"" + names[i] + "\"\n---\n" + names[i]}});
+    const Path source = folder(home / "Downloads" / std::to_string(i),
+                               {{"SKILL.md", "---\nname: \"" + names[i] + "\"\n---\n" + names[i]}});
     try {
       engine().installLocal(source, std::nullopt);
       engine().installLocal(source, names[i]);
@@ -137,9 +158,13 @@ TEST_F(LibraryTest, AFileOfASkillIsShownOnlyFromWithinIt) {
   fs::create_directory_symlink(root, skill / "door");
   ASSERT_EQ(::mkfifo((skill / "fifo").c_str(), 0600), 0);
   EXPECT_EQ(engine().skillFileText(id, "sub/../sub/./text"), "ü");
-  for (const auto* noText : {"binary", "fifo", "sub"}) EXPECT_EQ(engine().skillFileText(id, noText), std::nullopt) << noText;
-  for (const auto* path : {"../../../secret", "sub/../../a/binary", "/etc/passwd", "", ".", "link", "door/secret", "door/../binary/"}) {
-    EXPECT_THAT(errorOf([&] { engine().skillFileText(id, path); }).kind(), testing::AnyOf(Kind::invalidInput, Kind::notFound)) << path;
+  for (const auto* noText : {"binary", "fifo", "sub"})
+    EXPECT_EQ(engine().skillFileText(id, noText), std::nullopt) << noText;
+  for (const auto* path :
+       {"../../../secret", "sub/../../a/binary", "/etc/passwd", "", ".", "link", "door/secret", "door/../binary/"}) {
+    EXPECT_THAT(errorOf([&] { engine().skillFileText(id, path); }).kind(),
+                testing::AnyOf(Kind::invalidInput, Kind::notFound))
+        << path;
   }
 }
 
@@ -168,7 +193,8 @@ TEST_F(LibraryTest, OpeningHealsWhatAKilledProcessLeft) {
   skillFolder(skills / ".removing-forgotten-abc123");
   fs::rename(skills / "removed", skills / ".removing-removed-abc123");
   fs::create_directories(user.temp / "orvanta-archive-12345678");
-  fs::last_write_time(user.temp / "orvanta-archive-12345678", fs::file_time_type::clock::now() - std::chrono::hours(48));
+  fs::last_write_time(user.temp / "orvanta-archive-12345678",
+                      fs::file_time_type::clock::now() - std::chrono::hours(48));
   const std::string before = libraryAsText();
   {
     const OtherProcess busy([&](const auto& waitForTheEnd) {
@@ -214,7 +240,8 @@ TEST_F(LibraryTest, AFullDiskLosesNothing) {
     }
     reopen().installLocal(home / "Downloads/small", {});
     const std::string before = everythingAsText();
-    EXPECT_THAT(errorOf([&] { engine().installLocal(home / "Downloads/big", {}); }), IsError(Kind::io, "No space left"));
+    EXPECT_THAT(errorOf([&] { engine().installLocal(home / "Downloads/big", {}); }),
+                IsError(Kind::io, "No space left"));
     EXPECT_EQ(everythingAsText(), before);
     std::ofstream filler(paths.base() / "filler");
     while (filler << std::string(4096, 'x') << std::flush) continue;

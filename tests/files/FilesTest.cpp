@@ -137,7 +137,8 @@ TEST_F(FilesTest, OnlyOldTemporaryFoldersOfOursAreSweptUp) {
 }
 
 TEST_F(TreeCopyTest, ACopyIsTheSameTreeWithPermissionsTimesAndLinks) {
-  const Path from = folder(root / "from", {{"run.sh", "#!"}, {"sub/deep/text", "t"}, {"caf\xE9", "latin"}, {"empty", ""}});
+  const Path from =
+      folder(root / "from", {{"run.sh", "#!"}, {"sub/deep/text", "t"}, {"caf\xE9", "latin"}, {"empty", ""}});
   write(from / "big", std::string(700'000, 'x'));
   fs::create_symlink("../outside", from / "sub/relative");
   fs::create_symlink("/nowhere/at/all", from / "dangling");
@@ -162,7 +163,8 @@ TEST_F(TreeCopyTest, ACopyIsTheSameTreeWithPermissionsTimesAndLinks) {
 }
 
 TEST_F(TreeCopyTest, WhatMustNotTravelStaysBehind) {
-  const Path from = folder(root / "from", {{".git/config", ""}, {"sub/.git", "gitdir: x"}, {".DS_Store", ""}, {"kept", ""}});
+  const Path from =
+      folder(root / "from", {{".git/config", ""}, {"sub/.git", "gitdir: x"}, {".DS_Store", ""}, {"kept", ""}});
   ASSERT_EQ(::mkfifo((from / "fifo").c_str(), 0600), 0);
   write(from / "setuid", "", 04755);
   FS::copySkillTree(from, root / "skill");
@@ -180,15 +182,14 @@ TEST_F(TreeCopyTest, AFailedCopyIsAnErrorAndReplacesNothing) {
   folder(root / "taken", {{"mine", "3"}});
   const std::string before = folderAsText(root);
   for (const auto& to : {from / "inside", from, root, root / "alias" / "inside"}) {
-    EXPECT_THAT(errorOf([&] { FS::copyTree(from, to); }), IsError(Kind::invalidInput, "Source and destination overlap"));
+    EXPECT_THAT(errorOf([&] { FS::copyTree(from, to); }),
+                IsError(Kind::invalidInput, "Source and destination overlap"));
   }
   EXPECT_THAT(errorOf([&] { FS::copyTree(from, root / "taken"); }), IsError(Kind::io, "taken"));
   EXPECT_THAT(errorOf([&] { FS::copyTree(root / "absent", root / "to"); }), IsError(Kind::io, "absent"));
   EXPECT_EQ(folderAsText(root), before);
   ::chmod((from / "secret").c_str(), 0000);
-  asOrdinaryUser([&] {
-    EXPECT_THAT(errorOf([&] { FS::copyTree(from, root / "to"); }), IsError(Kind::io, "secret"));
-  });
+  asOrdinaryUser([&] { EXPECT_THAT(errorOf([&] { FS::copyTree(from, root / "to"); }), IsError(Kind::io, "secret")); });
 }
 
 TEST_F(LibraryLockTest, TheSecondProcessIsToldWhoHoldsTheLockAndGetsItWhenThatIsKilled) {

@@ -70,7 +70,8 @@ TEST_F(PathsTest, SavingTheChoiceKeepsWhatElseTheFileHolds) {
 
 TEST_F(PathsTest, AnObstructedLibraryIsAnErrorThatNamesThePlace) {
   write(root / "library" / "cache", "a file");
-  EXPECT_THAT(errorOf([&] { paths.ensureDirectories(); }), IsError(SkillsError::Kind::io, (root / "library/cache").string()));
+  EXPECT_THAT(errorOf([&] { paths.ensureDirectories(); }),
+              IsError(SkillsError::Kind::io, (root / "library/cache").string()));
   fs::remove(root / "library" / "cache");
   paths.ensureDirectories();
   paths.ensureDirectories();

@@ -21,9 +21,9 @@ void expectStoredAs(const std::vector<std::string>& stored, Parse parse) {
 
 TEST(Models, WhatIsStoredIsSpelledAsItAlwaysWas) {
   expectStoredAs<SourceType>({"local", "import", "git", "plazza", "well-known"}, parseSourceType);
-  expectStoredAs<UpdateStatus>({"unknown", "checking", "updating", "up_to_date", "available", "error", "local_only",
-                                "source_missing"},
-                               parseUpdateStatus);
+  expectStoredAs<UpdateStatus>(
+      {"unknown", "checking", "updating", "up_to_date", "available", "error", "local_only", "source_missing"},
+      parseUpdateStatus);
   expectStoredAs<SyncMode>({"symlink", "copy"}, parseSyncMode);
   expectStoredAs<ToolCategory>({"coding", "lobster"}, parseToolCategory);
   expectStoredAs<WorkspaceType>({"project", "linked"}, parseWorkspaceType);

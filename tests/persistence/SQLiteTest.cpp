@@ -18,19 +18,24 @@ TEST_F(SQLiteTest, EveryErrorSaysWhatWasDoneWithWhichStatement) {
   const std::string tail = " FROM t" + std::string(200, ' ') + "é";
   const std::vector<std::pair<std::function<void()>, std::string>> cases{
       {[&] { db.execute("NONSENSE; x"); }, " — while executing: NONSENSE; x"},
-      {[&] { db.run("SELECT c" + tail); }, "no such column: c — while preparing: " + ("SELECT c" + tail).substr(0, 120)},
+      {[&] { db.run("SELECT c" + tail); },
+       "no such column: c — while preparing: " + ("SELECT c" + tail).substr(0, 120)},
       {[&] { db.run("INSERT INTO t VALUES (1, 1), (1, 1)"); },
        "UNIQUE constraint failed: t.b — while running: INSERT INTO t VALUES (1, 1), (1, 1)"},
       {[&] { db.scalarInt("SELECT abs(-9223372036854775808)"); },
        "integer overflow — while querying: SELECT abs(-9223372036854775808)"},
-      {[&] { db.run("SELECT ?", {std::int64_t{1}, std::int64_t{2}}); }, "bind failed: "},
+      {[&] {
+         db.run("SELECT ?", {std::int64_t{1}, std::int64_t{2}});
+       },
+       "bind failed: "},
       {[&] { db.run(""); }, " — while preparing: "},
       {[&] { db.hasColumn("skills;", "x"); }, "Invalid SQL identifier: skills;"},
       {[&] { db.addColumnIfMissing("t", "", "TEXT"); }, "Invalid SQL identifier: "},
       {[&] { SQLiteConnection((root / "no" / "such.db").string()); },
        "Cannot open database at " + (root / "no" / "such.db").string() + ": unable to open database file"}};
   for (const auto& [action, message] : cases) EXPECT_THAT(errorOf(action), IsError(Kind::database, message));
-  EXPECT_THAT(errorOf(cases[1].first).message(), testing::EndsWith(std::string(105, ' '))) << "cut after 120 characters";
+  EXPECT_THAT(errorOf(cases[1].first).message(), testing::EndsWith(std::string(105, ' ')))
+      << "cut after 120 characters";
   EXPECT_EQ(db.scalarInt("SELECT COUNT(*) FROM t"), 0) << "and the connection is as good as before";
 }
 

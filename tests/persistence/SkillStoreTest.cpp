@@ -41,11 +41,24 @@ class SkillStoreTest : public Sandbox {
 using MigrationTest = Sandbox;
 
 TEST_F(SkillStoreTest, EveryFieldOfARecordSurvivesTheDatabase) {
-  SkillRecord skill{.id = "full", .name = "Näme", .description = "d", .sourceType = SourceType::imported,
-                    .sourceRef = "ref", .sourceRefResolved = "resolved", .sourceSubpath = "sub",
-                    .sourceBranch = "branch", .sourceRevision = "rev", .remoteRevision = "remote",
-                    .centralPath = "/c", .contentHash = "hash", .enabled = false, .createdAt = 1, .updatedAt = 2,
-                    .status = "odd", .updateStatus = UpdateStatus::sourceMissing, .lastCheckedAt = 3,
+  SkillRecord skill{.id = "full",
+                    .name = "Näme",
+                    .description = "d",
+                    .sourceType = SourceType::imported,
+                    .sourceRef = "ref",
+                    .sourceRefResolved = "resolved",
+                    .sourceSubpath = "sub",
+                    .sourceBranch = "branch",
+                    .sourceRevision = "rev",
+                    .remoteRevision = "remote",
+                    .centralPath = "/c",
+                    .contentHash = "hash",
+                    .enabled = false,
+                    .createdAt = 1,
+                    .updatedAt = 2,
+                    .status = "odd",
+                    .updateStatus = UpdateStatus::sourceMissing,
+                    .lastCheckedAt = 3,
                     .lastCheckError = "error"};
   store.insertSkill(skill);
   EXPECT_EQ(store.skillFromSource(SourceType::imported, "ref"), skill);
@@ -54,8 +67,15 @@ TEST_F(SkillStoreTest, EveryFieldOfARecordSurvivesTheDatabase) {
   store.updateSkill(skill);
   EXPECT_EQ(store.skillAtPath(skill.centralPath), skill);
 
-  SkillTarget deployment{.id = "t", .skillId = "full", .tool = "cursor", .targetPath = "/p", .mode = SyncMode::copy,
-                         .status = "error", .syncedAt = 5, .lastError = "e", .sourceHash = "h"};
+  SkillTarget deployment{.id = "t",
+                         .skillId = "full",
+                         .tool = "cursor",
+                         .targetPath = "/p",
+                         .mode = SyncMode::copy,
+                         .status = "error",
+                         .syncedAt = 5,
+                         .lastError = "e",
+                         .sourceHash = "h"};
   store.upsertTarget(deployment);
   EXPECT_EQ(store.target("full", "cursor"), deployment);
   SkillTarget again = target("full", "cursor");
@@ -66,7 +86,8 @@ TEST_F(SkillStoreTest, EveryFieldOfARecordSurvivesTheDatabase) {
 
 TEST_F(SkillStoreTest, UnknownValuesOfANewerVersionReadAsTheHarmlessOnes) {
   sql("UPDATE skills SET source_type = 'foo', update_status = 'bar', enabled = 2 WHERE id = '1';"
-      "INSERT INTO skill_targets (id, skill_id, tool, target_path, mode) VALUES ('t', '1', 'cursor', '/p', 'hardlink')");
+      "INSERT INTO skill_targets (id, skill_id, tool, target_path, mode) VALUES ('t', '1', 'cursor', '/p', "
+      "'hardlink')");
   const auto skill = store.skill("1");
   EXPECT_EQ(skill->sourceType, SourceType::local);
   EXPECT_EQ(skill->updateStatus, UpdateStatus::unknown);
@@ -93,8 +114,10 @@ TEST_F(SkillStoreTest, NothingThatNamesADeletedSkillOrPresetStaysButTheLog) {
   store.upsertTarget(target("1", "cursor"));
   store.setTags("1", {"tag"});
   store.logAudit({.action = "deploy", .skillId = "1"});
-  sql("INSERT INTO discovered_skills (id, tool, found_path, found_at, imported_skill_id) VALUES ('d', 't', '/', 1, '1');"
-      "INSERT INTO active_scenario VALUES ('current', '" + preset.id + "')");
+  sql("INSERT INTO discovered_skills (id, tool, found_path, found_at, imported_skill_id) VALUES ('d', 't', '/', 1, "
+      "'1');"
+      "INSERT INTO active_scenario VALUES ('current', '" +
+      preset.id + "')");
   store.deleteSkill("1");
   EXPECT_TRUE(store.allTargets().empty() && store.allTags().empty());
   EXPECT_EQ(store.preset(preset.id)->skillIds, Texts{"2"});
@@ -125,8 +148,12 @@ TEST_F(SkillStoreTest, PresetsAndTheirSkillsKeepTheUsersOrder) {
   EXPECT_EQ(store.preset(first.id)->skillIds, (Texts{"2", "1"}));
 
   const std::string before = recordsAsText();
-  EXPECT_THAT(errorOf([&] { store.createPreset("first", {}, {}); }), IsError(Kind::database, "UNIQUE constraint failed"));
-  EXPECT_THAT(errorOf([&] { store.setPresetSkills(first.id, {"1", "absent"}); }), IsError(Kind::database, "FOREIGN KEY"));
+  EXPECT_THAT(errorOf([&] { store.createPreset("first", {}, {}); }),
+              IsError(Kind::database, "UNIQUE constraint failed"));
+  EXPECT_THAT(errorOf([&] {
+                store.setPresetSkills(first.id, {"1", "absent"});
+              }),
+              IsError(Kind::database, "FOREIGN KEY"));
   EXPECT_EQ(recordsAsText(), before);
   EXPECT_EQ(store.preset(first.id)->skillIds, (Texts{"2", "1"}));
 }
@@ -155,7 +182,8 @@ TEST_F(SkillStoreTest, ASettingThatCannotBeReadIsNamed) {
   store.setSetting("sync_mode", std::nullopt);
   EXPECT_EQ(store.syncMode(), SyncMode::symlink);
   EXPECT_EQ(store.toolOverrides(), ToolOverrides{});
-  for (const auto* key : {"custom_tool_paths", "custom_tool_project_paths", "custom_tools", "disabled_tools", "agent_order"}) {
+  for (const auto* key :
+       {"custom_tool_paths", "custom_tool_project_paths", "custom_tools", "disabled_tools", "agent_order"}) {
     for (const auto* broken : {"{", "7", R"([{"key":7}])"}) {
       store.setSetting(key, broken);
       EXPECT_THAT(errorOf([&] { store.toolOverrides(); }), IsError(Kind::database, key)) << broken;
@@ -202,7 +230,8 @@ TEST_F(MigrationTest, AFailedStepIsUndoneAndTriedAgainAtTheNextStart) {
 
 TEST_F(MigrationTest, ANewerOrForeignFileIsRefusedAndLeftByteForByte) {
   fs::create_directories(paths.base());
-  const std::string newer = "Database schema version (9) is newer than this app supports (8). Please upgrade the application.";
+  const std::string newer =
+      "Database schema version (9) is newer than this app supports (8). Please upgrade the application.";
   for (const auto* journal : {"WAL", "DELETE"}) {
     fs::remove(paths.database());
     sql(std::string("PRAGMA journal_mode = ") + journal + "; CREATE TABLE future (x); PRAGMA user_version = 9");
@@ -210,10 +239,15 @@ TEST_F(MigrationTest, ANewerOrForeignFileIsRefusedAndLeftByteForByte) {
     EXPECT_EQ(errorOf([&] { SkillStore(paths.database()); }), SkillsError::database(newer));
     EXPECT_TRUE(folderAsText(paths.base()) == before) << "the file was changed in journal mode " << journal;
   }
-  for (const auto& content : {std::string("This is no database."), std::string("SQLite format 3\0 but then", 25) + std::string(5000, 'x')}) {
+  fs::remove(paths.database());
+  { const SkillStore store(paths.database()); }
+  std::string damaged = read(paths.database());
+  damaged.replace(100, damaged.size() - 100, damaged.size() - 100, 'x');
+  damaged[63] = 7;  // the schema version
+  for (const auto& content : {damaged, std::string("This is no database.")}) {
     write(paths.database(), content);
     EXPECT_THAT(errorOf([&] { SkillStore(paths.database()); }), IsError(Kind::database, "database"));
-    EXPECT_EQ(read(paths.database()), content);
+    EXPECT_TRUE(read(paths.database()) == content);
   }
 }
 
@@ -221,7 +255,8 @@ TEST_F(MigrationTest, TwoProcessesMayMakeTheSameLibraryAtOnce) {
   fs::create_directories(paths.base());
   std::vector<std::jthread> openers;
   for (int i = 0; i < 4; ++i) {
-    openers.emplace_back([&] { EXPECT_NO_THROW(EXPECT_EQ(SkillStore(paths.database()).connection().userVersion(), 8)); });
+    openers.emplace_back(
+        [&] { EXPECT_NO_THROW(EXPECT_EQ(SkillStore(paths.database()).connection().userVersion(), 8)); });
   }
 }
 

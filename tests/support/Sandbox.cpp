@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <signal.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <sqlite3.h>
 
 #include "agents/ToolAdapters.h"
 
@@ -40,7 +40,8 @@ struct stat statusOf(const fs::path& path) {
   return status;
 }
 
-// Adds a path and everything below it, a folder before what it holds. With `open`, folders that forbid it are opened up.
+// Adds a path and everything below it, a folder before what it holds. With `open`, folders that forbid it are opened
+// up.
 void addAll(const fs::path& path, bool open, std::vector<fs::path>& all) {
   all.push_back(path);
   if (!fs::is_directory(fs::symlink_status(path))) return;
@@ -88,7 +89,9 @@ std::string describe(const fs::path& path) {
 
 int appendRow(void* text, int count, char** values, char**) {
   for (int i = 0; i < count; ++i) {
-    static_cast<std::string*>(text)->append(values[i] == nullptr ? "NULL" : values[i]).append(i + 1 < count ? "|" : "\n");
+    static_cast<std::string*>(text)
+        ->append(values[i] == nullptr ? "NULL" : values[i])
+        .append(i + 1 < count ? "|" : "\n");
   }
   return 0;
 }

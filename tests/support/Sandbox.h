@@ -33,7 +33,8 @@ MATCHER_P2(IsError, kind, part, "is an error of kind " + std::string(rawValue(ki
   return arg.kind() == kind && arg.message().find(part) != std::string::npos;
 }
 
-// Runs `body` with a number of its own in each of `count` processes at once; what is expected there counts for the test.
+// Runs `body` with a number of its own in each of `count` processes at once; what is expected there counts for the
+// test.
 void inProcesses(int count, const std::function<void(int)>& body);
 inline void inAnotherProcess(const std::function<void()>& body) {
   inProcesses(1, [&](int) { body(); });
