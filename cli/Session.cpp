@@ -35,7 +35,13 @@ const Paths& Session::paths() {
 }
 
 SkillsEngine& Session::engine() {
-  if (!engine_) engine_ = std::make_unique<SkillsEngine>(paths(), user());
+  if (engine_) return *engine_;
+  try {
+    engine_ = std::make_unique<SkillsEngine>(paths(), user());
+  } catch (const SkillsError& error) {
+    throw SkillsError(error.kind(), fmt::format("The library at {} cannot be opened: {}", paths().base().string(),
+                                                error.message()));
+  }
   return *engine_;
 }
 
@@ -72,8 +78,8 @@ void Session::confirm(std::string_view question) const {
   if (answer != "y" && answer != "yes") throw SkillsError::refused("Not confirmed, so nothing was changed.");
 }
 
-OperationContext Session::contextFor(ProgressLine& line) {
-  OperationContext context{interrupt_->token(), {}};
+OperationContext Session::contextFor(ProgressLine& line, std::stop_token stop) const {
+  OperationContext context{std::move(stop), {}};
   if (err_.isTerminal() && !options_.quiet) {
     context.progress = [&line](const Progress& progress) { line.show(progress); };
   }

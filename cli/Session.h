@@ -62,18 +62,29 @@ class Session {
   // not given. `question` names what will go: "Remove 3 skills?".
   void confirm(std::string_view question) const;
 
-  // Runs a change: from here on to the end of the run Ctrl-C stops it between two steps, and a line shows how far it
-  // is.
+  // Runs a change: Ctrl-C stops it between two steps, and a line shows how far it is. Outside of changes, at a question for
+  // instance, Ctrl-C ends the program as it always does.
   template <typename Change>
   auto change(Change&& run) {
-    if (!interrupt_) interrupt_.emplace();
+    const Interruptible interruptible(wasInterrupted_);
     ProgressLine line(err_);
-    return std::forward<Change>(run)(contextFor(line));
+    return std::forward<Change>(run)(contextFor(line, interruptible.interrupt.token()));
   }
-  [[nodiscard]] bool wasInterrupted() const { return interrupt_ && interrupt_->requested(); }
+  [[nodiscard]] bool wasInterrupted() const { return wasInterrupted_; }
 
  private:
-  OperationContext contextFor(ProgressLine& line);
+  // Remembers beyond the change whether it was interrupted.
+  struct Interruptible {
+    explicit Interruptible(bool& wasInterrupted) : noted(wasInterrupted) {}
+    ~Interruptible() { noted = noted || interrupt.requested(); }
+    Interruptible(const Interruptible&) = delete;
+    Interruptible& operator=(const Interruptible&) = delete;
+
+    bool& noted;
+    const Interrupt interrupt;
+  };
+
+  OperationContext contextFor(ProgressLine& line, std::stop_token stop) const;
 
   Streams streams_;
   GlobalOptions options_;
@@ -82,7 +93,7 @@ class Session {
   std::optional<UserFolders> user_;
   std::optional<Paths> paths_;
   std::unique_ptr<SkillsEngine> engine_;
-  std::optional<Interrupt> interrupt_;
+  bool wasInterrupted_ = false;
 };
 
 }  // namespace orvanta::cli

@@ -32,14 +32,6 @@ bool belongsToEndedProcess(std::string_view stageName) {
   return ::kill(process, 0) != 0 && errno == ESRCH;
 }
 
-void removeQuietly(const fs::path& path) noexcept {
-  try {
-    FS::removeAny(path);
-  } catch (const std::exception&) {
-    return;  // swept up later
-  }
-}
-
 SkillsError notAsExpected(const fs::path& target, FS::Kind expected) {
   if (expected == FS::Kind::absent) {
     return SkillsError::refused("Refusing to replace \"" + target.string() +
@@ -95,7 +87,7 @@ TargetChange TargetChange::putCopy(const fs::path& source, const fs::path& targe
     FS::renameExclusive(stage, target);
     return {Kind::placed, target, stage, placed};
   } catch (const std::exception&) {
-    removeQuietly(stage);
+    FS::removeQuietly(stage);
     if (FS::exists(target)) throw notAsExpected(target, expected);
     throw;
   }
@@ -117,7 +109,7 @@ TargetChange TargetChange::exchangeFor(const fs::path& target, FS::Kind expected
     placed = FS::identity(stage);
     FS::exchange(stage, target);
   } catch (...) {
-    removeQuietly(stage);
+    FS::removeQuietly(stage);
     throw;
   }
   TargetChange change(Kind::exchanged, target, stage, placed);
@@ -127,19 +119,26 @@ TargetChange TargetChange::exchangeFor(const fs::path& target, FS::Kind expected
 
 void TargetChange::keep() noexcept {
   const Kind kind = std::exchange(kind_, Kind::none);
-  if (kind == Kind::exchanged || kind == Kind::takenAway) removeQuietly(stage_);
+  if (kind == Kind::exchanged || kind == Kind::takenAway) FS::removeQuietly(stage_);
 }
 
 void TargetChange::takeBack() {
+  const Kind kind = std::exchange(kind_, Kind::none);
   try {
-    switch (std::exchange(kind_, Kind::none)) {
-      case Kind::none: return;
-      case Kind::placed: return takeBackPlaced();
-      case Kind::exchanged: return takeBackExchanged();
-      case Kind::takenAway: return FS::renameExclusive(stage_, target_);
-    }
+    if (kind == Kind::placed) takeBackPlaced();
+    if (kind == Kind::exchanged) takeBackExchanged();
+    if (kind == Kind::takenAway) FS::renameExclusive(stage_, target_);
   } catch (const std::exception&) {
-    return;  // somebody else changed the place meanwhile; what is there is theirs
+    // Somebody else changed the place meanwhile; what is there is theirs, and what was there before is kept for them.
+    if (kind != Kind::placed) keepAside();
+  }
+}
+
+void TargetChange::keepAside() noexcept {
+  try {
+    FS::renameExclusive(stage_, target_.string() + "-before-" + newUuid().substr(0, 8));
+  } catch (const std::exception&) {
+    return;  // nothing stands under the staging name
   }
 }
 
@@ -153,13 +152,13 @@ void TargetChange::takeBackExchanged() {
   FS::exchange(stage_, target_);
   if (FS::identity(stage_) == placed_) return FS::removeAny(stage_);
   FS::exchange(stage_, target_);
-  FS::renameExclusive(stage_, target_.string() + "-before-" + newUuid().substr(0, 8));
+  keepAside();
 }
 
 void sweepStages(const fs::path& folder) {
   for (const auto& child : FS::children(folder)) {
     const std::string name = child.filename().string();
-    if (name.starts_with(Scanner::kStagePrefix) && belongsToEndedProcess(name)) removeQuietly(child);
+    if (name.starts_with(Scanner::kStagePrefix) && belongsToEndedProcess(name)) FS::removeQuietly(child);
   }
 }
 

@@ -54,6 +54,7 @@ class TargetChange {
   void takeBack();
   void takeBackPlaced();
   void takeBackExchanged();
+  void keepAside() noexcept;
 
   Kind kind_ = Kind::none;
   std::filesystem::path target_;

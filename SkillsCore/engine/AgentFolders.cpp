@@ -29,11 +29,18 @@ std::string nameOf(const SkillMeta& meta, const fs::path& folder) {
   return meta.name.value_or(SkillMetadata::inferSkillName(meta, folder));
 }
 
+std::map<std::string, std::string> textMap(SkillStore& store, const std::string& sql) {
+  std::map<std::string, std::string> map;
+  store.connection().forEach(sql, {}, [&](const SQLRow& row) { map.emplace(row.text(0), row.text(1)); });
+  return map;
+}
+
 std::map<std::string, std::string> skillIdsByHash(SkillStore& store) {
-  std::map<std::string, std::string> ids;
-  store.connection().forEach("SELECT content_hash, id FROM skills WHERE content_hash IS NOT NULL", {},
-                             [&](const SQLRow& row) { ids.emplace(row.text(0), row.text(1)); });
-  return ids;
+  return textMap(store, "SELECT content_hash, id FROM skills WHERE content_hash IS NOT NULL");
+}
+
+std::map<std::string, std::string> skillNamesById(SkillStore& store) {
+  return textMap(store, "SELECT id, name FROM skills");
 }
 
 // The recorded deployments by the place where their files stand.
@@ -107,10 +114,13 @@ std::vector<AgentSkillEntry> AgentFolders::entries(const std::string& tool) {
     entry.kind = AgentSkillEntry::Kind::unmanagedInLibrary;
     entry.skillId = skill->second;
   }
+  std::set<std::string> listed;
+  for (const auto& entry : entries) listed.insert(places.place(entry.path));
+  const auto names = skillNamesById(library_.store);
   for (const auto& target : library_.store.targetsOfTool(tool)) {
-    if (target.status == kTargetDisabled || FS::resolvesToDirectory(target.targetPath)) continue;
-    const auto skill = library_.store.skill(target.skillId);
-    entries.push_back(missingEntry(target, skill ? skill->name : target.skillId, root));
+    if (target.status == kTargetDisabled || listed.contains(places.place(target.targetPath))) continue;
+    const auto name = names.find(target.skillId);
+    entries.push_back(missingEntry(target, name == names.end() ? target.skillId : name->second, root));
   }
   return entries;
 }
@@ -210,7 +220,7 @@ fs::path requireInside(const fs::path& path, const std::vector<fs::path>& folder
     throw SkillsError::refused(path.string() + " belongs to the library itself; use 'remove' for its skills");
   }
   if (lies) return location;
-  throw SkillsError::invalidInput(path.string() + " is not inside " + adapter.displayName + "'s skills directory");
+  throw SkillsError::refused(path.string() + " is not inside " + adapter.displayName + "'s skills directory");
 }
 
 }  // namespace orvanta

@@ -23,8 +23,8 @@ class AgentFolders {
 
   std::vector<DiscoveredGroup> discover(const OperationContext& context);
 
-  // Deletes what stands at the path. Throws `invalidInput` for a path outside the agent's folder, also by way of a link,
-  // and `refused` for what a deployment record names, holds or lies in.
+  // Deletes what stands at the path. Throws `refused` for a path outside the agent's folder, also by way of a link, and for
+  // what a deployment record names, holds or lies in.
   void deleteUnmanaged(const std::filesystem::path& path, const std::string& tool);
   Plan planDelete(const std::filesystem::path& path, const std::string& tool);
 
@@ -39,7 +39,7 @@ class AgentFolders {
 };
 
 // The standardised path, which must lie below one of the agent's folders as it is spelled and with its links resolved, and
-// not be one of them: else `invalidInput` that names the agent. Throws `refused` for what is, holds or lies in the library.
+// not be one of them, nor be, hold or lie in the library. Throws `refused` otherwise.
 std::filesystem::path requireInside(const std::filesystem::path& path, const std::vector<std::filesystem::path>& folders,
                                     const ToolAdapter& adapter, const Paths& library);
 

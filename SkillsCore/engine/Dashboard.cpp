@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "content/ContentHash.h"
+#include "engine/LibraryRecovery.h"
 #include "files/FS.h"
 #include "foundations/Parallel.h"
 
@@ -11,8 +12,13 @@ namespace orvanta {
 
 namespace {
 
+// The size of the skills folder, skill by skill on all cores; what waits there during an operation does not count.
 std::int64_t sizeOfSkills(const std::filesystem::path& skills) {
-  const auto folders = FS::children(skills);
+  std::vector<std::filesystem::path> folders = FS::children(skills);
+  std::erase_if(folders, [](const auto& folder) {
+    const std::string name = folder.filename().string();
+    return ContentHash::isIgnored(name) || isSetAside(name) || !FS::isDirectory(folder);
+  });
   std::vector<std::int64_t> sizes(folders.size());
   parallelFor(folders.size(), [&](std::size_t i) { sizes[i] = FS::directorySize(folders[i]); });
   return std::accumulate(sizes.begin(), sizes.end(), std::int64_t{0});

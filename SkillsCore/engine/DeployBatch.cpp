@@ -41,6 +41,15 @@ std::optional<SkillsError> failureOf(const ToolAdapter& adapter, const ToolOverr
   return std::nullopt;
 }
 
+PlannedStep stepFor(const DeployBatch::Pair& pair) {
+  return {.action = Action::refused,
+          .skillName = pair.name(),
+          .skillId = pair.skillId,
+          .tool = pair.tool,
+          .path = pair.target.string(),
+          .reason = {}};
+}
+
 template <typename Value>
 const Value* lookUp(const std::map<std::string, Value>& map, const std::string& key) {
   const auto found = map.find(key);
@@ -92,6 +101,11 @@ void DeployBatch::readAgents(const std::vector<std::string>& tools) {
     adapters_.emplace(tool, *adapter);
     folders_.emplace(tool, adapter->skillsDir(library_.user));
     if (const auto failure = failureOf(*adapter, overrides, library_)) agentFailures_.emplace(tool, *failure);
+    // What lies in a copy goes with it.
+    if (const SkillTarget* copy = index_.copyAround(index_.place((folders_.at(tool) / "skill").native()))) {
+      agentFailures_.emplace(tool, SkillsError::invalidInput(adapter->displayName + "'s skills folder lies inside the copy " +
+                                                             copy->targetPath + "; give it another with 'agent path'"));
+    }
   }
 }
 
@@ -124,26 +138,23 @@ DeployBatch::Pair DeployBatch::makePair(const std::string& skillId, const std::s
 Plan DeployBatch::plan() {
   Plan plan;
   std::set<std::string> filled;  // places that an earlier pair of this plan fills for the same skill
-  for (const auto& pair : pairs_) {
-    PlannedStep step{.action = Action::refused,
-                     .skillName = pair.name(),
-                     .skillId = pair.skillId,
-                     .tool = pair.tool,
-                     .path = pair.target.string(),
-                     .reason = {}};
+  std::vector<Pair*> possible;
+  for (auto& pair : pairs_) {
+    PlannedStep step = stepFor(pair);
     try {
       if (pair.failure) throw SkillsError(*pair.failure);
       const Need need = examine(pair);
       step.action = filled.insert(pair.place + '\n' + pair.skillId).second ? need.action : Action::keep;
-      if (need.leavesOldFolder) {
-        PlannedStep old = step;
-        old.action = Action::remove;
-        old.path = pair.record->targetPath;
-        plan.push_back(old);
-      }
+      possible.push_back(&pair);
     } catch (const SkillsError& error) {
       step.reason = error.message();
     }
+    plan.push_back(step);
+  }
+  for (const Pair* pair : leavingOldFolders(possible)) {
+    PlannedStep step = stepFor(*pair);
+    step.action = Action::remove;
+    step.path = pair->record->targetPath;
     plan.push_back(step);
   }
   return plan;
@@ -165,6 +176,11 @@ void DeployBatch::place(const OperationContext& context) {
     finished += groups[g].size();
     context.report("Deploying", finished, pairs_.size());
   });
+  std::vector<Pair*> placed;
+  for (auto& pair : pairs_) {
+    if (pair.done) placed.push_back(&pair);
+  }
+  for (Pair* pair : leavingOldFolders(placed)) takeAwayOldPlacement(*pair);
 }
 
 void DeployBatch::keep() {
@@ -192,7 +208,7 @@ DeployBatch::Need DeployBatch::examine(const Pair& pair) {
   if (const SkillTarget* other = index_.otherAt(pair.place, pair.skillId, pair.tool)) {
     return needBesideOther(pair, *other);
   }
-  Need need{.action = Action::keep, .mode = mode_, .policy = {}, .leavesOldFolder = leavesOldFolder(pair)};
+  Need need{.action = Action::keep, .mode = mode_, .policy = {}, .sourceHash = hashOf(pair)};
   if (isInPlace(pair)) return need;
   if (isRecordedAtTarget(pair)) {
     need.policy = ReplacePolicy::recorded(pair.record->mode);
@@ -211,16 +227,14 @@ DeployBatch::Need DeployBatch::needBesideOther(const Pair& pair, const SkillTarg
     throw SkillsError::refused(
         SyncEngine::refusalMessage(pair.target, "is where another skill of the library is deployed"));
   }
-  const bool leaves = leavesOldFolder(pair);
   const bool standsThere = other.mode == SyncMode::symlink
                                ? SyncEngine::symlinkPointsTo(pair.target, pair.skill->centralPath)
                                : SyncEngine::matchesRecordedDeployment(pair.target, SyncMode::copy);
-  if (standsThere) return {.action = Action::keep, .mode = other.mode, .policy = {}, .leavesOldFolder = leaves};
-  SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, other.mode, ReplacePolicy::noClobber(), resolver_);
-  return {.action = Action::place,
-          .mode = other.mode,
-          .policy = ReplacePolicy::noClobber(),
-          .leavesOldFolder = leaves};
+  // Nothing is copied: the content is what it was when the other agent's copy was made.
+  if (standsThere) return {.action = Action::keep, .mode = other.mode, .policy = {}, .sourceHash = other.sourceHash};
+  const ReplacePolicy policy = ReplacePolicy::noClobber();
+  SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, other.mode, policy, resolver_);
+  return {.action = Action::place, .mode = other.mode, .policy = policy, .sourceHash = hashOf(pair)};
 }
 
 // A record speaks for the place it names only, and only while the skill stands there.
@@ -236,13 +250,29 @@ bool DeployBatch::isInPlace(const Pair& pair) const {
                                      currentHashes_.at(pair.skillId));
 }
 
-// True when the agent's folder has moved since, and what was placed in the old one is still ours alone.
-bool DeployBatch::leavesOldFolder(const Pair& pair) const {
-  if (pair.record == nullptr || pair.record->status == kTargetDisabled || isRecordedAtTarget(pair)) return false;
-  const SkillTarget& record = *pair.record;
-  if (index_.otherAt(index_.place(record.targetPath), pair.skillId, pair.tool) != nullptr) return false;
-  return record.mode == SyncMode::symlink ? SyncEngine::symlinkPointsTo(record.targetPath, pair.skill->centralPath)
-                                          : SyncEngine::matchesRecordedDeployment(record.targetPath, SyncMode::copy);
+std::vector<DeployBatch::Pair*> DeployBatch::leavingOldFolders(const std::vector<Pair*>& placed) {
+  std::vector<Pair*> leaving;
+  for (Pair* pair : placed) {
+    if (pair->record == nullptr || pair->record->status == kTargetDisabled || isRecordedAtTarget(*pair)) continue;
+    index_.remove(*pair->record);  // agents that shared the old folder and move together do not protect it
+    leaving.push_back(pair);
+  }
+  std::erase_if(leaving, [&](const Pair* pair) {
+    const SkillTarget& old = *pair->record;
+    if (index_.otherAt(index_.place(old.targetPath), pair->skillId, pair->tool) != nullptr) return true;
+    return old.mode == SyncMode::symlink ? !SyncEngine::symlinkPointsTo(old.targetPath, pair->skill->centralPath)
+                                         : !SyncEngine::matchesRecordedDeployment(old.targetPath, SyncMode::copy);
+  });
+  return leaving;
+}
+
+// The skill stands in the new folder by then; an old placement that cannot be removed is no reason to undo that.
+void DeployBatch::takeAwayOldPlacement(Pair& pair) {
+  try {
+    pair.oldPlacement = SyncEngine::takeAwayRecorded(pair.record->targetPath, pair.record->mode);
+  } catch (const SkillsError&) {
+    return;
+  }
 }
 
 std::optional<std::string> DeployBatch::hashOf(const Pair& pair) const {
@@ -256,20 +286,16 @@ void DeployBatch::placePair(Pair& pair, const Pair* sharing) {
     Need need;
     if (sharing != nullptr && sharing->skillId == pair.skillId) {
       need.mode = sharing->mode;
-      need.leavesOldFolder = leavesOldFolder(pair);
+      need.sourceHash = sharing->sourceHash;
     } else {
       need = examine(pair);
     }
     if (need.action != Action::keep) {
-      pair.change =
-          SyncEngine::place(pair.skill->centralPath, pair.target, need.mode, *need.policy, resolver_);
-    }
-    if (need.leavesOldFolder) {
-      pair.oldPlacement = SyncEngine::takeAwayRecorded(pair.record->targetPath, pair.record->mode);
+      pair.change = SyncEngine::place(pair.skill->centralPath, pair.target, need.mode, *need.policy, resolver_);
     }
     pair.mode = need.mode;
     pair.action = need.action;
-    pair.sourceHash = hashOf(pair);
+    pair.sourceHash = need.sourceHash;
     pair.done = true;
   } catch (const SkillsError& error) {
     pair.change = TargetChange();

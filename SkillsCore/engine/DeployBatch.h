@@ -63,7 +63,7 @@ class DeployBatch {
     PlannedStep::Action action = PlannedStep::Action::keep;
     SyncMode mode = SyncMode::symlink;
     std::optional<ReplacePolicy> policy;
-    bool leavesOldFolder = false;
+    std::optional<std::string> sourceHash;  // what the records are to say of the content that stands there
   };
 
   void readSkills(const std::vector<std::string>& skillIds);
@@ -75,10 +75,12 @@ class DeployBatch {
   Need examine(const Pair& pair);
   Need needBesideOther(const Pair& pair, const SkillTarget& other);
   [[nodiscard]] bool isInPlace(const Pair& pair) const;
-  [[nodiscard]] bool leavesOldFolder(const Pair& pair) const;
+  // Of pairs that are done, or could be, those whose agent's folder has moved since, and whose old placement is nobody's.
+  std::vector<Pair*> leavingOldFolders(const std::vector<Pair*>& placed);
   [[nodiscard]] bool isRecordedAtTarget(const Pair& pair) const;
   [[nodiscard]] std::optional<std::string> hashOf(const Pair& pair) const;
   void placePair(Pair& pair, const Pair* sharing);
+  static void takeAwayOldPlacement(Pair& pair);
 
   Library& library_;
   const bool force_;

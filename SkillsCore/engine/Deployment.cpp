@@ -29,8 +29,11 @@ Placement Deployment::deploy(const std::string& skillId, const std::string& tool
   DeployBatch batch(library_, {skillId}, {tool}, force);
   batch.place({});
   const DeployBatch::Pair& pair = batch.pairs().front();
+  if (pair.failure) {
+    record(pair, std::nullopt);
+    throw SkillsError(*pair.failure);
+  }
   library_.transaction([&] { record(pair, presets_.activePreset()); });
-  if (pair.failure) throw SkillsError(*pair.failure);
   batch.keep();
   return placementOf(pair);
 }

@@ -38,6 +38,7 @@ class Deployment {
   Plan planDeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools, bool force);
   Plan planUndeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools);
 
+  // Throws `refused` with every failure; what could be placed is, and nothing is taken out then.
   void setDeployedTools(const std::string& skillId, const std::set<std::string>& tools);
 
  private:

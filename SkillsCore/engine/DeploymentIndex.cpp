@@ -36,6 +36,17 @@ const SkillTarget* DeploymentIndex::otherAt(const std::string& place, const std:
   return nullptr;
 }
 
+const SkillTarget* DeploymentIndex::copyAround(const std::string& place) const {
+  for (auto slash = place.rfind('/'); slash != std::string::npos && slash > 0; slash = place.rfind('/', slash - 1)) {
+    const auto [begin, end] = byPlace_.equal_range(place.substr(0, slash));
+    for (auto entry = begin; entry != end; ++entry) {
+      const SkillTarget& target = targets_[entry->second];
+      if (target.mode == SyncMode::copy) return &target;
+    }
+  }
+  return nullptr;
+}
+
 void DeploymentIndex::remove(const SkillTarget& target) {
   const std::string where = place(target.targetPath);
   const auto [begin, end] = byPlace_.equal_range(where);

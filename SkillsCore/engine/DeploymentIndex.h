@@ -26,6 +26,9 @@ class DeploymentIndex {
   [[nodiscard]] const SkillTarget* otherAt(const std::string& place, const std::string& skillId,
                                            const std::string& tool) const;
 
+  // A record of a copy in whose folder the place lies; nothing when there is none.
+  [[nodiscard]] const SkillTarget* copyAround(const std::string& place) const;
+
   // Its files no longer stand at their place. `target` is one of the records of this index.
   void remove(const SkillTarget& target);
 

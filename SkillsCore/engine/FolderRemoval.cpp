@@ -13,7 +13,7 @@ namespace orvanta {
 namespace fs = std::filesystem;
 
 void FolderRemoval::requireRemovable(const fs::path& skillsFolder, const SkillRecord& skill) {
-  if (standardized(skill.centralPath).parent_path() == standardized(skillsFolder)) return;
+  if (FS::resolved(standardized(skill.centralPath).parent_path()) == FS::resolved(skillsFolder)) return;
   throw SkillsError::refused("Refusing to remove " + skill.centralPath + ": it is not a folder of the library " +
                              skillsFolder.string() + "; remove the skill with its files kept");
 }
@@ -42,12 +42,7 @@ FolderRemoval::~FolderRemoval() {
 
 void FolderRemoval::keep() noexcept {
   const fs::path aside = std::exchange(aside_, {});
-  if (aside.empty()) return;
-  try {
-    FS::removeAny(aside);
-  } catch (const std::exception&) {
-    return;  // removed at the next opening of the library
-  }
+  if (!aside.empty()) FS::removeQuietly(aside);  // else removed at the next opening of the library
 }
 
 }  // namespace orvanta

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <memory>
 
 #include "agents/SyncEngine.h"
 #include "content/ContentHash.h"
@@ -63,81 +64,64 @@ void refuseLoss(const fs::path& original, const fs::path& kept) {
 
 }  // namespace
 
-class Import::Settled {
+// The originals of one skill replaced, until the deployments are recorded.
+class Import::Adoption {
  public:
-  Settled(const Job& job, const fs::path& skillsFolder)
-      : job_(job), installed_(Installer::settle(*job.item->skill, skillsFolder)) {}
-  ~Settled() {
-    if (kept_) return;
-    changes_.clear();  // the originals come back before the library's folder goes
-    Installer::unsettle(installed_);
-  }
-  Settled(const Settled&) = delete;
-  Settled& operator=(const Settled&) = delete;
+  Adoption(SkillRecord skill, std::string contentHash) : skill_(std::move(skill)), contentHash_(std::move(contentHash)) {}
 
-  void replaceOriginals(SkillStore& store) {
-    const auto known = store.skillAtPath(comparablePath(installed_.destination));
-    if (known && !known->enabled && !job_.originals.empty()) {
-      throw SkillsError::refused("'" + known->name + "' is in the library but disabled; enable it first");
-    }
-    for (const auto& original : job_.originals) {
-      const auto deployed = known ? store.target(known->id, original.tool) : std::nullopt;
-      replace(original, deployed, store.syncMode());
-    }
-  }
-
-  void keep() {
-    kept_ = true;
-    for (auto& change : changes_) change.keep();
-  }
-
-  [[nodiscard]] const Job& job() const { return job_; }
-  [[nodiscard]] const InstalledDirectory& installed() const { return installed_; }
-  // The deployments that took the originals' places; the skill's id is not known to them yet.
-  [[nodiscard]] const std::vector<SkillTarget>& targets() const { return targets_; }
-
- private:
+  // Throws with the original as it was.
   void replace(const Original& original, const std::optional<SkillTarget>& deployed, SyncMode mode) {
-    if (ContentHash::hashDirectory(original.path) != installed_.contentHash) {
+    // Two paths can lead to one place, which is then done already.
+    if (SyncEngine::symlinkPointsTo(original.path, skill_.centralPath)) return;
+    if (ContentHash::hashDirectory(original.path) != contentHash_) {
       throw SkillsError::conflict(original.path.string() +
-                                  " changed while it was imported; nothing was replaced, try again");
+                                  " changed while it was imported; it was not replaced, try again");
     }
-    refuseLoss(original.path, installed_.destination);
+    refuseLoss(original.path, skill_.centralPath);
     // An agent that holds the skill elsewhere already needs no second one: the original only goes.
-    if (deployed && deployed->status == kTargetOk && FS::resolvesToDirectory(deployed->targetPath)) {
+    const bool isDeployed = deployed && deployed->status == kTargetOk && FS::resolvesToDirectory(deployed->targetPath);
+    if (isDeployed || isPlacedFor(original.tool)) {
       changes_.push_back(TargetChange::takeAway(original.path, FS::kind(original.path)));
       return;
     }
     SyncEngine::FolderResolver resolver;
-    changes_.push_back(SyncEngine::place(installed_.destination, original.path, mode, ReplacePolicy::userConfirmed(),
-                                         resolver));
+    changes_.push_back(
+        SyncEngine::place(skill_.centralPath, original.path, mode, ReplacePolicy::userConfirmed(), resolver));
     targets_.push_back({.id = newUuid(),
-                        .skillId = {},
+                        .skillId = skill_.id,
                         .tool = original.tool,
                         .targetPath = original.path.string(),
                         .mode = mode,
                         .status = std::string(kTargetOk),
                         .syncedAt = nowMillis(),
                         .lastError = {},
-                        .sourceHash = installed_.contentHash});
+                        .sourceHash = contentHash_});
   }
 
-  const Job& job_;
-  const InstalledDirectory installed_;
+  void keep() {
+    for (auto& change : changes_) change.keep();
+  }
+
+  [[nodiscard]] const std::vector<SkillTarget>& targets() const { return targets_; }
+
+ private:
+  [[nodiscard]] bool isPlacedFor(const std::string& tool) const {
+    return std::any_of(targets_.begin(), targets_.end(), [&](const SkillTarget& target) { return target.tool == tool; });
+  }
+
+  const SkillRecord skill_;
+  const std::string contentHash_;
   std::vector<TargetChange> changes_;
   std::vector<SkillTarget> targets_;
-  bool kept_ = false;
 };
 
 SkillSummary Import::importUnmanaged(const fs::path& path, const std::string& tool, bool adopt) {
   const fs::path folder = requireImportable(path, tool);
-  Job job{.item = nullptr, .originals = {}, .tool = tool};
+  Job job{.request = request(folder), .originals = {}, .name = folder.filename().string(), .tool = tool};
   if (adopt) job.originals.push_back(requireAdoptable(folder, tool));
-  const PreparedInstall prepared = Installation::prepare(library_.paths, {request(folder)}, {});
-  job.item = &prepared.items.front();
-  std::vector<std::unique_ptr<Settled>> settled;
-  settled.push_back(settle(job));
-  return skills_.summary(record(settled, adopt ? "adopt" : "import_unmanaged").front().id);
+  const Outcome outcome = run({job}, adopt ? "adopt" : "import_unmanaged", {});
+  if (outcome.failure) throw SkillsError(*outcome.failure);
+  return skills_.summary(outcome.records.front().id);
 }
 
 Plan Import::planImport(const fs::path& path, const std::string& tool, bool adopt) {
@@ -178,34 +162,107 @@ InstallReport Import::importDiscovered(const std::vector<DiscoveredGroup>& group
       report.errors.push_back(group.name + ": " + error.message());
     }
   };
-  std::vector<InstallRequest> requests;
   std::vector<Job> jobs;
-  std::vector<const DiscoveredGroup*> chosen;
   for (const auto& group : groups) {
     attempt(group, [&] {
       if (group.locations.empty()) throw SkillsError::notFound("no folder holds it any more");
       const auto& first = group.locations.front();
-      requests.push_back(request(requireImportable(first.foundPath, first.tool)));
-      jobs.push_back({.item = nullptr, .originals = {}, .tool = first.tool});
-      chosen.push_back(&group);
-      for (const auto& place : group.locations) {
-        if (!adopt) return;
-        attempt(group, [&] {
-          jobs.back().originals.push_back(requireAdoptable(requireImportable(place.foundPath, place.tool), place.tool));
-        });
-      }
+      jobs.push_back({.request = request(requireImportable(first.foundPath, first.tool)),
+                      .originals = {},
+                      .name = group.name,
+                      .tool = first.tool});
+      if (adopt) addOriginals(jobs.back(), group, attempt);
     });
   }
-  const PreparedInstall prepared = Installation::prepare(library_.paths, std::move(requests), context);
-  std::vector<std::unique_ptr<Settled>> settled;
-  for (std::size_t i = 0; i < jobs.size(); ++i) {
-    jobs[i].item = &prepared.items[i];
-    report.interrupted = context.stop.stop_requested();
-    if (report.interrupted) break;
-    attempt(*chosen[i], [&] { settled.push_back(settle(jobs[i])); });
-  }
-  report.installed = skills_.summaries(record(settled, "import_discovered"));
+  const Outcome outcome = run(jobs, "import_discovered", context);
+  report.errors.insert(report.errors.end(), outcome.errors.begin(), outcome.errors.end());
+  report.interrupted = outcome.interrupted;
+  report.installed = skills_.summaries(outcome.records);
   return report;
+}
+
+// First the skills are in the library and recorded, then their originals are replaced: a process that is killed in between
+// leaves the originals, and one that is killed later leaves a library that has them.
+Import::Outcome Import::run(const std::vector<Job>& jobs, const std::string& action, const OperationContext& context) {
+  Outcome outcome;
+  std::vector<InstallRequest> requests;
+  for (const auto& job : jobs) requests.push_back(job.request);
+  const PreparedInstall prepared = Installation::prepare(library_.paths, std::move(requests), context);
+  const auto destinations = Installation::assignPlaces(library_.paths, prepared);
+  std::vector<Arrived> arrived;
+  for (std::size_t i = 0; i < jobs.size(); ++i) {
+    outcome.interrupted = context.stop.stop_requested();
+    if (outcome.interrupted) break;
+    try {
+      const auto& item = prepared.items[i];
+      if (item.failure) throw SkillsError(*item.failure);
+      arrived.push_back({.job = &jobs[i], .installed = Installer::settle(*item.skill, destinations[i]), .isNew = false});
+    } catch (const SkillsError& error) {
+      outcome.fail(jobs[i].name, error);
+    }
+  }
+  outcome.records = record(arrived, action);
+  adopt(arrived, outcome);
+  return outcome;
+}
+
+std::vector<SkillRecord> Import::record(std::vector<Arrived>& arrived, const std::string& action) {
+  std::vector<SkillRecord> records;
+  try {
+    library_.transaction([&] {
+      for (auto& skill : arrived) {
+        skill.isNew = !library_.store.skillAtPath(comparablePath(skill.installed.destination)).has_value();
+        records.push_back(skills_.storeInstalled(
+            skill.installed,
+            {.source = skill.job->request.source, .name = {}, .action = action, .tool = skill.job->tool}));
+      }
+    });
+  } catch (...) {
+    for (const auto& skill : arrived) Installer::unsettle(skill.installed);
+    throw;
+  }
+  return records;
+}
+
+// A skill whose originals cannot be replaced stays imported when it is one of many; alone it goes again, if it is new, so
+// that what throws has changed nothing.
+void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
+  std::vector<std::unique_ptr<Adoption>> adoptions;
+  for (std::size_t i = 0; i < arrived.size(); ++i) {
+    const SkillRecord& skill = outcome.records[i];
+    adoptions.push_back(std::make_unique<Adoption>(skill, arrived[i].installed.contentHash));
+    for (const auto& original : arrived[i].job->originals) {
+      try {
+        if (!skill.enabled) {
+          throw SkillsError::refused("'" + skill.name + "' is in the library but disabled; enable it first");
+        }
+        adoptions.back()->replace(original, library_.store.target(skill.id, original.tool), library_.store.syncMode());
+      } catch (const SkillsError& error) {
+        outcome.fail(arrived[i].job->name, error);
+      }
+    }
+  }
+  if (arrived.size() == 1 && outcome.failure) {
+    forget(arrived.front(), outcome.records.front());
+    outcome.records.clear();
+    return;
+  }
+  library_.transaction([&] {
+    const auto active = presets_.activePreset();
+    for (const auto& adoption : adoptions) {
+      for (const auto& target : adoption->targets()) {
+        library_.store.upsertTarget(target);
+        presets_.setActivePresetToggle(active, target.skillId, target.tool, true);
+      }
+    }
+  });
+  for (const auto& adoption : adoptions) adoption->keep();
+}
+
+void Import::forget(const Arrived& arrived, const SkillRecord& skill) {
+  if (!arrived.isNew) return;
+  library_.store.deleteSkill(skill.id);
+  Installer::unsettle(arrived.installed);
 }
 
 fs::path Import::requireImportable(const fs::path& path, const std::string& tool) {
@@ -243,30 +300,17 @@ InstallRequest Import::request(const fs::path& path) const {
           .action = {}};
 }
 
-std::unique_ptr<Import::Settled> Import::settle(const Job& job) {
-  if (job.item->failure) throw SkillsError(*job.item->failure);
-  auto settled = std::make_unique<Settled>(job, library_.paths.skills());
-  settled->replaceOriginals(library_.store);
-  return settled;
+void Import::addOriginals(Job& job, const DiscoveredGroup& group, const Attempt& attempt) {
+  for (const auto& place : group.locations) {
+    attempt(group, [&] {
+      job.originals.push_back(requireAdoptable(requireImportable(place.foundPath, place.tool), place.tool));
+    });
+  }
 }
 
-std::vector<SkillRecord> Import::record(const std::vector<std::unique_ptr<Settled>>& settled,
-                                        const std::string& action) {
-  std::vector<SkillRecord> records;
-  library_.transaction([&] {
-    const auto active = presets_.activePreset();
-    for (const auto& skill : settled) {
-      const Job& job = skill->job();
-      records.push_back(skills_.storeInstalled(skill->installed(), job.item->request.source, action, job.tool));
-      for (SkillTarget target : skill->targets()) {
-        target.skillId = records.back().id;
-        library_.store.upsertTarget(target);
-        presets_.setActivePresetToggle(active, target.skillId, target.tool, true);
-      }
-    }
-  });
-  for (const auto& skill : settled) skill->keep();
-  return records;
+void Import::Outcome::fail(const std::string& name, const SkillsError& error) {
+  errors.push_back(name + ": " + error.message());
+  if (!failure) failure = error;
 }
 
 }  // namespace orvanta

@@ -4,7 +4,8 @@
 // the original. What an adoption would lose is refused, and the original goes only when all records are written.
 
 #include <filesystem>
-#include <memory>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,19 +38,36 @@ class Import {
   };
   // One skill on its way into the library.
   struct Job {
-    const PreparedInstall::Item* item = nullptr;
+    InstallRequest request;
     std::vector<Original> originals;
+    std::string name;
     std::string tool;
   };
-  // One job with its files in place, until its records are written.
-  class Settled;
+  // One that has its place there.
+  struct Arrived {
+    const Job* job = nullptr;
+    InstalledDirectory installed;
+    bool isNew = false;
+  };
+  struct Outcome {
+    std::vector<SkillRecord> records;
+    std::vector<std::string> errors;
+    std::optional<SkillsError> failure;  // the first of them
+    bool interrupted = false;
+
+    void fail(const std::string& name, const SkillsError& error);
+  };
+  class Adoption;
+  using Attempt = std::function<void(const DiscoveredGroup&, const std::function<void()>&)>;
 
   std::filesystem::path requireImportable(const std::filesystem::path& path, const std::string& tool);
   Original requireAdoptable(const std::filesystem::path& path, const std::string& tool);
   InstallRequest request(const std::filesystem::path& path) const;
-  std::unique_ptr<Settled> settle(const Job& job);
-  // Writes the records of all settled skills at once and makes their changes final.
-  std::vector<SkillRecord> record(const std::vector<std::unique_ptr<Settled>>& settled, const std::string& action);
+  void addOriginals(Job& job, const DiscoveredGroup& group, const Attempt& attempt);
+  Outcome run(const std::vector<Job>& jobs, const std::string& action, const OperationContext& context);
+  std::vector<SkillRecord> record(std::vector<Arrived>& arrived, const std::string& action);
+  void adopt(const std::vector<Arrived>& arrived, Outcome& outcome);
+  void forget(const Arrived& arrived, const SkillRecord& skill);
 
   Library& library_;
   AgentSettings& agents_;

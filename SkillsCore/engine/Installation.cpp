@@ -1,11 +1,11 @@
 #include "engine/Installation.h"
 
 #include <mutex>
-#include <set>
 
 #include "files/Paths.h"
 #include "foundations/Parallel.h"
 #include "foundations/SkillsError.h"
+#include "foundations/Text.h"
 
 namespace orvanta {
 
@@ -16,6 +16,11 @@ using Action = PlannedStep::Action;
 namespace {
 
 std::string folderName(const InstallRequest& request) { return fs::path(fsPath(request.folder)).filename().string(); }
+
+std::optional<std::string> givenName(const InstallRequest& request) {
+  const std::string name(Text::trim(request.name.value_or("")));
+  return name.empty() ? std::nullopt : std::optional(name);
+}
 
 void requireInstallable(const Paths& paths, const fs::path& folder) {
   if (!FS::resolvesToDirectory(folder)) throw SkillsError::invalidInput(folder.string() + " is not a directory");
@@ -66,15 +71,33 @@ PreparedInstall Installation::prepare(const Paths& paths, std::vector<InstallReq
   return prepared;
 }
 
+std::vector<Installer::Destination> Installation::assignPlaces(const Paths& paths, const PreparedInstall& prepared) {
+  std::vector<Installer::Destination> destinations(prepared.items.size());
+  Installer::Taken taken;
+  std::vector<StagingFolder::Announced> arriving;
+  for (std::size_t i = 0; i < prepared.items.size(); ++i) {
+    const auto& skill = prepared.items[i].skill;
+    if (!skill) continue;
+    destinations[i] = Installer::uniqueDestination(paths.skills(), skill->name, skill->contentHash, taken);
+    taken.emplace(destinations[i].path, skill->contentHash);
+    if (destinations[i].reuse || !skill->staged) continue;
+    arriving.push_back({destinations[i].path.filename().string(), FS::identity(*skill->staged)});
+  }
+  if (!arriving.empty()) prepared.staging->announce(arriving);
+  return destinations;
+}
+
 InstallReport Installation::settle(const PreparedInstall& prepared) {
   InstallReport report;
+  const auto destinations = assignPlaces(library_.paths, prepared);
   std::vector<std::pair<InstalledDirectory, const InstallRequest*>> installed;
-  for (const auto& item : prepared.items) {
+  for (std::size_t i = 0; i < prepared.items.size(); ++i) {
+    const auto& item = prepared.items[i];
     if (item.failure) report.errors.push_back(folderName(item.request) + ": " + item.failure->message());
     if (!item.failure && !item.skill) report.interrupted = true;
     if (!item.skill) continue;
     try {
-      installed.emplace_back(Installer::settle(*item.skill, library_.paths.skills()), &item.request);
+      installed.emplace_back(Installer::settle(*item.skill, destinations[i]), &item.request);
     } catch (const SkillsError& error) {
       report.errors.push_back(folderName(item.request) + ": " + error.message());
     }
@@ -83,7 +106,9 @@ InstallReport Installation::settle(const PreparedInstall& prepared) {
   try {
     library_.transaction([&] {
       for (const auto& [directory, request] : installed) {
-        records.push_back(skills_.storeInstalled(directory, request->source, request->action));
+        records.push_back(skills_.storeInstalled(
+            directory,
+            {.source = request->source, .name = givenName(*request), .action = request->action, .tool = {}}));
         if (directory.reused) report.reusedIds.push_back(records.back().id);
       }
     });
@@ -97,7 +122,7 @@ InstallReport Installation::settle(const PreparedInstall& prepared) {
 
 Plan Installation::plan(const std::vector<InstallRequest>& requests) {
   Plan plan;
-  std::set<fs::path> taken;
+  Installer::Taken taken;
   for (const auto& request : requests) {
     PlannedStep step{.action = Action::refused,
                      .skillName = folderName(request),
@@ -108,7 +133,7 @@ Plan Installation::plan(const std::vector<InstallRequest>& requests) {
     try {
       requireInstallable(library_.paths, request.folder);
       const auto expected = Installer::expect(request.folder, request.name, library_.paths.skills(), taken);
-      taken.insert(expected.destination);
+      taken.emplace(expected.destination, expected.contentHash);
       step.skillName = expected.name;
       step.path = expected.destination.string();
       step.action = expected.reused ? Action::keep : Action::place;

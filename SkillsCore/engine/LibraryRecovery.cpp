@@ -17,13 +17,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::array kPrefixes{kInstallingPrefix, kReplacingPrefix, kRemovingPrefix};
-
-bool isLeftover(const fs::path& path) {
-  const std::string name = path.filename().string();
-  return std::any_of(kPrefixes.begin(), kPrefixes.end(), [&](std::string_view prefix) { return name.starts_with(prefix); });
-}
-
 // "NAME" of "PREFIX NAME-SUFFIX": the suffix has no hyphen.
 std::string setAsideName(const std::string& name, std::string_view prefix) {
   const std::string rest = name.substr(prefix.size());
@@ -45,18 +38,34 @@ void healRemoved(Library& library, const fs::path& leftover) {
   FS::renameExclusive(leftover, original);
 }
 
+// Skills that had taken their places when the process was killed before it wrote their records are taken back: they stay
+// where they were installed from, and a folder without a record is nobody's.
+void healInstalling(Library& library, const fs::path& leftover) {
+  for (const auto& announced : StagingFolder::announced(leftover)) {
+    const fs::path folder = library.paths.skills() / announced.name;
+    const bool isRecorded = library.store.skillAtPath(comparablePath(folder)).has_value();
+    if (!isRecorded && FS::identity(folder) == announced.identity) FS::removeAny(folder);
+  }
+  FS::removeAny(leftover);
+}
+
 void heal(Library& library, const fs::path& leftover) {
   const std::string name = leftover.filename().string();
   if (name.starts_with(kReplacingPrefix)) return healReplaced(leftover);
   if (name.starts_with(kRemovingPrefix)) return healRemoved(library, leftover);
-  if (!StagingFolder::isInUse(leftover)) FS::removeAny(leftover);
+  if (!StagingFolder::isInUse(leftover)) healInstalling(library, leftover);
 }
 
 }  // namespace
 
+bool isSetAside(std::string_view name) {
+  constexpr std::array kPrefixes{StagingFolder::kPrefix, kReplacingPrefix, kRemovingPrefix};
+  return std::any_of(kPrefixes.begin(), kPrefixes.end(), [&](std::string_view prefix) { return name.starts_with(prefix); });
+}
+
 void healLibrary(Library& library) {
   std::vector<fs::path> leftovers = FS::children(library.paths.skills());
-  std::erase_if(leftovers, [](const fs::path& path) { return !isLeftover(path); });
+  std::erase_if(leftovers, [](const fs::path& path) { return !isSetAside(path.filename().string()); });
   removeStaleTempDirs(library.user.temp, nowMillis());
   if (leftovers.empty()) return;
   const auto lock = LibraryLock::tryAcquire(library.paths.lock());

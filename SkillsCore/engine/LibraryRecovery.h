@@ -7,10 +7,13 @@
 
 namespace orvanta {
 
-// The names under which folders of the library wait during an operation.
-inline constexpr std::string_view kInstallingPrefix = ".installing-";
+// The names under which folders of the library wait: until new content has taken their place, and until their record is
+// gone. Skills on their way in wait in a StagingFolder.
 inline constexpr std::string_view kReplacingPrefix = ".replacing-";
 inline constexpr std::string_view kRemovingPrefix = ".removing-";
+
+// Whether a name in the skills folder is that of something that waits, and no skill's.
+bool isSetAside(std::string_view name);
 
 // Does nothing while another process changes the library. Never throws: what cannot be put right now is tried again at
 // the next opening.

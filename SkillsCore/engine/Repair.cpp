@@ -65,6 +65,8 @@ ApplyReport Repair::repairDeployments(const OperationContext& context) {
 
   ApplyReport report;
   library_.transaction([&] {
+    for (const auto& orphan : orphans_) library_.store.deleteTarget(orphan.skillId, orphan.tool);
+    report.removed = static_cast<std::int64_t>(orphans_.size());
     for (auto& item : all) {
       record(item);
       if (item.repaired) ++report.deployed;
@@ -110,6 +112,7 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
 
 std::vector<Repair::Item> Repair::items() {
   skills_.clear();
+  orphans_.clear();
   for (auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, std::move(skill));
   auto targets = library_.store.allTargets();
   const auto hashes = hashesOfCopied(skills_, targets);
@@ -117,8 +120,11 @@ std::vector<Repair::Item> Repair::items() {
   std::vector<Item> items;
   for (auto& target : targets) {
     const auto skill = skills_.find(target.skillId);
-    // The database drops a skill's deployments with it, so each record has its skill.
-    if (skill == skills_.end() || target.status == kTargetDisabled) continue;
+    if (skill == skills_.end()) {
+      orphans_.push_back(std::move(target));
+      continue;
+    }
+    if (target.status == kTargetDisabled) continue;
     Item item;
     item.skill = &skill->second;
     item.place = places.place(target.targetPath);

@@ -3,6 +3,7 @@
 // Makes the disk agree with the deployment records again: broken links are made anew, stale copies refreshed. What cannot
 // be repaired is recorded with status "error"; the deployments of disabled skills are left alone.
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,6 +47,7 @@ class Repair {
   Library& library_;
   SyncEngine::FolderResolver resolver_;
   std::map<std::string, SkillRecord> skills_;
+  std::vector<SkillTarget> orphans_;  // records whose skill is gone, as a database written elsewhere can hold them
 };
 
 }  // namespace orvanta

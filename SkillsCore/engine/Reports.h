@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "foundations/Models.h"
+#include "foundations/SkillsError.h"
 
 namespace orvanta {
 
@@ -38,8 +39,17 @@ struct InstallReport {
   bool interrupted = false;
 };
 
+// Outcome of enabling or disabling many skills. Failures read "SKILL: " and the error's text.
+struct ActivationReport {
+  std::vector<std::string> changedIds;
+  std::vector<std::string> errors;
+  std::optional<SkillsError> failure;  // the first of them
+  bool interrupted = false;
+};
+
 struct RemovalReport {
   std::vector<std::string> removed;  // ids
+  std::vector<std::string> notes;    // what was left in agents' folders, and why
   std::vector<std::string> errors;
   bool interrupted = false;
 };

@@ -1,10 +1,11 @@
 #include "engine/SkillActivation.h"
 
+#include <map>
+#include <optional>
 #include <set>
 
-#include "agents/SyncEngine.h"
 #include "content/ContentHash.h"
-#include "engine/FolderRemoval.h"
+#include "engine/DeploymentIndex.h"
 #include "engine/UndeployBatch.h"
 #include "files/FS.h"
 #include "foundations/Clock.h"
@@ -15,12 +16,15 @@ namespace orvanta {
 using Action = PlannedStep::Action;
 
 void SkillActivation::setEnabled(const std::string& id, bool enabled) {
-  const SkillRecord skill = skills_.require(id);
-  if (enabled) {
-    enable(skill);
-  } else {
-    disable(skill);
-  }
+  const ActivationReport report = setEnabled(std::vector{skills_.require(id).id}, enabled, {});
+  if (report.failure) throw SkillsError(*report.failure);
+}
+
+ActivationReport SkillActivation::setEnabled(const std::vector<std::string>& ids, bool enabled,
+                                             const OperationContext& context) {
+  std::vector<SkillRecord> skills;
+  for (const auto& id : ids) skills.push_back(skills_.require(id));
+  return enabled ? enable(skills, context) : disable(skills, context);
 }
 
 Plan SkillActivation::planSetEnabled(const std::string& id, bool enabled) {
@@ -50,111 +54,99 @@ Plan SkillActivation::planSetEnabled(const std::string& id, bool enabled) {
   return plan;
 }
 
+ActivationReport SkillActivation::enable(const std::vector<SkillRecord>& skills, const OperationContext& context) {
+  std::map<std::string, std::vector<SkillTarget>> targets;
+  std::vector<std::string> ids;
+  for (const auto& skill : skills) ids.push_back(skill.id);
+  library_.store.forEachTarget(ids, [&](SkillTarget&& target) {
+    if (target.status == kTargetDisabled) targets[target.skillId].push_back(std::move(target));
+  });
+
+  ActivationReport report;
+  std::vector<Restored> restored;
+  std::vector<const SkillRecord*> enabled;
+  for (const auto& skill : skills) {
+    report.interrupted = context.stop.stop_requested();
+    if (report.interrupted) break;
+    try {
+      restored.push_back(restore(skill, std::move(targets[skill.id])));
+      enabled.push_back(&skill);
+    } catch (const SkillsError& error) {
+      report.errors.push_back(skill.name + ": " + error.message());
+      if (!report.failure) report.failure = error;
+    }
+    context.report("Enabling", enabled.size(), skills.size());
+  }
+  library_.transaction([&] {
+    for (const auto* skill : enabled) recordEnabled(*skill, true);
+    for (const auto& skill : restored) {
+      for (const auto& record : skill.records) library_.store.upsertTarget(record);
+    }
+  });
+  for (auto& skill : restored) {
+    for (auto& change : skill.changes) change.keep();
+  }
+  for (const auto* skill : enabled) report.changedIds.push_back(skill->id);
+  return report;
+}
+
 // The places were left to their owner when the skill was disabled, so nothing there is replaced but what is right already.
-void SkillActivation::enable(const SkillRecord& skill) {
+SkillActivation::Restored SkillActivation::restore(const SkillRecord& skill, std::vector<SkillTarget> targets) {
   if (!FS::resolvesToDirectory(skill.centralPath)) {
     throw SkillsError::notFound("Library directory missing for '" + skill.name + "'");
   }
   SyncEngine::FolderResolver resolver;
-  std::vector<TargetChange> changes;
-  std::vector<SkillTarget> records;
-  std::set<std::string> filled;  // places that agents share are filled once
-  for (auto& target : library_.store.targets(skill.id)) {
-    if (target.status != kTargetDisabled) continue;
-    if (filled.insert(target.targetPath).second) {
-      changes.push_back(SyncEngine::place(skill.centralPath, target.targetPath, target.mode,
-                                          ReplacePolicy::noClobber(), resolver));
+  const DeploymentIndex places({}, resolver);
+  std::optional<std::string> hash;  // read when the first copy needs it
+  std::set<std::string> filled;     // places that agents share are filled once
+  Restored restored;
+  for (auto& target : targets) {
+    if (filled.insert(places.place(target.targetPath)).second) {
+      restored.changes.push_back(SyncEngine::place(skill.centralPath, target.targetPath, target.mode,
+                                                   ReplacePolicy::noClobber(), resolver));
+    }
+    if (target.mode == SyncMode::copy) {
+      if (!hash) hash = ContentHash::hashDirectory(skill.centralPath);
+      target.sourceHash = hash;
     }
     target.status = kTargetOk;
+    target.lastError.reset();
     target.syncedAt = nowMillis();
-    if (target.mode == SyncMode::copy) target.sourceHash = ContentHash::hashDirectory(skill.centralPath);
-    records.push_back(std::move(target));
+    restored.records.push_back(std::move(target));
   }
-  library_.transaction([&] {
-    library_.store.setSkillEnabled(skill.id, true);
-    for (const auto& record : records) library_.store.upsertTarget(record);
-    library_.store.logAudit({.action = "enable_skill", .skillId = skill.id, .skillName = skill.name});
-  });
-  for (auto& change : changes) change.keep();
+  return restored;
 }
 
-void SkillActivation::disable(const SkillRecord& skill) {
-  UndeployBatch batch(library_, library_.store.targets(skill.id));
+ActivationReport SkillActivation::disable(const std::vector<SkillRecord>& skills, const OperationContext& context) {
+  std::vector<std::string> ids;
+  for (const auto& skill : skills) ids.push_back(skill.id);
+  std::vector<SkillTarget> targets;
+  library_.store.forEachTarget(ids, [&](SkillTarget&& target) { targets.push_back(std::move(target)); });
+
+  ActivationReport report;
+  UndeployBatch batch(library_, std::move(targets));
+  report.interrupted = context.stop.stop_requested();
+  if (report.interrupted) return report;
   batch.takeOut({});
   library_.transaction([&] {
-    library_.store.setSkillEnabled(skill.id, false);
+    for (const auto& skill : skills) recordEnabled(skill, false);
     for (const auto& pair : batch.pairs()) {
       SkillTarget record = pair.record;
       record.status = kTargetDisabled;
-      record.lastError = pair.note;
+      // A shared place is cleared with the last of its agents, so only the other reasons are still true at the end.
+      record.lastError = pair.isShared ? std::nullopt : pair.note;
       library_.store.upsertTarget(record);
     }
-    library_.store.logAudit({.action = "disable_skill", .skillId = skill.id, .skillName = skill.name});
   });
   batch.keep();
-}
-
-void SkillActivation::remove(const std::string& id, bool deleteFiles) {
-  const SkillRecord skill = skills_.require(id);
-  if (deleteFiles) FolderRemoval::requireRemovable(library_.paths.skills(), skill);
-  const RemovalReport report = remove(std::vector{id}, deleteFiles, {});
-  if (!report.errors.empty()) throw SkillsError::io(report.errors.front());
-}
-
-RemovalReport SkillActivation::remove(const std::vector<std::string>& ids, bool deleteFiles,
-                                      const OperationContext& context) {
-  RemovalReport report;
-  std::vector<SkillRecord> gone;
-  std::vector<FolderRemoval> folders;
-  for (const auto& id : ids) {
-    if (context.stop.stop_requested()) {
-      report.interrupted = true;
-      break;
-    }
-    try {
-      const SkillRecord skill = skills_.require(id);
-      if (deleteFiles) folders.emplace_back(library_.paths.skills(), skill);
-      gone.push_back(skill);
-    } catch (const SkillsError& error) {
-      report.errors.push_back(error.message());
-    }
-    context.report("Removing", gone.size(), ids.size());
-  }
-  std::vector<SkillTarget> targets;
-  for (const auto& skill : gone) {
-    for (auto& target : library_.store.targets(skill.id)) targets.push_back(std::move(target));
-  }
-  UndeployBatch batch(library_, std::move(targets));
-  batch.takeOut({});
-  library_.transaction([&] {
-    for (const auto& skill : gone) {
-      library_.store.deleteSkill(skill.id);
-      library_.store.logAudit({.action = "remove_skill",
-                               .skillId = skill.id,
-                               .skillName = skill.name,
-                               .detail = deleteFiles ? "files deleted" : "record only"});
-      report.removed.push_back(skill.id);
-    }
-  });
-  batch.keep();
-  for (auto& folder : folders) folder.keep();
+  report.changedIds = ids;
   return report;
 }
 
-Plan SkillActivation::planRemove(const std::vector<std::string>& ids, bool deleteFiles) {
-  Plan plan;
-  for (const auto& id : ids) {
-    const SkillRecord skill = skills_.require(id);
-    Plan deployments = UndeployBatch(library_, library_.store.targets(id)).plan();
-    plan.insert(plan.end(), deployments.begin(), deployments.end());
-    plan.push_back({.action = deleteFiles ? Action::remove : Action::keep,
-                    .skillName = skill.name,
-                    .skillId = id,
-                    .tool = {},
-                    .path = skill.centralPath,
-                    .reason = deleteFiles ? std::nullopt : std::optional<std::string>("only the record goes")});
-  }
-  return plan;
+void SkillActivation::recordEnabled(const SkillRecord& skill, bool enabled) {
+  library_.store.setSkillEnabled(skill.id, enabled);
+  library_.store.logAudit(
+      {.action = enabled ? "enable_skill" : "disable_skill", .skillId = skill.id, .skillName = skill.name});
 }
 
 }  // namespace orvanta

@@ -1,10 +1,12 @@
 #pragma once
 
-// Taking skills out of use and back, and out of the library: what touches all agents' folders of a skill at once.
+// Taking skills out of use and back. Disabling takes a skill's files out of all agents' folders and keeps the records with
+// status "disabled"; enabling places them again.
 
 #include <string>
 #include <vector>
 
+#include "agents/SyncEngine.h"
 #include "engine/Library.h"
 #include "engine/Reports.h"
 #include "engine/Skills.h"
@@ -16,19 +18,23 @@ class SkillActivation {
  public:
   SkillActivation(Library& library, Skills& skills) : library_(library), skills_(skills) {}
 
-  // Disabling takes the skill's files out of all agents' folders and keeps the records with status "disabled"; enabling
-  // places them again. Throws `refused` when something else stands at one of the places; then nothing has changed.
+  // One skill. Throws `refused` when something else stands at one of the places; then nothing has changed.
   void setEnabled(const std::string& id, bool enabled);
+  // Many skills, each as a whole or not at all, in one transaction.
+  ActivationReport setEnabled(const std::vector<std::string>& ids, bool enabled, const OperationContext& context);
   Plan planSetEnabled(const std::string& id, bool enabled);
 
-  // Throws what prevents the removal; then the skill is as it was.
-  void remove(const std::string& id, bool deleteFiles);
-  RemovalReport remove(const std::vector<std::string>& ids, bool deleteFiles, const OperationContext& context);
-  Plan planRemove(const std::vector<std::string>& ids, bool deleteFiles);
-
  private:
-  void enable(const SkillRecord& skill);
-  void disable(const SkillRecord& skill);
+  // One skill placed again, until it is recorded.
+  struct Restored {
+    std::vector<TargetChange> changes;
+    std::vector<SkillTarget> records;
+  };
+
+  Restored restore(const SkillRecord& skill, std::vector<SkillTarget> targets);
+  ActivationReport enable(const std::vector<SkillRecord>& skills, const OperationContext& context);
+  ActivationReport disable(const std::vector<SkillRecord>& skills, const OperationContext& context);
+  void recordEnabled(const SkillRecord& skill, bool enabled);
 
   Library& library_;
   Skills& skills_;

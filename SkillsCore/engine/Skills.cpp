@@ -106,17 +106,16 @@ SkillSummary Skills::updateInfo(const std::string& id, const std::string& name,
   return summary(id);
 }
 
-SkillRecord Skills::storeInstalled(const InstalledDirectory& installed, const SkillSource& source,
-                                   const std::string& action, const std::optional<std::string>& tool) {
+SkillRecord Skills::storeInstalled(const InstalledDirectory& installed, const Arrival& arrival) {
   SkillStore& store = library_.store;
   const std::string centralPath = comparablePath(installed.destination);
   auto existing = store.skillAtPath(centralPath);
-  // The same content again: what the user wrote into the record, and the source it is updated from, stay.
   if (!existing) {
     const SkillMeta meta = SkillMetadata::parseSkillMd(installed.destination);
+    const SkillSource& source = arrival.source;
     SkillRecord record;
     record.id = newUuid();
-    record.name = meta.name.value_or(installed.name);
+    record.name = arrival.name.value_or(meta.name.value_or(installed.name));
     record.description = meta.description;
     record.sourceType = source.type;
     record.sourceRef = source.ref;
@@ -134,11 +133,12 @@ SkillRecord Skills::storeInstalled(const InstalledDirectory& installed, const Sk
     existing->updatedAt = nowMillis();
     store.updateSkill(*existing);
   }
-  store.logAudit({.action = action,
+  store.logAudit({.action = arrival.action,
                   .skillId = existing->id,
                   .skillName = existing->name,
-                  .tool = tool,
-                  .detail = installed.reused ? std::optional<std::string>("already in the library") : source.ref});
+                  .tool = arrival.tool,
+                  .detail = installed.reused ? std::optional<std::string>("already in the library")
+                                             : arrival.source.ref});
   return *std::move(existing);
 }
 

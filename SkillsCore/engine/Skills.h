@@ -40,9 +40,15 @@ class Skills {
                           const std::optional<std::string>& description);
 
   // The common end of every installation: the record for an installed folder, new or the one that the folder has
-  // already, and the audit entry (with the agent, where one is concerned). To be called inside a transaction.
-  SkillRecord storeInstalled(const InstalledDirectory& installed, const SkillSource& source, const std::string& action,
-                             const std::optional<std::string>& tool = std::nullopt);
+  // already, and the audit entry. To be called inside a transaction. A record that is there already keeps what
+  // the user wrote into it and its source.
+  struct Arrival {
+    SkillSource source;
+    std::optional<std::string> name;  // the user's choice; else the skill's own
+    std::string action;               // for the audit log
+    std::optional<std::string> tool;  // the agent concerned, for the audit log
+  };
+  SkillRecord storeInstalled(const InstalledDirectory& installed, const Arrival& arrival);
 
   // Name, description and fingerprint read anew from the library folder, and stored.
   SkillRecord refreshRecordFromDisk(const SkillRecord& record);

@@ -16,6 +16,7 @@
 #include "engine/Presets.h"
 #include "engine/Repair.h"
 #include "engine/SkillActivation.h"
+#include "engine/SkillRemoval.h"
 #include "engine/Skills.h"
 #include "engine/Tags.h"
 #include "files/LibraryLock.h"
@@ -38,6 +39,7 @@ struct Components {
         skills(library),
         tags(library),
         activation(library, skills),
+        removal(library, skills),
         installation(library, skills),
         deployment(library, skills, presets),
         repair(library),
@@ -50,6 +52,7 @@ struct Components {
   Skills skills;
   Tags tags;
   SkillActivation activation;
+  SkillRemoval removal;
   Installation installation;
   Deployment deployment;
   Repair repair;
@@ -57,29 +60,6 @@ struct Components {
   Import import;
   AuditLog audit;
 };
-
-const Paths& withDirectories(const Paths& paths) {
-  paths.ensureDirectories();
-  return paths;
-}
-
-}  // namespace
-
-struct SkillsEngine::State {
-  State(const Paths& libraryPaths, const UserFolders& userFolders)
-      : paths(libraryPaths),
-        user(userFolders),
-        library{withDirectories(libraryPaths), userFolders, SkillStore(libraryPaths.database())},
-        components(library) {}
-
-  const Paths paths;
-  const UserFolders user;
-  Mutex mutex;
-  Library library ORVANTA_GUARDED_BY(mutex);
-  Components components ORVANTA_GUARDED_BY(mutex);
-};
-
-namespace {
 
 // One operation's turn, while which no other runs in this process.
 class ORVANTA_SCOPED_CAPABILITY Turn {
@@ -93,20 +73,47 @@ class ORVANTA_SCOPED_CAPABILITY Turn {
   Mutex& mutex_;
 };
 
-// A turn that changes the library: no other process changes it meanwhile.
-class ORVANTA_SCOPED_CAPABILITY ChangeTurn {
+const Paths& withDirectories(const Paths& paths) {
+  paths.ensureDirectories();
+  return paths;
+}
+
+}  // namespace
+
+struct SkillsEngine::State {
+  class ChangeTurn;
+
+  State(const Paths& libraryPaths, const UserFolders& userFolders)
+      : paths(libraryPaths),
+        user(userFolders),
+        library{withDirectories(libraryPaths), userFolders, SkillStore(libraryPaths.database())},
+        components(library) {}
+
+  const Paths paths;
+  const UserFolders user;
+  Mutex changers;  // held by the one operation that changes the library, or waits to
+  Mutex mutex;
+  Library library ORVANTA_GUARDED_BY(mutex);
+  Components components ORVANTA_GUARDED_BY(mutex);
+};
+
+// A turn that changes the library: no other process changes it meanwhile. The operations of this process that change
+// something queue apart from those that read, so that nobody reads late because another process keeps the library's lock.
+class ORVANTA_SCOPED_CAPABILITY SkillsEngine::State::ChangeTurn {
  public:
-  ChangeTurn(Mutex& mutex, const Paths& paths) ORVANTA_ACQUIRE(mutex) ORVANTA_UNCHECKED
-      : turn_(mutex), lock_(LibraryLock::acquire(paths.lock(), kLockPatience)) {}
+  explicit ChangeTurn(State& state) ORVANTA_ACQUIRE(state.mutex) ORVANTA_UNCHECKED
+      : queue_(state.changers), lock_(LibraryLock::acquire(state.paths.lock(), kLockPatience)), turn_(state.mutex) {}
   ~ChangeTurn() ORVANTA_RELEASE() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
   ChangeTurn(const ChangeTurn&) = delete;
   ChangeTurn& operator=(const ChangeTurn&) = delete;
 
  private:
-  // In this order: the threads of this process queue at the mutex, and only one of them for the file.
-  const Turn turn_;
+  const Turn queue_;
   const LibraryLock lock_;
+  const Turn turn_;
 };
+
+namespace {
 
 // The only skill of a report over one: its summary, or its failure without the folder's name in front.
 SkillSummary onlyOne(InstallReport report, const PreparedInstall& prepared) {
@@ -145,7 +152,7 @@ std::optional<std::string> SkillsEngine::setting(const std::string& key) {
 }
 
 void SkillsEngine::setSetting(const std::string& key, const std::optional<std::string>& value) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->library.store.setSetting(key, value);
   // Values can hold credentials, so the log names the key alone.
   state_->library.store.logAudit({.action = "set_setting", .detail = key});
@@ -162,7 +169,7 @@ SyncMode SkillsEngine::syncMode() {
 }
 
 void SkillsEngine::setSyncMode(SyncMode mode) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->library.store.setSetting("sync_mode", std::string(rawValue(mode)));
   state_->library.store.logAudit({.action = "set_sync_mode", .detail = std::string(rawValue(mode))});
 }
@@ -185,32 +192,32 @@ std::vector<ToolInfo> SkillsEngine::tools() {
 }
 
 void SkillsEngine::setToolEnabled(const std::string& key, bool enabled) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.agents.setToolEnabled(key, enabled);
 }
 
 void SkillsEngine::setToolPath(const std::string& key, const std::optional<std::string>& path) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.agents.setToolPath(key, path);
 }
 
 void SkillsEngine::setToolProjectPath(const std::string& key, const std::optional<std::string>& path) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.agents.setToolProjectPath(key, path);
 }
 
 void SkillsEngine::setToolOrder(const std::vector<std::string>& keys) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.agents.setToolOrder(keys);
 }
 
 void SkillsEngine::saveCustomTool(const CustomToolDefinition& definition) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.agents.saveCustomTool(definition);
 }
 
 std::size_t SkillsEngine::removeCustomTool(const std::string& key) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.agents.removeCustomTool(key);
 }
 
@@ -253,14 +260,20 @@ std::optional<std::string> SkillsEngine::skillFileText(const std::string& id, co
 
 SkillSummary SkillsEngine::updateSkillInfo(const std::string& id, const std::string& name,
                                            const std::optional<std::string>& description) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.skills.updateInfo(id, name, description);
 }
 
 SkillSummary SkillsEngine::setSkillEnabled(const std::string& id, bool enabled) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.activation.setEnabled(id, enabled);
   return state_->components.skills.summary(id);
+}
+
+ActivationReport SkillsEngine::setSkillsEnabled(const std::vector<std::string>& ids, bool enabled,
+                                                const OperationContext& context) {
+  const State::ChangeTurn turn(*state_);
+  return state_->components.activation.setEnabled(ids, enabled, context);
 }
 
 Plan SkillsEngine::planSetSkillEnabled(const std::string& id, bool enabled) {
@@ -269,19 +282,19 @@ Plan SkillsEngine::planSetSkillEnabled(const std::string& id, bool enabled) {
 }
 
 void SkillsEngine::removeSkill(const std::string& id, bool deleteFiles) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
-  state_->components.activation.remove(id, deleteFiles);
+  const State::ChangeTurn turn(*state_);
+  state_->components.removal.remove(id, deleteFiles);
 }
 
 RemovalReport SkillsEngine::removeSkills(const std::vector<std::string>& ids, bool deleteFiles,
                                          const OperationContext& context) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
-  return state_->components.activation.remove(ids, deleteFiles, context);
+  const State::ChangeTurn turn(*state_);
+  return state_->components.removal.remove(ids, deleteFiles, context);
 }
 
 Plan SkillsEngine::planRemoveSkills(const std::vector<std::string>& ids, bool deleteFiles) {
   const Turn turn(state_->mutex);
-  return state_->components.activation.planRemove(ids, deleteFiles);
+  return state_->components.removal.plan(ids, deleteFiles);
 }
 
 std::vector<TagCount> SkillsEngine::allTags() {
@@ -290,30 +303,30 @@ std::vector<TagCount> SkillsEngine::allTags() {
 }
 
 SkillSummary SkillsEngine::setTags(const std::string& skillId, const std::vector<std::string>& tags) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.tags.set(state_->components.skills.require(skillId), tags);
   return state_->components.skills.summary(skillId);
 }
 
 SkillSummary SkillsEngine::addTags(const std::string& skillId, const std::vector<std::string>& tags) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.tags.add(state_->components.skills.require(skillId), tags);
   return state_->components.skills.summary(skillId);
 }
 
 SkillSummary SkillsEngine::removeTags(const std::string& skillId, const std::vector<std::string>& tags) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.tags.remove(state_->components.skills.require(skillId), tags);
   return state_->components.skills.summary(skillId);
 }
 
 void SkillsEngine::renameTag(const std::string& from, const std::string& to) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.tags.rename(from, to);
 }
 
 void SkillsEngine::deleteTag(const std::string& tag) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.tags.erase(tag);
 }
 
@@ -323,7 +336,7 @@ void SkillsEngine::deleteTag(const std::string& tag) {
 
 SkillSummary SkillsEngine::installLocal(const fs::path& folder, const std::optional<std::string>& name) {
   const auto prepared = Installation::prepare(state_->paths, Installation::localRequests({folder}, name), {});
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return onlyOne(state_->components.installation.settle(prepared), prepared);
 }
 
@@ -337,7 +350,7 @@ InstallReport SkillsEngine::installFolder(const fs::path& folder, int maxDepth, 
 
 InstallReport SkillsEngine::installFolders(const std::vector<fs::path>& folders, const OperationContext& context) {
   const auto prepared = Installation::prepare(state_->paths, Installation::localRequests(folders), context);
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.installation.settle(prepared);
 }
 
@@ -345,7 +358,7 @@ SkillSummary SkillsEngine::installArchive(const fs::path& archive, const std::op
                                           const OperationContext& context) {
   const UnpackedArchive unpacked(archive, state_->user, context.stop);
   const auto prepared = Installation::prepare(state_->paths, {unpacked.request(name)}, context);
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return onlyOne(state_->components.installation.settle(prepared), prepared);
 }
 
@@ -370,29 +383,29 @@ Plan SkillsEngine::planInstallArchive(const fs::path& archive, const std::option
 // ── Deployment ──
 
 Placement SkillsEngine::deploy(const std::string& skillId, const std::string& tool, bool force) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.deployment.deploy(skillId, tool, force);
 }
 
 Placement SkillsEngine::undeploy(const std::string& skillId, const std::string& tool) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.deployment.undeploy(skillId, tool);
 }
 
 PlacementReport SkillsEngine::deploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
                                      bool force, const OperationContext& context) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.deployment.deploy(skillIds, tools, force, context);
 }
 
 PlacementReport SkillsEngine::undeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
                                        const OperationContext& context) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.deployment.undeploy(skillIds, tools, context);
 }
 
 void SkillsEngine::setDeployedTools(const std::string& skillId, const std::set<std::string>& tools) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.deployment.setDeployedTools(skillId, tools);
 }
 
@@ -408,7 +421,7 @@ Plan SkillsEngine::planUndeploy(const std::vector<std::string>& skillIds, const 
 }
 
 ApplyReport SkillsEngine::repairDeployments(const OperationContext& context) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.repair.repairDeployments(context);
 }
 
@@ -425,7 +438,7 @@ std::vector<AgentSkillEntry> SkillsEngine::agentEntries(const std::string& tool)
 }
 
 SkillSummary SkillsEngine::importUnmanaged(const fs::path& path, const std::string& tool, bool adopt) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.import.importUnmanaged(path, tool, adopt);
 }
 
@@ -435,7 +448,7 @@ Plan SkillsEngine::planImport(const fs::path& path, const std::string& tool, boo
 }
 
 void SkillsEngine::deleteUnmanaged(const fs::path& path, const std::string& tool) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.folders.deleteUnmanaged(path, tool);
 }
 
@@ -451,7 +464,7 @@ std::vector<DiscoveredGroup> SkillsEngine::discover(const OperationContext& cont
 
 InstallReport SkillsEngine::importDiscovered(const std::vector<DiscoveredGroup>& groups, bool adopt,
                                              const OperationContext& context) {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   return state_->components.import.importDiscovered(groups, adopt, context);
 }
 
@@ -468,7 +481,7 @@ fs::path SkillsEngine::exportAudit() {
 }
 
 void SkillsEngine::clearAudit() {
-  const ChangeTurn turn(state_->mutex, state_->paths);
+  const State::ChangeTurn turn(*state_);
   state_->components.audit.clear();
 }
 

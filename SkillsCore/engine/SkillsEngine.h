@@ -7,10 +7,10 @@
 // Contents
 //   Library and settings   figures, settings, sync mode               engine/Library, engine/Dashboard
 //   Agents                 the table of agents and the user's changes  engine/AgentSettings
-//   Skills                 records, files, tags, enabling, removal     engine/Skills, engine/SkillActivation, engine/Tags
+//   Skills                 records, files, tags, enabling, removal     engine/Skills, SkillActivation, SkillRemoval, Tags
 //   Installation           folders and archives into the library       engine/Installation
 //   Deployment             links and copies in agents' folders         engine/Deployment, engine/Repair
-//   Agents' folders        what lies there; import, adopt, delete      engine/AgentFolders
+//   Agents' folders        what lies there; import, adopt, delete      engine/AgentFolders, engine/Import
 //   Audit                  the log and its export                      engine/AuditLog
 //
 // Every operation may throw `SkillsError`: `database` when the records cannot be read or written, `io` when the system
@@ -88,6 +88,8 @@ class SkillsEngine {
                                const std::optional<std::string>& description);
   // Disabling takes the skill out of all agents' folders and remembers where it was; enabling puts it back.
   SkillSummary setSkillEnabled(const std::string& id, bool enabled);
+  // Each skill as a whole or not at all, all in one transaction; goes on past failures.
+  ActivationReport setSkillsEnabled(const std::vector<std::string>& ids, bool enabled, const OperationContext& context);
   Plan planSetSkillEnabled(const std::string& id, bool enabled);
   void removeSkill(const std::string& id, bool deleteFiles);
   RemovalReport removeSkills(const std::vector<std::string>& ids, bool deleteFiles, const OperationContext& context);
@@ -129,7 +131,8 @@ class SkillsEngine {
   // Pairs without a deployment are passed over.
   PlacementReport undeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
                            const OperationContext& context);
-  // Makes the set of agents that hold the skill exactly `tools`.
+  // Makes the set of agents that hold the skill exactly `tools`. When some cannot get it, the others have it, nothing is
+  // taken out, and the failures are thrown as one `refused`.
   void setDeployedTools(const std::string& skillId, const std::set<std::string>& tools);
   Plan planDeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools, bool force);
   Plan planUndeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools);

@@ -10,6 +10,7 @@ namespace orvanta {
 namespace {
 
 std::string normalised(const std::string& tag) {
+  if (!Text::isValidUTF8(tag)) throw SkillsError::invalidInput("A tag must be valid UTF-8");
   std::string name = Text::lowercase(Text::trim(Text::singleLine(tag)));
   if (name.empty()) throw SkillsError::invalidInput("A tag cannot be empty");
   return name;

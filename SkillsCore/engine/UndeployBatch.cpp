@@ -13,24 +13,30 @@ namespace {
 constexpr const char* kKept = "kept: still used by another agent";
 constexpr const char* kPreserved = "preserved: no longer matches the recorded deployment";
 
-std::map<std::string, std::string> namesOf(Library& library) {
-  std::map<std::string, std::string> names;
-  library.store.connection().forEach("SELECT id, name FROM skills", {}, [&](const SQLRow& row) {
-    names.emplace(row.text(0), row.text(1));
+struct Skill {
+  std::string name;
+  std::string centralPath;
+};
+
+std::map<std::string, Skill> skillsById(Library& library) {
+  std::map<std::string, Skill> skills;
+  library.store.connection().forEach("SELECT id, name, central_path FROM skills", {}, [&](const SQLRow& row) {
+    skills.emplace(row.text(0), Skill{std::string(row.text(1)), std::string(row.text(2))});
   });
-  return names;
+  return skills;
 }
 
 }  // namespace
 
 UndeployBatch::UndeployBatch(Library& library, std::vector<SkillTarget> records)
     : index_(library.store.allTargets(), resolver_) {
-  const auto names = namesOf(library);
+  const auto skills = skillsById(library);
   pairs_.reserve(records.size());
   for (auto& record : records) {
     Pair pair;
-    const auto name = names.find(record.skillId);
-    pair.skillName = name == names.end() ? record.skillId : name->second;
+    const auto skill = skills.find(record.skillId);
+    pair.skillName = skill == skills.end() ? record.skillId : skill->second.name;
+    if (skill != skills.end()) pair.centralPath = skill->second.centralPath;
     pair.record = std::move(record);
     pairs_.push_back(std::move(pair));
   }
@@ -73,21 +79,28 @@ void UndeployBatch::keep() {
 
 UndeployBatch::Fate UndeployBatch::fateOf(const Pair& pair) {
   const SkillTarget& record = pair.record;
-  // A disabled skill's files were taken out when it was disabled.
-  if (record.status == kTargetDisabled || !FS::exists(record.targetPath)) return Fate::absent;
+  // A disabled skill's files were taken out when it was disabled. A link to the library is ours all the same: a process
+  // that was killed while it enabled the skill leaves one.
+  const bool isOurs = record.status != kTargetDisabled || SyncEngine::symlinkPointsTo(record.targetPath, pair.centralPath);
+  if (!isOurs || !FS::exists(record.targetPath)) return Fate::absent;
   if (index_.otherAt(index_.place(record.targetPath), record.skillId, record.tool) != nullptr) return Fate::kept;
-  return SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode) ? Fate::clear : Fate::preserved;
+  const bool matches = record.status == kTargetDisabled ||
+                       SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode);
+  return matches ? Fate::clear : Fate::preserved;
 }
 
 // A place shared by several records of the list goes with the last of them.
 void UndeployBatch::takeOutPair(Pair& pair) {
   const Fate fate = fateOf(pair);
   pair.cleared = fate == Fate::clear || fate == Fate::absent;
+  pair.isShared = fate == Fate::kept;
   if (fate == Fate::kept) pair.note = kKept;
   if (fate == Fate::preserved) pair.note = kPreserved;
   if (fate == Fate::clear) {
     try {
-      pair.change = SyncEngine::takeAwayRecorded(pair.record.targetPath, pair.record.mode);
+      pair.change = pair.record.status == kTargetDisabled
+                        ? TargetChange::takeAway(pair.record.targetPath, FS::Kind::symlink)
+                        : SyncEngine::takeAwayRecorded(pair.record.targetPath, pair.record.mode);
     } catch (const SkillsError& error) {
       pair.cleared = false;
       pair.note = "remove failed: " + error.message();

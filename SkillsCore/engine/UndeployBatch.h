@@ -19,8 +19,10 @@ class UndeployBatch {
   struct Pair {
     SkillTarget record;
     std::string skillName;
+    std::string centralPath;
     bool cleared = false;             // nothing stands at the place any more
     std::optional<std::string> note;  // why something does
+    bool isShared = false;            // because another agent's record names the place, too
     TargetChange change;
     bool done = false;
   };

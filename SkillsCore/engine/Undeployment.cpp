@@ -1,9 +1,14 @@
 // Taking skills out of agents' folders, and making the set of agents that hold a skill exact.
 
 
+#include <algorithm>
+#include <iterator>
+#include <map>
+
 #include "engine/Deployment.h"
 #include "engine/UndeployBatch.h"
 #include "foundations/SkillsError.h"
+#include "foundations/Text.h"
 
 namespace orvanta {
 
@@ -54,9 +59,11 @@ PlacementReport Deployment::undeploy(const std::vector<std::string>& skillIds, c
                                .tool = record.tool,
                                .detail = pair.note ? std::optional(record.targetPath + " (" + *pair.note + ")")
                                                    : std::optional(record.targetPath)});
+      presets_.setActivePresetToggle(active, record.skillId, record.tool, false);
       report.done.push_back(placementOf(pair));
     }
     if (report.interrupted) return;
+    // What was not deployed is not wanted from now on either.
     for (const auto& skillId : skillIds) {
       for (const auto& tool : tools) presets_.setActivePresetToggle(active, skillId, tool, false);
     }
@@ -73,12 +80,13 @@ void Deployment::setDeployedTools(const std::string& skillId, const std::set<std
   skills_.require(skillId);
   std::set<std::string> deployed;
   for (const auto& target : library_.store.targets(skillId)) deployed.insert(target.tool);
-  for (const auto& tool : tools) {
-    if (!deployed.contains(tool)) deploy(skillId, tool, /*force=*/false);
-  }
-  for (const auto& tool : deployed) {
-    if (!tools.contains(tool)) undeploy(skillId, tool);
-  }
+  std::vector<std::string> missing;
+  std::vector<std::string> surplus;
+  std::set_difference(tools.begin(), tools.end(), deployed.begin(), deployed.end(), std::back_inserter(missing));
+  std::set_difference(deployed.begin(), deployed.end(), tools.begin(), tools.end(), std::back_inserter(surplus));
+  const PlacementReport report = deploy({skillId}, missing, /*force=*/false, {});
+  if (!report.errors.empty()) throw SkillsError::refused(Text::join(report.errors, "; "));
+  undeploy({skillId}, surplus, {});
 }
 
 // The records of these pairs, in the order of the lists.

@@ -206,6 +206,14 @@ void removeAny(const fs::path& path) {
   if (::rmdir(path.c_str()) != 0 && errno != ENOENT) throw SkillsError::system("Cannot remove " + path.string(), errno);
 }
 
+void removeQuietly(const fs::path& path) noexcept {
+  try {
+    removeAny(path);
+  } catch (const std::exception&) {
+    return;
+  }
+}
+
 void removeSymlink(const fs::path& path) {
   if (kind(path) != Kind::symlink) {
     throw SkillsError::refused("Refusing to remove " + path.string() + ": not a symbolic link");

@@ -59,6 +59,9 @@ void writeAtomically(const std::filesystem::path& file, std::string_view content
 // where its own permissions forbid it. Nothing there is no error.
 void removeAny(const std::filesystem::path& path);
 
+// `removeAny`, giving up quietly where it fails: for cleaning up what a later start would clean up as well.
+void removeQuietly(const std::filesystem::path& path) noexcept;
+
 // Removes a link and nothing else. Throws `refused` for anything that is not a link.
 void removeSymlink(const std::filesystem::path& path);
 

@@ -47,23 +47,14 @@ fs::path FS::makeTempDir(const fs::path& root, std::string_view prefix) {
   return folder;
 }
 
+// What cannot be removed now is removed as stale by a later start.
 TemporaryFolder::~TemporaryFolder() {
-  if (path_.empty()) return;
-  try {
-    FS::removeAny(path_);
-  } catch (const SkillsError&) {
-    // What cannot be removed now is removed as stale by a later start.
-  }
+  if (!path_.empty()) FS::removeQuietly(path_);
 }
 
 void removeStaleTempDirs(const fs::path& root, std::int64_t now) {
   for (const auto& child : FS::children(root)) {
-    if (!isOurs(child.filename().string()) || !isStale(child, now)) continue;
-    try {
-      FS::removeAny(child);
-    } catch (const SkillsError&) {
-      continue;  // in use, or not ours to remove after all
-    }
+    if (isOurs(child.filename().string()) && isStale(child, now)) FS::removeQuietly(child);
   }
 }
 

@@ -132,7 +132,7 @@ void refuseOverlap(const fs::path& from, const fs::path& to) {
   const fs::path source = FS::resolved(from);
   const fs::path destination = FS::resolved(to);
   if (isInside(destination, source) || isInside(source, destination)) {
-    throw SkillsError::invalidInput("Source and destination overlap: " + from.string() + " and " + to.string());
+    throw SkillsError::invalidInput("Source and destination overlap");
   }
 }
 

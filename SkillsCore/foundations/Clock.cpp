@@ -16,8 +16,8 @@ std::int64_t millisFromSeconds(double seconds) {
 }
 
 std::int64_t nowMillis() {
-  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::round<std::chrono::milliseconds>(sinceEpoch).count();
+  const std::chrono::duration<double> sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return millisFromSeconds(sinceEpoch.count());
 }
 
 std::string iso8601(std::int64_t millis) {

@@ -107,6 +107,7 @@ void SQLiteConnection::execute(const std::string& sql) {
 }
 
 int SQLiteConnection::run(const std::string& sql, const Params& params) {
+  requireTransaction(kRunning, sql);
   const Borrowed statement(*this, sql);
   bind(statement.get(), params);
   const int result = sqlite3_step(statement.get());
@@ -116,6 +117,7 @@ int SQLiteConnection::run(const std::string& sql, const Params& params) {
 
 void SQLiteConnection::forEach(const std::string& sql, const Params& params,
                                const std::function<void(const SQLRow&)>& each) {
+  requireTransaction(kQuerying, sql);
   const Borrowed statement(*this, sql);
   bind(statement.get(), params);
   int result = sqlite3_step(statement.get());
@@ -178,12 +180,22 @@ void SQLiteConnection::fail(std::string_view phrase, std::string_view sql) const
   throw SkillsError::database(message);
 }
 
+// On a full disk and the like SQLite rolls the whole transaction back by itself. If that error was swallowed, as the audit
+// log's are, the statements after it must not go on one by one.
+void SQLiteConnection::requireTransaction(std::string_view phrase, std::string_view sql) const {
+  if (!inTransaction_ || sqlite3_get_autocommit(db_.get()) == 0) return;
+  throw SkillsError::database("the transaction was rolled back, the disk may be full" + std::string(phrase) +
+                              std::string(sql.substr(0, sql.find('\n'))));
+}
+
 SQLiteConnection::Transaction::Transaction(SQLiteConnection& connection) : connection_(connection) {
   connection_.execute("BEGIN IMMEDIATE");
+  connection_.inTransaction_ = true;
 }
 
 SQLiteConnection::Transaction::~Transaction() {
   // SQLite itself rolls back on some errors; that there is nothing left to roll back is no failure.
+  connection_.inTransaction_ = false;
   if (open_) sqlite3_exec(connection_.db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 

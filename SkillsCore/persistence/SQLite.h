@@ -148,8 +148,10 @@ class SQLiteConnection {
   Statement prepare(const std::string& sql);
   void bind(sqlite3_stmt* statement, const Params& params);
   [[noreturn]] void fail(std::string_view phrase, std::string_view sql) const;
+  void requireTransaction(std::string_view phrase, std::string_view sql) const;
 
   std::unique_ptr<sqlite3, Close> db_;
+  bool inTransaction_ = false;
   // Compiled statements by their text, waiting to be used again; declared after the handle so that they go first.
   std::unordered_map<std::string, Statement> idle_;
 };

@@ -179,7 +179,10 @@ Unpacking runUnzip(const WorkingArchive& archive, const fs::path& into, const Ar
     }
     ending.request_stop();
   });
+  // -V: names that end in a version ("a.txt;1") stay as they are.
   unpacking.result = ProcessRunner::run(*unzip, {"-o", "-q", "-V", archive.name(), "-d", into.string()}, options);
+  watcher.request_stop();
+  watcher.join();  // before what it wrote is read
   return unpacking;
 }
 
@@ -207,14 +210,6 @@ void unpack(const fs::path& archive, const ArchiveContents& contents, const fs::
   throw blamesArchive(result) ? SkillsError::invalidInput(text) : SkillsError::io(text);
 }
 
-// Leaves the first error the one that is reported.
-void removeRemains(const fs::path& folder) {
-  try {
-    FS::removeAny(folder);
-  } catch (const SkillsError&) {
-  }
-}
-
 }  // namespace
 
 void Archive::extract(const fs::path& archive, const fs::path& into, const Limits& limits,
@@ -227,7 +222,7 @@ void Archive::extract(const fs::path& archive, const fs::path& into, const Limit
   try {
     unpack(fs::absolute(archive), contents, destination, limits, stop);
   } catch (...) {
-    removeRemains(destination);
+    FS::removeQuietly(destination);
     throw;
   }
 }

@@ -25,17 +25,19 @@ void refuseOverlap(const fs::path& source, const fs::path& root) {
   const fs::path from = FS::resolved(source);
   const fs::path to = FS::resolved(root);
   if (isInside(to, from) || isInside(from, to)) {
-    throw SkillsError::invalidInput("Source and destination overlap: " + source.string() + " and " + root.string());
+    throw SkillsError::invalidInput("Source and destination overlap");
   }
 }
 
 }  // namespace
 
 Installer::Destination Installer::uniqueDestination(const fs::path& root, const std::string& name,
-                                                    const std::string& sourceHash, const std::set<fs::path>& taken) {
+                                                    const std::string& sourceHash, const Taken& taken) {
   for (int number = 1;; ++number) {
     const fs::path path = candidate(root, name, number);
-    if (taken.contains(path)) continue;
+    const auto earlier = taken.find(path);
+    if (earlier != taken.end() && earlier->second == sourceHash) return {path, true};
+    if (earlier != taken.end()) continue;
     if (!FS::exists(path)) return {path, false};
     if (holds(path, sourceHash)) return {path, true};
   }
@@ -71,7 +73,7 @@ Installer::PreparedSkill Installer::prepare(const fs::path& source, const std::o
 }
 
 InstalledDirectory Installer::expect(const fs::path& source, const std::optional<std::string>& name,
-                                     const fs::path& root, const std::set<fs::path>& taken) {
+                                     const fs::path& root, const Taken& taken) {
   const std::string folderName = skillFolderName(source, name);
   refuseOverlap(source, root);
   const std::string hash = ContentHash::hashDirectory(source);
@@ -79,14 +81,11 @@ InstalledDirectory Installer::expect(const fs::path& source, const std::optional
   return {.destination = destination.path, .name = folderName, .contentHash = hash, .reused = destination.reuse};
 }
 
-InstalledDirectory Installer::settle(const PreparedSkill& prepared, const fs::path& root) {
-  const Destination destination = uniqueDestination(root, prepared.name, prepared.contentHash);
-  if (!destination.reuse) {
-    if (!prepared.staged) {
-      throw SkillsError::conflict("The library changed while '" + prepared.name + "' was installed; try again");
-    }
-    FS::renameExclusive(*prepared.staged, destination.path);
+InstalledDirectory Installer::settle(const PreparedSkill& prepared, const Destination& destination) {
+  if (destination.reuse ? !FS::isDirectory(destination.path) : !prepared.staged) {
+    throw SkillsError::conflict("The library changed while '" + prepared.name + "' was installed; try again");
   }
+  if (!destination.reuse) FS::renameExclusive(*prepared.staged, destination.path);
   return {.destination = destination.path,
           .name = prepared.name,
           .contentHash = prepared.contentHash,
@@ -94,19 +93,17 @@ InstalledDirectory Installer::settle(const PreparedSkill& prepared, const fs::pa
 }
 
 void Installer::unsettle(const InstalledDirectory& installed) noexcept {
-  if (installed.reused) return;
-  try {
-    FS::removeAny(installed.destination);
-  } catch (const std::exception&) {
-    return;
-  }
+  if (!installed.reused) FS::removeQuietly(installed.destination);
 }
 
 InstalledDirectory Installer::installDirectory(const fs::path& source, const fs::path& root,
                                                const std::optional<std::string>& name,
                                                const std::optional<fs::path>& fixedDestination) {
   const StagingFolder staging(root);
-  if (!fixedDestination) return settle(prepare(source, name, root, staging.slot(0)), root);
+  if (!fixedDestination) {
+    const PreparedSkill prepared = prepare(source, name, root, staging.slot(0));
+    return settle(prepared, uniqueDestination(root, prepared.name, prepared.contentHash));
+  }
   const std::string safeName = skillFolderName(source, name);
   refuseOverlap(source, *fixedDestination);
   const fs::path slot = staging.slot(0);

@@ -4,8 +4,8 @@
 // copies, may run on several threads and needs no lock; `settle` gives each its place, one after the other.
 
 #include <filesystem>
+#include <map>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "files/FS.h"
@@ -36,10 +36,12 @@ struct PreparedSkill {
   std::optional<std::filesystem::path> staged;  // nothing when an identical folder was found in the library
 };
 
-// The first of NAME, NAME-2, NAME-3 … in `root` that is free (and not in `taken`) or holds a folder with this content
-// hash.
+// Places that earlier skills of the same installation get, with their content hashes.
+using Taken = std::map<std::filesystem::path, std::string>;
+
+// The first of NAME, NAME-2, NAME-3 … in `root` that is free, or holds (or is to get) a folder with this content hash.
 Destination uniqueDestination(const std::filesystem::path& root, const std::string& name, const std::string& sourceHash,
-                              const std::set<std::filesystem::path>& taken = {});
+                              const Taken& taken = {});
 
 // The folder name that a skill gets: the given name when it is not blank, else the skill's own, made safe. Throws
 // `invalidInput` for a source that is no skill, or a name of which nothing usable is left.
@@ -50,12 +52,12 @@ std::string skillFolderName(const std::filesystem::path& source, const std::opti
 PreparedSkill prepare(const std::filesystem::path& source, const std::optional<std::string>& name,
                       const std::filesystem::path& root, const std::filesystem::path& slot);
 
-// What `prepare` and `settle` would do, with nothing copied. `taken` are places that earlier skills of the same plan get.
+// What `prepare` and `settle` would do, with nothing copied.
 InstalledDirectory expect(const std::filesystem::path& source, const std::optional<std::string>& name,
-                          const std::filesystem::path& root, const std::set<std::filesystem::path>& taken);
+                          const std::filesystem::path& root, const Taken& taken);
 
-// Moves a prepared skill into the library. Throws `io` or `conflict` with the library as it was.
-InstalledDirectory settle(const PreparedSkill& prepared, const std::filesystem::path& root);
+// Moves a prepared skill to its destination. Throws `io` or `conflict` with the library as it was.
+InstalledDirectory settle(const PreparedSkill& prepared, const Destination& destination);
 
 // Takes back what `settle` did, best effort: a folder that was reused stays.
 void unsettle(const InstalledDirectory& installed) noexcept;

@@ -6,13 +6,25 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
 
+#include "files/FS.h"
 #include "platform/UniqueFd.h"
 
 namespace orvanta {
 
 class StagingFolder {
  public:
+  static constexpr std::string_view kPrefix = ".installing-";
+
+  // A skill that is about to leave the folder for its place in the library.
+  struct Announced {
+    std::string name;  // of its folder in the library
+    FS::Identity identity;
+  };
+
   // Makes ".installing-UUID" in the library's skills folder. Throws `io`.
   explicit StagingFolder(const std::filesystem::path& skillsFolder);
   ~StagingFolder();
@@ -21,6 +33,12 @@ class StagingFolder {
 
   // The place of the item with this number; nothing stands there yet.
   [[nodiscard]] std::filesystem::path slot(std::size_t number) const { return path_ / std::to_string(number); }
+
+  // Notes which skills take which places, before they do. Together with the records this tells a later start what a
+  // process brought into the library that was killed before it had recorded it. Throws `io`.
+  void announce(const std::vector<Announced>& skills) const;
+  // What was noted in a folder that a killed process left.
+  static std::vector<Announced> announced(const std::filesystem::path& folder);
 
   // Whether a living process works in the folder.
   static bool isInUse(const std::filesystem::path& folder);

@@ -33,7 +33,7 @@ struct RemoveOptions {
 
 // A folder as it is stored: "~" stays, so that the setting holds on other machines; other paths become absolute.
 std::string storedFolder(const std::string& typed) {
-  return typed.starts_with('~') ? typed : fsPath(standardized(typed));
+  return typed.empty() || typed.starts_with('~') ? typed : fsPath(standardized(typed));
 }
 
 ExitStatus showFolder(Session& session, const std::string& key, const std::string& folder) {

@@ -79,6 +79,7 @@ Json asJson(const Setting& setting, const std::string& value) {
 }
 
 ExitStatus list(Session& session) {
+  session.engine();  // a library that cannot be opened is told before a document is begun
   if (session.json()) {
     JsonArray array(session.out().stream());
     for (const Setting& setting : settings) array.add(asJson(setting, valueOf(session, setting)));

@@ -105,10 +105,12 @@ ExitStatus deploy(Session& session, const DeployOptions& options) {
   }
   if (options.force && !session.options().yes) confirmReplacing(session, forcedReplacements(engine, ids, agents));
   return session.change([&](const OperationContext& context) {
-    const PlacementReport placed = engine.deploy(ids, agents, options.force, context);
-    const PlacementReport removed =
-        others.empty() || placed.interrupted ? PlacementReport{} : engine.undeploy(ids, others, context);
-    return showResult(session, placed, removed, options.only);
+    PlacementReport placed = engine.deploy(ids, agents, options.force, context);
+    // Whoever loses a skill must not lose it while those who shall have it do not.
+    const bool takesOut = !others.empty() && !placed.interrupted && placed.errors.empty();
+    if (!others.empty() && !takesOut) placed.errors.emplace_back("So nothing was taken out of the other agents.");
+    return showResult(session, placed, takesOut ? engine.undeploy(ids, others, context) : PlacementReport{},
+                      options.only);
   });
 }
 

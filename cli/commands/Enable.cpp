@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <set>
+
 #include <fmt/format.h>
 
 #include "cli/CommandLine.h"
@@ -6,7 +9,6 @@
 #include "cli/Output.h"
 #include "cli/Plans.h"
 #include "cli/commands/Common.h"
-#include "foundations/SkillsError.h"
 
 namespace orvanta::cli {
 
@@ -15,12 +17,6 @@ namespace {
 struct Options {
   std::vector<std::string> skills;
   bool dryRun = false;
-};
-
-struct Outcome {
-  std::vector<SkillSummary> done;
-  std::vector<std::string> errors;
-  bool interrupted = false;
 };
 
 Plan planOf(SkillsEngine& engine, const std::vector<SkillRecord>& records, bool enabled) {
@@ -32,34 +28,28 @@ Plan planOf(SkillsEngine& engine, const std::vector<SkillRecord>& records, bool 
   return plan;
 }
 
-Outcome setEnabled(SkillsEngine& engine, const std::vector<SkillRecord>& records, bool enabled,
-                   const OperationContext& context) {
-  Outcome outcome;
-  for (const SkillRecord& record : records) {
-    outcome.interrupted = context.stop.stop_requested();
-    if (outcome.interrupted) break;
-    context.report(enabled ? "Enabling" : "Disabling", outcome.done.size(), records.size());
-    try {
-      outcome.done.push_back(engine.setSkillEnabled(record.id, enabled));
-    } catch (const SkillsError& error) {
-      outcome.errors.push_back(fmt::format("{}: {}", record.name, error.message()));
-    }
-  }
-  return outcome;
+void writeSummaries(Session& session, const std::vector<std::string>& ids) {
+  auto records = session.engine().skills();
+  const std::set<std::string> wanted(ids.begin(), ids.end());
+  const auto isOther = [&](const SkillRecord& record) { return wanted.count(record.id) == 0; };
+  records.erase(std::remove_if(records.begin(), records.end(), isOther), records.end());
+  writeJsonArray(session.out().stream(), session.engine().summaries(records));
 }
 
 ExitStatus run(Session& session, const Options& options, bool enabled) {
   const auto records = skillsNamed(session.engine(), options.skills);
   if (options.dryRun) return showPlan(session, planOf(session.engine(), records, enabled));
-  const Outcome outcome = session.change(
-      [&](const OperationContext& context) { return setEnabled(session.engine(), records, enabled, context); });
+  const ActivationReport report = session.change([&](const OperationContext& context) {
+    return session.engine().setSkillsEnabled(idsOf(records), enabled, context);
+  });
   if (session.json()) {
-    writeJsonArray(session.out().stream(), outcome.done);
+    writeSummaries(session, report.changedIds);
   } else {
-    session.out().line(fmt::format("{} {}.", counted(outcome.done.size(), "skill"), enabled ? "enabled" : "disabled"));
+    session.out().line(
+        fmt::format("{} {}.", counted(report.changedIds.size(), "skill"), enabled ? "enabled" : "disabled"));
   }
-  showProblemsBesideArray(session, outcome.errors, outcome.interrupted);
-  return bulkStatus(outcome.done.size(), outcome.errors.size(), outcome.interrupted);
+  showProblemsBesideArray(session, report.errors, report.interrupted);
+  return bulkStatus(report.changedIds.size(), report.errors.size(), report.interrupted);
 }
 
 ExitStatus enable(Session& session, const Options& options) { return run(session, options, true); }

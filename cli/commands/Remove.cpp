@@ -6,6 +6,7 @@
 #include "cli/Output.h"
 #include "cli/Plans.h"
 #include "cli/commands/Common.h"
+#include "foundations/Text.h"
 
 namespace orvanta::cli {
 
@@ -31,10 +32,14 @@ ExitStatus run(Session& session, const Options& options) {
   if (session.json()) {
     JsonObject document(session.out().stream());
     document.array("removed", report.removed);
+    document.array("notes", report.notes);
     document.array("errors", report.errors);
   } else {
     session.out().line(fmt::format("{} removed{}.", counted(report.removed.size(), "skill"),
                                    options.keepFiles ? "; the folders in the library were kept" : ""));
+  }
+  if (!session.json()) {
+    for (const std::string& note : report.notes) session.note(Text::singleLine(note));
   }
   showProblems(session, report.errors, report.interrupted);
   return bulkStatus(report.removed.size(), report.errors.size(), report.interrupted);

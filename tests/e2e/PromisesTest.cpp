@@ -59,7 +59,7 @@ TEST_F(Promises, TheExitStatusSaysHowItEnded) {
 }
 
 TEST_F(Promises, AnErrorUnderJsonIsOneDocumentOnTheErrorStream) {
-  for (const Words& words : {Words{"--json", "show", "nothing"}, Words{"show", "--nonsense", "--json"}}) {
+  for (const Words& words : {Words{"--json", "show", "nothing"}, Words{"show", "nothing", "--nonsense", "--json"}}) {
     const Outcome outcome = orvanta(words);
     EXPECT_EQ(outcome.out, "");
     const Json error = Json::parse(outcome.err, nullptr, false);

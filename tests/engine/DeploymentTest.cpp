@@ -192,6 +192,28 @@ TEST_F(DeploymentTest, AnEditReachesLinksAtOnceAndCopiesByRepair) {
   EXPECT_FALSE(isLink(placeOf("cursor", "a")));
 }
 
+TEST_F(DeploymentTest, ACopyThatAgentsShareNeverCountsAsFresherThanItIs) {
+  const std::string id = installed("a");
+  engine().setSyncMode(SyncMode::copy);
+  engine().deploy({id}, {"cline", "warp"}, false, {});
+  const std::vector<std::function<void()>> refreshes{[&] {
+                                                       engine().deploy({id}, {"cline", "warp"}, false, {});
+                                                     },
+                                                     [&] { engine().deploy(id, "warp", false); },
+                                                     [&] { engine().repairDeployments({}); },
+                                                     [&] {
+                                                       engine().undeploy(id, "warp");
+                                                       engine().deploy(id, "warp", false);
+                                                       engine().undeploy(id, "cline");
+                                                     }};
+  for (std::size_t i = 0; i < refreshes.size(); ++i) {
+    write(paths.skills() / "a" / "version", std::to_string(i));
+    refreshes[i]();
+    engine().repairDeployments({});
+    EXPECT_EQ(read(shared / "a" / "version"), std::to_string(i));
+  }
+}
+
 TEST_F(DeploymentTest, RepairMendsWhatIsOursAndReportsTheRest) {
   std::map<std::string, std::string> ids;
   for (const auto* name : {"gone", "astray", "taken", "lost", "disabled", "intact"}) {
@@ -247,13 +269,17 @@ TEST_F(DeploymentTest, TheAgentsThatHoldASkillAreExactlyTheChosenOnes) {
 
 TEST_F(DeploymentTest, ADisabledSkillIsOutOfAllFoldersAndComesBackWhereItWas) {
   const std::string id = installed("a");
-  engine().deploy({id}, {"cursor", "cline", "warp"}, false, {});
+  agentInstalled("codex");
+  fs::create_directory(home / ".agents");
+  fs::create_directory_symlink(home / ".agents", home / ".codex" / "alias");
+  engine().setToolPath("codex", (home / ".codex/alias/skills").string());
+  engine().deploy(id, "cursor", false);
   engine().setSyncMode(SyncMode::copy);
-  engine().deploy(id, "claude_code", false);
+  engine().deploy({id}, {"claude_code", "cline", "warp", "codex"}, false, {});
   const std::string before = folderAsText(home);
   engine().setSkillEnabled(id, false);
   reopen();
-  for (const auto* agent : {"cursor", "cline", "warp", "claude_code"}) {
+  for (const auto* agent : {"cursor", "cline", "claude_code"}) {
     EXPECT_FALSE(FS::exists(placeOf(agent, "a"))) << agent;
   }
   write(placeOf("cursor", "a"), "somebody else's");
@@ -261,7 +287,7 @@ TEST_F(DeploymentTest, ADisabledSkillIsOutOfAllFoldersAndComesBackWhereItWas) {
   EXPECT_THAT(errorOf([&] { engine().setSkillEnabled(id, true); }), IsError(Kind::refused, "Refusing to replace"));
   EXPECT_EQ(everythingAsText(), obstructed);
   fs::remove(placeOf("cursor", "a"));
-  EXPECT_EQ(engine().setSkillEnabled(id, true).deployedTools().size(), 4U);
+  EXPECT_EQ(engine().setSkillEnabled(id, true).deployedTools().size(), 5U);
   EXPECT_EQ(folderAsText(home), before);
 }
 
@@ -278,8 +304,6 @@ TEST_F(DeploymentTest, WhenTheRecordsCannotBeWrittenTheFilesArePutBack) {
   const Path own = agentHas("claude_code", "own", {{"mine", ""}});
   agentHas("claude_code", "b", {{"mine", ""}});
   const Path fresh = givenSkill("fresh");
-  const auto group = engine().discover({});
-  const std::string before = everythingAsText();
   const std::vector<std::tuple<std::string, std::string, std::function<void()>>> table{
       {"deploy", "INSERT ON skill_targets", [&] { engine().deploy(b, "claude_code", true); }},
       {"deploy many", "INSERT ON skill_targets",
@@ -297,17 +321,19 @@ TEST_F(DeploymentTest, WhenTheRecordsCannotBeWrittenTheFilesArePutBack) {
       {"install many", "INSERT ON skills", [&] { engine().installFolder(home / "Downloads", 4, {}); }},
       {"import", "INSERT ON skills", [&] { engine().importUnmanaged(own, "claude_code", false); }},
       {"adopt", "INSERT ON skill_targets", [&] { engine().importUnmanaged(own, "claude_code", true); }},
-      {"import discovered", "INSERT ON skill_targets", [&] { engine().importDiscovered(group, true, {}); }},
       {"repair", "INSERT ON skill_targets", [&] {
          fs::remove(placeOf("cursor", "a"));
          fs::create_symlink(home, placeOf("cursor", "a"));
+         write(paths.skills() / "a" / "edit", "");
          EXPECT_THAT(errorOf([&] { engine().repairDeployments({}); }), IsError(Kind::database, "full of woe"));
          EXPECT_EQ(fs::read_symlink(placeOf("cursor", "a")), home);
+         fs::remove(paths.skills() / "a" / "edit");
          fs::remove(placeOf("cursor", "a"));
          fs::create_symlink(paths.skills() / "a", placeOf("cursor", "a"));
          throw SkillsError::database("full of woe");
        }}};
   for (const auto& [name, statement, operation] : table) {
+    const std::string before = everythingAsText();
     sql("CREATE TRIGGER woe BEFORE " + statement + " BEGIN SELECT RAISE(ABORT, 'full of woe'); END");
     EXPECT_THAT(errorOf(operation), IsError(Kind::database, "full of woe")) << name;
     sql("DROP TRIGGER woe");

@@ -7,11 +7,13 @@
 
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "content/SkillMetadata.h"
 #include "files/FS.h"
 #include "files/LibraryLock.h"
 #include "foundations/ModelsJSON.h"
+#include "sources/StagingFolder.h"
 #include "tests/sources/ZipBuilder.h"
 #include "tests/support/Sandbox.h"
 
@@ -195,6 +197,10 @@ TEST_F(LibraryTest, OpeningHealsWhatAKilledProcessLeft) {
   fs::create_directories(user.temp / "orvanta-archive-12345678");
   fs::last_write_time(user.temp / "orvanta-archive-12345678",
                       fs::file_time_type::clock::now() - std::chrono::hours(48));
+  const OtherProcess installing([&](const auto& waitForTheEnd) {
+    const StagingFolder staging(paths.skills());
+    waitForTheEnd();
+  });
   const std::string before = libraryAsText();
   {
     const OtherProcess busy([&](const auto& waitForTheEnd) {
@@ -206,7 +212,9 @@ TEST_F(LibraryTest, OpeningHealsWhatAKilledProcessLeft) {
     EXPECT_EQ(engine().skills().size(), 2U) << "but reading does not wait";
   }
   reopen();
-  EXPECT_EQ(folders(), (std::set<std::string>{"lost-name", "present", "removed"}));
+  auto healed = folders();
+  EXPECT_EQ(std::erase_if(healed, [](auto& name) { return name.starts_with(".installing-"); }), 1U) << "that in use";
+  EXPECT_EQ(healed, (std::set<std::string>{"lost-name", "present", "removed"}));
   EXPECT_FALSE(fs::exists(skills / "present" / "old"));
   EXPECT_TRUE(fs::exists(skills / "lost-name" / "old"));
   EXPECT_EQ(engine().skillFiles(id).size(), 1U);
@@ -226,6 +234,25 @@ TEST_F(LibraryTest, SeveralProcessesMayChangeTheLibraryAtOnce) {
   EXPECT_EQ(engine().skills().size(), 18U);
   EXPECT_EQ(folders().size(), 18U) << "and no staging folder";
   EXPECT_EQ(engine().repairDeployments({}).skipped, 15);
+}
+
+TEST_F(LibraryTest, OneEngineServesSeveralThreads) {
+  agentInstalled("cursor");
+  engine();
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < 3; ++thread) {
+    threads.emplace_back([this, thread] {
+      for (int i = 0; i < 3; ++i) {
+        const std::string id = installed("s" + std::to_string(thread) + std::to_string(i));
+        EXPECT_TRUE(engine().deploy(id, "cursor", false).changed);
+        EXPECT_FALSE(engine().summaries(engine().skills()).empty());
+        engine().setSkillEnabled(id, false);
+      }
+    });
+  }
+  threads.clear();
+  EXPECT_EQ(engine().skills().size(), 9U);
+  EXPECT_TRUE(fs::is_empty(home / ".cursor/skills"));
 }
 
 TEST_F(LibraryTest, AFullDiskLosesNothing) {
