@@ -18,7 +18,7 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::string_view completionCommand = "__complete";
+constexpr std::string_view kCompletionCommand = "__complete";
 
 // Tells errors in the form that was asked for, also when the words could not be read.
 class ErrorWriter {
@@ -26,11 +26,12 @@ class ErrorWriter {
   ErrorWriter(const std::vector<std::string>& words, const Streams& streams) : streams_(streams) {
     const auto end = std::find(words.begin(), words.end(), "--");
     json_ = std::find(words.begin(), end, "--json") != end;
+    color_ = colorChoice(valueOfGlobal("--color", words));
   }
 
   void write(std::string_view kind, const std::string& message) const {
-    if (json_) return writeJson(streams_.err, {{"error", {{"kind", kind}, {"message", message}}}});
-    const Terminal terminal(streams_.err, streams_.errIsTerminal, streams_.columns, ColorChoice::automatic);
+    if (json_) return writeError(streams_.err, kind, message);
+    const Terminal terminal(streams_.err, streams_.errIsTerminal, streams_.columns, color_);
     std::string text;
     for (const std::string_view line : Text::split(message, '\n')) text += Text::singleLine(line) + '\n';
     streams_.err << terminal.styled("error:", Style::bad) << ' ' << text;
@@ -39,6 +40,7 @@ class ErrorWriter {
  private:
   const Streams& streams_;
   bool json_ = false;
+  ColorChoice color_ = ColorChoice::automatic;
 };
 
 bool asksForHelp(const std::vector<std::string>& words) {
@@ -125,7 +127,7 @@ ExitStatus runReportingErrors(const std::vector<std::string>& words, const Strea
 std::string_view version() { return ORVANTA_VERSION; }
 
 int run(const std::vector<std::string>& words, const Streams& streams) {
-  if (!words.empty() && words.front() == completionCommand) {
+  if (!words.empty() && words.front() == kCompletionCommand) {
     writeCompletions(words, streams.out);
     return 0;
   }

@@ -118,6 +118,16 @@ Input& CommandLine::argument(const std::string& name, std::vector<std::string>& 
                    .option = app_->add_option(name, target)});
 }
 
+Input& CommandLine::argument(const std::string& name, std::optional<std::string>& target, const std::string& about,
+                             Completes completes) {
+  const auto store = [&target](const std::string& text) { target = text; };
+  return remember({.name = name,
+                   .about = about,
+                   .completes = completes,
+                   .isArgument = true,
+                   .option = app_->add_option_function<std::string>(name, store)});
+}
+
 Input& CommandLine::option(const std::string& name, std::string& target, const std::string& value,
                            const std::string& about, Completes completes) {
   return remember(
@@ -241,6 +251,14 @@ Invocation invocationOf(const std::vector<std::string>& words) {
   }
   invocation.rest.insert(invocation.rest.end(), words.begin() + static_cast<std::ptrdiff_t>(next), words.end());
   return invocation;
+}
+
+std::string valueOfGlobal(const std::string& option, const std::vector<std::string>& words) {
+  for (std::size_t i = 0; i < words.size() && words[i] != "--"; ++i) {
+    if (words[i].starts_with(option + "=")) return words[i].substr(option.size() + 1);
+    if (words[i] == option && i + 1 < words.size()) return words[i + 1];
+  }
+  return "";
 }
 
 void throwUnknownCommand(const std::string& typed) {

@@ -79,12 +79,14 @@ class CommandLine {
   }
   void runs(ExitStatus (*action)(Session&)) { run_ = action; }
 
-  // A positional argument. A list takes all words that are left.
+  // A positional argument. A list takes all words that are left; an optional text may be given empty.
   Input& argument(const std::string& name, std::string& target, const std::string& about,
                   Completes completes = Completes::nothing);
   Input& argument(const std::string& name, std::vector<std::string>& target, const std::string& about,
                   Completes completes = Completes::nothing);
-  // An option with a value, called `value` in the help. An optional text may be given empty.
+  Input& argument(const std::string& name, std::optional<std::string>& target, const std::string& about,
+                  Completes completes = Completes::nothing);
+  // An option with a value, called `value` in the help.
   Input& option(const std::string& name, std::string& target, const std::string& value, const std::string& about,
                 Completes completes = Completes::nothing);
   Input& option(const std::string& name, std::optional<std::string>& target, const std::string& value,
@@ -140,6 +142,9 @@ struct Invocation {
   std::string next;  // the first of the rest that is no option; not a command where one is missing
 };
 Invocation invocationOf(const std::vector<std::string>& words);
+
+// The value of a global option in words that may not be a valid command line; empty where it is not given.
+std::string valueOfGlobal(const std::string& option, const std::vector<std::string>& words);
 
 // Throws `UsageError`, with the command that was probably meant.
 [[noreturn]] void throwUnknownCommand(const std::string& typed);

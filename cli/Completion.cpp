@@ -70,7 +70,7 @@ Candidates valuesOf(const Input& input, const LibraryWords& library) {
     case Completes::skills: return library.skills();
     case Completes::agents: return library.agents();
     case Completes::tags: return library.tags();
-    case Completes::files: return {{std::string(filesCandidate), ""}};
+    case Completes::files: return {{std::string(kFilesCandidate), ""}};
     case Completes::commands: return commandNames("");
   }
   return values;
@@ -96,7 +96,7 @@ Candidates allFor(const CommandLine& line, const std::vector<std::string>& befor
     const Input* option = line.optionCalled(current.substr(0, *end));
     Candidates values = option == nullptr ? Candidates{} : valuesOf(*option, library);
     for (Candidate& value : values) {
-      if (value.word != filesCandidate) value.word.insert(0, current.substr(0, *end + 1));
+      if (value.word != kFilesCandidate) value.word.insert(0, current.substr(0, *end + 1));
     }
     return values;
   }
@@ -110,7 +110,7 @@ Candidates allFor(const CommandLine& line, const std::vector<std::string>& befor
 }
 
 bool fits(const Candidate& candidate, const std::string& wanted) {
-  return candidate.word == filesCandidate || Text::comparisonKey(candidate.word).starts_with(wanted);
+  return candidate.word == kFilesCandidate || Text::comparisonKey(candidate.word).starts_with(wanted);
 }
 
 // A word with control characters cannot be typed, and in a script's answer it would end the line.
@@ -155,14 +155,6 @@ std::vector<std::string> withoutLoneEquals(std::vector<std::string> words) {
   return words;
 }
 
-std::string libraryIn(const std::vector<std::string>& words) {
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    if (words[i].starts_with("--library=")) return words[i].substr(words[i].find('=') + 1);
-    if (words[i] == "--library" && i + 1 < words.size()) return words[i + 1];
-  }
-  return "";
-}
-
 }  // namespace
 
 std::vector<Candidate> candidatesFor(const std::vector<std::string>& words, const LibraryWords& library) {
@@ -187,7 +179,7 @@ void writeCompletions(const std::vector<std::string>& words, std::ostream& out) 
     const std::size_t first = words.size() > 1 && words[1] == "--" ? 2 : 1;
     const auto typed = withoutLoneEquals({words.begin() + static_cast<std::ptrdiff_t>(first), words.end()});
     GlobalOptions globals;
-    globals.library = libraryIn(typed);
+    globals.library = valueOfGlobal("--library", typed);
     // The session of a completion has no one to speak with.
     std::istream nothing(nullptr);
     std::ostream nowhere(nullptr);

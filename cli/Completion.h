@@ -19,7 +19,7 @@ struct Candidate {
 };
 
 // A candidate that makes the shell offer files.
-inline constexpr std::string_view filesCandidate = ":files";
+inline constexpr std::string_view kFilesCandidate = ":files";
 
 // What can be named in a library.
 struct LibraryWords {

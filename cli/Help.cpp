@@ -11,14 +11,14 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::size_t widestText = 100;
+constexpr std::size_t kWidestText = 100;
 
 struct Entry {
   std::string label;
   std::string text;
 };
 
-std::size_t textColumns(const Terminal& terminal) { return std::min(terminal.columns(), widestText); }
+std::size_t textColumns(const Terminal& terminal) { return std::min(terminal.columns(), kWidestText); }
 
 // Labels on the left, texts on the right; a label that is too long has its text on the next line.
 void writeEntries(const Terminal& terminal, const std::vector<Entry>& entries, std::size_t widestLabel) {

@@ -12,15 +12,15 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr char stopWanted = 's';
-constexpr char waitNoLonger = 'q';
+constexpr char kStopWanted = 's';
+constexpr char kWaitNoLonger = 'q';
 
 std::atomic<int> pipeOfHandler{-1};
 
 // Requesting a stop runs code that a signal handler must not run, so the handler only wakes the thread that does it.
 void wakeWaiter(int /*signal*/) {
   const int error = errno;
-  [[maybe_unused]] const auto written = ::write(pipeOfHandler.load(), &stopWanted, 1);
+  [[maybe_unused]] const auto written = ::write(pipeOfHandler.load(), &kStopWanted, 1);
   errno = error;
 }
 
@@ -46,18 +46,18 @@ Interrupt::Interrupt() {
 
 Interrupt::~Interrupt() {
   for (std::size_t i = 0; i < signals.size(); ++i) ::sigaction(signals[i], &previous_[i], nullptr);
-  [[maybe_unused]] const auto written = ::write(writer_.get(), &waitNoLonger, 1);
+  [[maybe_unused]] const auto written = ::write(writer_.get(), &kWaitNoLonger, 1);
   waiter_.join();
   pipeOfHandler = -1;
 }
 
 void Interrupt::waitForSignal() {
   char message = 0;
-  while (message != waitNoLonger) {
+  while (message != kWaitNoLonger) {
     const auto count = ::read(reader_.get(), &message, 1);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return;
-    if (message == stopWanted) source_.request_stop();
+    if (message == kStopWanted) source_.request_stop();
   }
 }
 

@@ -12,7 +12,7 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::size_t shortestIdPrefix = 4;
+constexpr std::size_t kShortestIdPrefix = 4;
 
 // "claude-code", "Claude Code" and "claude_code" are one agent to whoever types it.
 std::string agentName(std::string_view text) {
@@ -75,7 +75,7 @@ std::vector<std::size_t> NameTable::matches(const std::string& text) const {
   if (const auto whole = byId_.find(lower); whole != byId_.end()) return {whole->second};
   if (const auto named = byName_.find(Text::comparisonKey(text)); named != byName_.end()) return named->second;
   std::vector<std::size_t> found;
-  if (ids_ == Ids::whole || text.size() < shortestIdPrefix) return found;
+  if (ids_ == Ids::whole || text.size() < kShortestIdPrefix) return found;
   for (const auto& [id, position] : byId_) {
     if (id.starts_with(lower)) found.push_back(position);
   }

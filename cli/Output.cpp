@@ -24,6 +24,10 @@ namespace orvanta::cli {
 
 void writeJson(std::ostream& out, const Json& json) { out << jsonText(json) << '\n'; }
 
+void writeError(std::ostream& out, std::string_view kind, std::string_view message) {
+  writeJson(out, {{"error", {{"kind", kind}, {"message", message}}}});
+}
+
 void JsonArray::add(const Json& element) {
   *out_ << (isEmpty_ ? "\n" : ",\n") << jsonText(element);
   isEmpty_ = false;

@@ -20,6 +20,9 @@ namespace orvanta::cli {
 
 void writeJson(std::ostream& out, const Json& json);
 
+// What went wrong, as the one document that a script finds on the error stream.
+void writeError(std::ostream& out, std::string_view kind, std::string_view message);
+
 // An array written element by element; the destructor closes it, also when nothing was added.
 class JsonArray {
  public:

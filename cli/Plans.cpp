@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "cli/Format.h"
 #include "cli/Output.h"
 #include "cli/Table.h"
 
@@ -12,7 +13,7 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::size_t screenful = 15;
+constexpr std::size_t kScreenful = 15;
 
 Style styleOf(PlannedStep::Action action) {
   switch (action) {
@@ -25,13 +26,13 @@ Style styleOf(PlannedStep::Action action) {
   return Style::plain;
 }
 
-Table tableOf(const Plan& plan) {
+Table tableOf(const Plan& plan, const UserFolders& user) {
   Table table({{"ACTION"}, {"SKILL", true}, {"AGENT"}, {"PATH", true}, {"REASON", true}});
   for (const PlannedStep& step : plan) {
     table.add({{std::string(rawValue(step.action)), styleOf(step.action)},
                step.skillName,
                step.tool.value_or("library"),
-               step.path,
+               shortPath(step.path, user),
                step.reason.value_or("")});
   }
   return table;
@@ -43,7 +44,7 @@ bool destroys(const PlannedStep& step) {
 
 }  // namespace
 
-ExitStatus showPlan(const Session& session, const Plan& plan) {
+ExitStatus showPlan(Session& session, const Plan& plan) {
   if (session.json()) {
     writeJsonArray(session.out().stream(), plan);
     return ExitStatus::done;
@@ -52,17 +53,17 @@ ExitStatus showPlan(const Session& session, const Plan& plan) {
     session.out().line("Nothing to do.");
     return ExitStatus::done;
   }
-  tableOf(plan).write(session.out());
+  tableOf(plan, session.user()).write(session.out());
   session.note("This is a dry run: nothing was changed.");
   return ExitStatus::done;
 }
 
-void showLosses(const Session& session, const Plan& plan) {
+void showLosses(Session& session, const Plan& plan) {
   Plan losses;
   std::copy_if(plan.begin(), plan.end(), std::back_inserter(losses), destroys);
-  const std::size_t more = losses.size() > screenful ? losses.size() - screenful : 0;
+  const std::size_t more = losses.size() > kScreenful ? losses.size() - kScreenful : 0;
   losses.resize(losses.size() - more);
-  tableOf(losses).write(session.err());
+  tableOf(losses, session.user()).write(session.err());
   if (more > 0) session.err().line(fmt::format("and {} more", more));
 }
 

@@ -8,9 +8,9 @@
 namespace orvanta::cli {
 
 // The result of --dry-run: the whole plan, as a table or a JSON array.
-ExitStatus showPlan(const Session& session, const Plan& plan);
+ExitStatus showPlan(Session& session, const Plan& plan);
 
 // Shows the steps that remove or replace something, a screenful of them at most, to whoever is asked next.
-void showLosses(const Session& session, const Plan& plan);
+void showLosses(Session& session, const Plan& plan);
 
 }  // namespace orvanta::cli

@@ -8,15 +8,6 @@
 
 namespace orvanta::cli {
 
-namespace {
-
-ColorChoice colorChoice(const std::string& word) {
-  if (word == "always") return ColorChoice::always;
-  return word == "never" ? ColorChoice::never : ColorChoice::automatic;
-}
-
-}  // namespace
-
 Session::Session(const Streams& streams, const GlobalOptions& options)
     : streams_(streams),
       options_(options),
@@ -39,8 +30,8 @@ SkillsEngine& Session::engine() {
   try {
     engine_ = std::make_unique<SkillsEngine>(paths(), user());
   } catch (const SkillsError& error) {
-    throw SkillsError(error.kind(), fmt::format("The library at {} cannot be opened: {}", paths().base().string(),
-                                                error.message()));
+    throw SkillsError(error.kind(),
+                      fmt::format("The library at {} cannot be opened: {}", paths().base().string(), error.message()));
   }
   return *engine_;
 }

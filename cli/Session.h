@@ -62,8 +62,8 @@ class Session {
   // not given. `question` names what will go: "Remove 3 skills?".
   void confirm(std::string_view question) const;
 
-  // Runs a change: Ctrl-C stops it between two steps, and a line shows how far it is. Outside of changes, at a question for
-  // instance, Ctrl-C ends the program as it always does.
+  // Runs a change: Ctrl-C stops it between two steps, and a line shows how far it is. Outside of changes, at a question
+  // for instance, Ctrl-C ends the program as it always does.
   template <typename Change>
   auto change(Change&& run) {
     const Interruptible interruptible(wasInterrupted_);

@@ -24,6 +24,7 @@ struct Cell {
 
   std::string text;
   Style style = Style::plain;
+  std::size_t width = 0;  // set by the table
 };
 
 class Table {

@@ -12,13 +12,13 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::size_t usualColumns = 80;
+constexpr std::size_t kUsualColumns = 80;
 
 std::size_t columnsFromEnvironment() {
   const auto text = environmentVariable("COLUMNS");
   std::size_t columns = 0;
   if (text) std::from_chars(text->data(), text->data() + text->size(), columns);
-  return columns > 0 ? columns : usualColumns;
+  return columns > 0 ? columns : kUsualColumns;
 }
 
 std::size_t columnsOf(int descriptor) {
@@ -47,6 +47,11 @@ std::string_view escapeSequence(Style style) {
 }
 
 }  // namespace
+
+ColorChoice colorChoice(std::string_view word) {
+  if (word == "always") return ColorChoice::always;
+  return word == "never" ? ColorChoice::never : ColorChoice::automatic;
+}
 
 Streams processStreams() {
   static char buffer[std::size_t{1} << 16];

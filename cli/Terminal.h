@@ -26,6 +26,9 @@ Streams processStreams();
 
 enum class ColorChoice { automatic, always, never };
 
+// What follows --color: "auto", "always" or "never".
+ColorChoice colorChoice(std::string_view word);
+
 enum class Style { plain, strong, faint, good, warning, bad };
 
 // One output stream: where it goes and how it may be written to.

@@ -247,6 +247,17 @@ void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
     outcome.records.clear();
     return;
   }
+  try {
+    recordAdoptions(adoptions);
+  } catch (const SkillsError&) {
+    adoptions.clear();  // the originals come back
+    if (arrived.size() == 1) forget(arrived.front(), outcome.records.front());
+    throw;
+  }
+  for (const auto& adoption : adoptions) adoption->keep();
+}
+
+void Import::recordAdoptions(const std::vector<std::unique_ptr<Adoption>>& adoptions) {
   library_.transaction([&] {
     const auto active = presets_.activePreset();
     for (const auto& adoption : adoptions) {
@@ -256,13 +267,17 @@ void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
       }
     }
   });
-  for (const auto& adoption : adoptions) adoption->keep();
 }
 
+// While the record cannot be deleted the skill stays, whole, in the library.
 void Import::forget(const Arrived& arrived, const SkillRecord& skill) {
   if (!arrived.isNew) return;
-  library_.store.deleteSkill(skill.id);
-  Installer::unsettle(arrived.installed);
+  try {
+    library_.store.deleteSkill(skill.id);
+    Installer::unsettle(arrived.installed);
+  } catch (const SkillsError&) {
+    return;
+  }
 }
 
 fs::path Import::requireImportable(const fs::path& path, const std::string& tool) {

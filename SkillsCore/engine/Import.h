@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -67,6 +68,7 @@ class Import {
   Outcome run(const std::vector<Job>& jobs, const std::string& action, const OperationContext& context);
   std::vector<SkillRecord> record(std::vector<Arrived>& arrived, const std::string& action);
   void adopt(const std::vector<Arrived>& arrived, Outcome& outcome);
+  void recordAdoptions(const std::vector<std::unique_ptr<Adoption>>& adoptions);
   void forget(const Arrived& arrived, const SkillRecord& skill);
 
   Library& library_;

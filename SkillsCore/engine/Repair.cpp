@@ -58,7 +58,11 @@ ApplyReport Repair::repairDeployments(const OperationContext& context) {
   std::size_t finished = 0;
   parallelFor(work.size(), [&](std::size_t i) {
     if (context.stop.stop_requested()) return;
-    for (Item* item : *work[i]) mend(*item);
+    const Item* mended = nullptr;
+    for (Item* item : *work[i]) {
+      mend(*item, mended);
+      if (item->repaired) mended = item;
+    }
     const std::lock_guard lock(progress);
     context.report("Repairing", finished += work[i]->size(), all.size());
   });
@@ -150,7 +154,12 @@ Action Repair::examine(const Item& item) {
   return FS::exists(record.targetPath) ? Action::replace : Action::place;
 }
 
-void Repair::mend(Item& item) {
+// `sharing` is another record of this place that was mended just now.
+void Repair::mend(Item& item, const Item* sharing) {
+  if (sharing != nullptr && sharing->skill == item.skill && sharing->record.mode == item.record.mode) {
+    item.repaired = true;
+    return;
+  }
   try {
     item.intact = examine(item) == Action::keep;
     if (item.intact) return;

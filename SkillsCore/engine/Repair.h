@@ -41,7 +41,7 @@ class Repair {
 
   std::vector<Item> items();
   PlannedStep::Action examine(const Item& item);
-  void mend(Item& item);
+  void mend(Item& item, const Item* sharing);
   void record(Item& item);
 
   Library& library_;

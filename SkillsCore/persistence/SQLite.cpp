@@ -1,6 +1,8 @@
 #include "persistence/SQLite.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
@@ -99,7 +101,18 @@ SQLiteConnection::SQLiteConnection(const std::string& path) {
   }
   sqlite3_busy_timeout(handle, kBusyMillis);
   execute("PRAGMA foreign_keys = ON;");
-  execute("PRAGMA journal_mode = WAL;");
+  useWriteAheadLog();
+}
+
+// SQLite does not wait for other processes before it changes the journal, so waiting is done here: several may open a new
+// library at once.
+void SQLiteConnection::useWriteAheadLog() {
+  const std::string sql = "PRAGMA journal_mode = WAL;";
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyMillis);
+  while (sqlite3_exec(db_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
+    if (sqlite3_errcode(db_.get()) != SQLITE_BUSY || std::chrono::steady_clock::now() >= deadline) fail(kExecuting, sql);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
 }
 
 void SQLiteConnection::execute(const std::string& sql) {

@@ -148,6 +148,7 @@ class SQLiteConnection {
   Statement prepare(const std::string& sql);
   void bind(sqlite3_stmt* statement, const Params& params);
   [[noreturn]] void fail(std::string_view phrase, std::string_view sql) const;
+  void useWriteAheadLog();
   void requireTransaction(std::string_view phrase, std::string_view sql) const;
 
   std::unique_ptr<sqlite3, Close> db_;

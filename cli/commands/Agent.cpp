@@ -82,7 +82,7 @@ ExitStatus show(Session& session, const AgentOptions& options) {
   out.line(fmt::format("{}  ({}, {})", out.styled(tool.displayName, Style::strong), tool.key,
                        out.styled(state.text, state.style)));
   out.line("  Folder    " + shortPath(tool.skillsDir, session.user()));
-  out.line("  Projects  " + tool.projectRelativeSkillsDir);
+  if (!tool.projectRelativeSkillsDir.empty()) out.line("  Projects  " + tool.projectRelativeSkillsDir);
   out.line("");
   Table table({{"SKILL", true}, {"KIND"}, {"PATH", true}, {"DESCRIPTION", true}});
   for (const AgentSkillEntry& entry : entries) {

@@ -13,10 +13,10 @@ namespace {
 
 struct PathOptions {
   std::string agent;
-  std::string folder;
+  std::optional<std::string> folder;
   bool reset = false;
 
-  [[nodiscard]] bool changes() const { return reset || !folder.empty(); }
+  [[nodiscard]] bool changes() const { return reset || folder; }
 };
 
 struct AddOptions {
@@ -47,7 +47,7 @@ ExitStatus path(Session& session, const PathOptions& options) {
   const std::string key = agentNamed(engine, options.agent);
   if (!options.changes()) return showFolder(session, key, toolInfo(engine, key).skillsDir);
   session.change([&](const OperationContext&) {
-    engine.setToolPath(key, options.reset ? std::nullopt : std::make_optional(storedFolder(options.folder)));
+    engine.setToolPath(key, options.folder ? std::make_optional(storedFolder(*options.folder)) : std::nullopt);
   });
   return showTool(session, key,
                   fmt::format("keeps its skills in {}; what was deployed before moves there when it is deployed again",
@@ -58,9 +58,7 @@ ExitStatus projectPath(Session& session, const PathOptions& options) {
   SkillsEngine& engine = session.engine();
   const std::string key = agentNamed(engine, options.agent);
   if (!options.changes()) return showFolder(session, key, toolInfo(engine, key).projectRelativeSkillsDir);
-  session.change([&](const OperationContext&) {
-    engine.setToolProjectPath(key, options.reset ? std::nullopt : std::make_optional(options.folder));
-  });
+  session.change([&](const OperationContext&) { engine.setToolProjectPath(key, options.folder); });
   return showTool(
       session, key,
       fmt::format("looks for a project's skills in {}", inQuotes(toolInfo(engine, key).projectRelativeSkillsDir)));

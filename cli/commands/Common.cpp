@@ -14,8 +14,8 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::size_t screenful = 20;
-constexpr const char* stoppedOnRequest = "Stopped on request. What was done by then is complete and recorded.";
+constexpr std::size_t kScreenful = 20;
+constexpr const char* kStoppedOnRequest = "Stopped on request. What was done by then is complete and recorded.";
 
 }  // namespace
 
@@ -69,7 +69,7 @@ void showPlacements(Session& session, const std::vector<Placement>& placements, 
   for (const Placement& placement : placements) {
     changed += placement.changed ? 1 : 0;
     if (!placement.changed && !placement.note) continue;
-    if (placements.size() > screenful) continue;
+    if (placements.size() > kScreenful) continue;
     table.add({placement.skillName, placement.tool, std::string(rawValue(placement.mode)),
                shortPath(placement.targetPath, session.user()), placement.note.value_or("")});
   }
@@ -81,15 +81,17 @@ void showPlacements(Session& session, const std::vector<Placement>& placements, 
 
 void showProblems(const Session& session, const std::vector<std::string>& errors, bool interrupted) {
   session.problems(errors);
-  if (interrupted) session.problem(stoppedOnRequest);
+  if (!interrupted) return;
+  session.json() ? writeError(session.err().stream(), "interrupted", kStoppedOnRequest)
+                 : session.problem(kStoppedOnRequest);
 }
 
 void showProblemsBesideArray(const Session& session, const std::vector<std::string>& errors, bool interrupted) {
   if (!session.json()) return showProblems(session, errors, interrupted);
   std::vector<std::string> texts = errors;
-  if (interrupted) texts.emplace_back(stoppedOnRequest);
+  if (interrupted) texts.emplace_back(kStoppedOnRequest);
   if (texts.empty()) return;
-  writeJson(session.err().stream(), {{"error", {{"kind", "io"}, {"message", Text::join(texts, "\n")}}}});
+  writeError(session.err().stream(), interrupted ? "interrupted" : "refused", Text::join(texts, "\n"));
 }
 
 std::filesystem::path pathInAgentFolder(Session& session, const std::string& typed, const std::string& agent) {

@@ -56,16 +56,17 @@ void checkProxy(const std::string& value) {
                   inQuotes(value)));
 }
 
-constexpr std::array settings{
+constexpr std::array kSettings{
     Setting{"sync_mode", "How skills are placed: symlink or copy", "symlink", checkSyncMode},
     Setting{"proxy_url", "The proxy for what goes over the network", "", checkProxy},
 };
 
 const Setting& settingCalled(const std::string& key) {
-  const auto found = std::find_if(settings.begin(), settings.end(), [&](const auto& each) { return each.key == key; });
-  if (found != settings.end()) return *found;
+  const auto found =
+      std::find_if(kSettings.begin(), kSettings.end(), [&](const auto& each) { return each.key == key; });
+  if (found != kSettings.end()) return *found;
   std::vector<std::string> keys;
-  for (const Setting& setting : settings) keys.emplace_back(setting.key);
+  for (const Setting& setting : kSettings) keys.emplace_back(setting.key);
   throw SkillsError::notFound(
       fmt::format("There is no setting {}. The settings are: {}.", inQuotes(key), Text::join(keys, ", ")));
 }
@@ -82,11 +83,11 @@ ExitStatus list(Session& session) {
   session.engine();  // a library that cannot be opened is told before a document is begun
   if (session.json()) {
     JsonArray array(session.out().stream());
-    for (const Setting& setting : settings) array.add(asJson(setting, valueOf(session, setting)));
+    for (const Setting& setting : kSettings) array.add(asJson(setting, valueOf(session, setting)));
     return ExitStatus::done;
   }
   Table table({{"KEY"}, {"VALUE", true}, {"WHAT IT IS", true}});
-  for (const Setting& setting : settings) {
+  for (const Setting& setting : kSettings) {
     const std::string value = valueOf(session, setting);
     table.add(
         {std::string(setting.key), value.empty() ? Cell("-", Style::faint) : Cell(value), std::string(setting.about)});
@@ -134,7 +135,7 @@ ExitStatus unset(Session& session, const KeyOptions& options) {
 
 void keyArgument(CommandLine& line, std::string& target) {
   std::vector<std::string> keys;
-  for (const Setting& setting : settings) keys.emplace_back(setting.key);
+  for (const Setting& setting : kSettings) keys.emplace_back(setting.key);
   line.argument("KEY", target, "One of " + Text::join(keys, ", ")).required().offers(keys);
 }
 

@@ -65,7 +65,7 @@ Plan forcedReplacements(SkillsEngine& engine, const std::vector<std::string>& id
   return replaced;
 }
 
-void confirmReplacing(const Session& session, const Plan& losses) {
+void confirmReplacing(Session& session, const Plan& losses) {
   if (losses.empty()) return;
   if (session.willAsk()) showLosses(session, losses);
   const std::string what = losses.size() == 1 ? "this folder" : fmt::format("these {} folders", losses.size());

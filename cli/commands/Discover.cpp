@@ -10,7 +10,7 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::size_t fingerprintShown = 8;
+constexpr std::size_t kFingerprintShown = 8;
 
 std::string agentsOf(const DiscoveredGroup& group) {
   std::vector<std::string> agents;
@@ -34,7 +34,7 @@ ExitStatus run(Session& session) {
   for (const DiscoveredGroup& group : groups) {
     const std::string first = group.locations.empty() ? "" : group.locations.front().foundPath;
     table.add({{group.name, Style::strong},
-               group.fingerprint.substr(0, fingerprintShown),
+               group.fingerprint.substr(0, kFingerprintShown),
                agentsOf(group),
                shortPath(first, session.user())});
   }

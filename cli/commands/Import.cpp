@@ -27,7 +27,7 @@ struct Options {
 
 using Groups = std::vector<DiscoveredGroup>;
 
-void confirmAdopting(const Session& session, const Plan& plan) {
+void confirmAdopting(Session& session, const Plan& plan) {
   if (session.willAsk()) showLosses(session, plan);
   session.confirm("Let the library manage the originals, which are replaced by deployments?");
 }

@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int64_t deepest = 32;
+constexpr std::int64_t kDeepest = 32;
 
 struct Options {
   std::vector<std::string> sources;
@@ -212,7 +212,8 @@ void setUpInstall(CommandLine& line) {
                 "A skill's folder, a folder with skills below it, or a .zip or .skill archive", Completes::files)
       .required();
   line.option("--name", options.name, "NAME", "Call the skill so instead of by its own name");
-  line.option("--depth", options.depth, "N", "Look for skills this many levels below a folder (4)").between(0, deepest);
+  line.option("--depth", options.depth, "N", "Look for skills this many levels below a folder (4)")
+      .between(0, kDeepest);
   auto& paths = line.option("--path", options.paths, "REL", "Only the skills at these paths below the folder");
   line.flag("--all", options.all, "All skills below the folder").excludes(paths);
   agentsOption(line, "--to", options.agents, "Deploy what was installed to these agents");

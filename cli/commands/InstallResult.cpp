@@ -14,7 +14,7 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::size_t screenful = 20;
+constexpr std::size_t kScreenful = 20;
 
 void writeJson(const Session& session, const InstallReport& report, const PlacementReport& placements, bool hasAgents) {
   std::vector<std::string> errors = report.errors;
@@ -31,7 +31,7 @@ void writeText(Session& session, const InstallReport& report) {
   const auto isReused = [&](const SkillSummary& summary) {
     return std::find(reused.begin(), reused.end(), summary.record.id) != reused.end();
   };
-  if (report.installed.size() <= screenful) {
+  if (report.installed.size() <= kScreenful) {
     Table table({{"SKILL", true}, {"FOLDER", true}, {"AGENTS", true}, {"NOTE"}});
     for (const SkillSummary& summary : report.installed) {
       table.add({{summary.record.name, Style::strong},

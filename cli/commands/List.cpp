@@ -19,8 +19,8 @@ namespace {
 using TextsBySkill = std::map<std::string, std::vector<std::string>>;
 
 // As many summaries as are made at a time: few enough to stay small, many enough to ask the library seldom.
-constexpr std::size_t chunkSize = 2000;
-constexpr std::size_t agentsNamedInRow = 2;
+constexpr std::size_t kChunkSize = 2000;
+constexpr std::size_t kAgentsNamedInRow = 2;
 
 struct Options {
   std::string query;
@@ -98,7 +98,7 @@ class Listing {
 Cell agentsCell(const SkillRecord& record, const std::vector<std::string>& tools) {
   if (!record.enabled) return {"disabled", Style::faint};
   if (tools.empty()) return {"-", Style::faint};
-  if (tools.size() > agentsNamedInRow) return fmt::format("{} +{}", tools.front(), tools.size() - 1);
+  if (tools.size() > kAgentsNamedInRow) return fmt::format("{} +{}", tools.front(), tools.size() - 1);
   return Text::join(tools, ", ");
 }
 
@@ -124,7 +124,7 @@ void writeTable(const Session& session, const Listing& listing) {
 void writeSummaries(Session& session, const std::vector<SkillRecord>& records) {
   JsonArray array(session.out().stream());
   for (auto next = records.begin(); next != records.end();) {
-    const auto end = next + std::min<std::ptrdiff_t>(chunkSize, records.end() - next);
+    const auto end = next + std::min<std::ptrdiff_t>(kChunkSize, records.end() - next);
     for (const SkillSummary& summary : session.engine().summaries({next, end})) array.add(summary);
     next = end;
   }

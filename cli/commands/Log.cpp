@@ -9,7 +9,7 @@ namespace orvanta::cli {
 
 namespace {
 
-constexpr std::int64_t largest = 1'000'000'000;
+constexpr std::int64_t kLargest = 1'000'000'000;
 
 struct Options {
   std::int64_t limit = 20;
@@ -61,8 +61,8 @@ ExitStatus clear(Session& session) {
 
 void setUpLog(CommandLine& line) {
   Options& options = line.runs<Options>(show);
-  line.option("--limit", options.limit, "N", "At most so many entries (20)").between(0, largest);
-  line.option("--offset", options.offset, "N", "Skip so many of the newest entries").between(0, largest);
+  line.option("--limit", options.limit, "N", "At most so many entries (20)").between(0, kLargest);
+  line.option("--offset", options.offset, "N", "Skip so many of the newest entries").between(0, kLargest);
   line.example("orvanta log", "The last twenty changes");
   line.example("orvanta log --limit 100 --offset 100", "The hundred before the last hundred");
 }

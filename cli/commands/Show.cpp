@@ -16,7 +16,7 @@ namespace {
 struct Options {
   std::string skill;
   bool files = false;
-  std::string file;
+  std::optional<std::string> file;
 };
 
 // A file's own escape sequences must not reach a terminal; elsewhere its text is passed on as it is.
@@ -105,7 +105,7 @@ void writeFiles(const Session& session, const std::vector<SkillFileEntry>& files
 ExitStatus run(Session& session, const Options& options) {
   SkillsEngine& engine = session.engine();
   const std::string id = skillNamed(engine, options.skill).id;
-  if (!options.file.empty()) return showFile(session, id, options.file);
+  if (options.file) return showFile(session, id, *options.file);
   const SkillSummary summary = engine.summary(id);
   const auto files = options.files ? engine.skillFiles(id) : std::vector<SkillFileEntry>{};
   if (session.json()) {

@@ -13,9 +13,9 @@ void showFirstSteps(const Session& session, const DashboardStats& stats) {
   const Terminal& out = session.out();
   out.line("");
   out.line("The library is empty. To begin with:");
-  out.line("  orvanta discover                     see the skills that agents on this machine hold");
+  out.line("  orvanta discover                     see the skills that your agents hold");
   out.line("  orvanta import --discovered --all    copy them into the library");
-  out.line("  orvanta install DIR --all            copy every skill below a folder into the library");
+  out.line("  orvanta install DIR --all            copy in every skill below a folder");
   if (stats.installedAgents == 0) {
     out.line("");
     out.line("No agent was found on this machine. 'orvanta agent list' shows those that Orvanta knows,");

@@ -54,9 +54,9 @@ std::string tableOn(bool isTerminal) {
 
 TEST(Table, FitsATerminalAndShowsEverythingElsewhere) {
   EXPECT_EQ(tableOn(true),
-            "NAME           N  TEXT\n"
-            "漢字漢字       1  a long text…\n"
-            "two lines…  1000\n");
+            "NAME            N  TEXT\n"
+            "漢字漢字        1  a long tex…\n"
+            "two lines …  1000\n");
   EXPECT_EQ(tableOn(false),
             "NAME               N  TEXT\n"
             "漢字漢字           1  a long text that does not fit\n"

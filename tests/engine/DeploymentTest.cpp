@@ -167,7 +167,7 @@ TEST_F(DeploymentTest, ASkillFollowsItsAgentToANewFolder) {
   engine().deploy({id}, {"cline"}, false, {});
   EXPECT_TRUE(isLink(third / "a") && fs::is_empty(second)) << "ours alone, so it moves";
   fs::remove(third / "a");
-  skillFolder(third / "a");
+  fs::create_directory_symlink(home / "Downloads" / "a", third / "a");
   const std::string before = folderAsText(third);
   move("fourth");
   engine().deploy(id, "cline", false);
