@@ -1,5 +1,5 @@
-// The built-in agents. Folders are relative to the user's home. Several agents share a folder on purpose: what one of them
-// holds there the others see too.
+// The built-in agents. Folders are relative to the user's home. Several agents share a folder on purpose: what one of
+// them holds there the others see too.
 
 #include <array>
 

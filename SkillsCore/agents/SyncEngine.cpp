@@ -120,7 +120,6 @@ SyncMode SyncEngine::syncSkill(const Path& source, const Path& target, SyncMode 
   return mode;
 }
 
-
 TargetChange SyncEngine::takeAwayRecorded(const Path& target, SyncMode recordedMode) {
   if (!matchesRecordedDeployment(target, recordedMode)) return {};
   return TargetChange::takeAway(target, kindPlacedBy(recordedMode));

@@ -1,11 +1,11 @@
 #pragma once
 
-// One change of what stands at a path in an agent's folder, that can be taken back until it is kept. So records and files
-// agree: the files are changed, the records are written, and only then is what stood there before given up.
+// One change of what stands at a path in an agent's folder, that can be taken back until it is kept. So records and
+// files agree: the files are changed, the records are written, and only then is what stood there before given up.
 //
 // New content is made complete under a staging name beside the target and exchanged with what stands there; what stood
-// there waits under the staging name. What a change takes the place of is looked at once more after it was moved aside: if
-// it is not what was expected, it is put back and the change is refused, so that nothing is removed by mistake.
+// there waits under the staging name. What a change takes the place of is looked at once more after it was moved aside:
+// if it is not what was expected, it is put back and the change is refused, so that nothing is removed by mistake.
 
 #include <filesystem>
 #include <functional>
@@ -35,8 +35,8 @@ class TargetChange {
   TargetChange& operator=(TargetChange&& other) noexcept;
   TargetChange(const TargetChange&) = delete;
   TargetChange& operator=(const TargetChange&) = delete;
-  // Takes the change back unless it was kept. What somebody else put at the target meanwhile stays; what stood there before
-  // the change is then left beside it under a name of its own.
+  // Takes the change back unless it was kept. What somebody else put at the target meanwhile stays; what stood there
+  // before the change is then left beside it under a name of its own.
   ~TargetChange();
 
   // Makes the change final and removes what stood there before. What cannot be removed stays under its staging name and

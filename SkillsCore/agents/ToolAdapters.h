@@ -1,7 +1,7 @@
 #pragma once
 
-// Which AI coding agents exist, where each keeps its skills, and whether it is present on this machine. A fixed table and
-// the user's changes to it; nothing is stored here, and the file system is only asked whether paths exist.
+// Which AI coding agents exist, where each keeps its skills, and whether it is present on this machine. A fixed table
+// and the user's changes to it; nothing is stored here, and the file system is only asked whether paths exist.
 
 #include <filesystem>
 #include <optional>
@@ -17,12 +17,12 @@ namespace orvanta {
 struct ToolAdapter {
   std::string key;
   std::string displayName;
-  std::string relativeSkillsDir;                   // global skills folder, relative to home
-  std::string relativeDetectDir;                   // its existence means that the agent is installed
-  std::vector<std::string> additionalScanDirs;     // searched for skills the agent already holds, never deployed into
-  std::optional<std::string> overrideSkillsDir;    // the user's folder instead; may begin with "~"
+  std::string relativeSkillsDir;                 // global skills folder, relative to home
+  std::string relativeDetectDir;                 // its existence means that the agent is installed
+  std::vector<std::string> additionalScanDirs;   // searched for skills the agent already holds, never deployed into
+  std::optional<std::string> overrideSkillsDir;  // the user's folder instead; may begin with "~"
   bool isCustom = false;
-  bool recursiveScan = false;                      // its folder is searched below the first level
+  bool recursiveScan = false;  // its folder is searched below the first level
   std::optional<std::string> projectRelativeSkillsDirOverride;
   ToolCategory category = ToolCategory::coding;
 

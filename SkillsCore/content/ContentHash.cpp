@@ -126,7 +126,8 @@ std::string ContentHash::hashDirectory(const fs::path& root) {
   const UniqueFd folder = openFolder(root);
   Fingerprint fingerprint;
   for (const auto& entry : listTree(folder.get(), root, isIgnored)) {
-    if (entry.kind == TreeEntry::Kind::file) fingerprint.addFile(folder.get(), entry.relativePath, entry.relativePath, root);
+    if (entry.kind == TreeEntry::Kind::file)
+      fingerprint.addFile(folder.get(), entry.relativePath, entry.relativePath, root);
     if (entry.kind == TreeEntry::Kind::symlink) {
       fingerprint.link(entry.relativePath, readLinkText(folder.get(), entry.relativePath, root));
     }

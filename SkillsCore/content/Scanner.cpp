@@ -28,9 +28,8 @@ class AgentFolderWalk {
   std::vector<LocalSkillDir> run() {
     if (recursive_) visited_.insert(FS::resolved(root_).string());
     walk(root_, 0);
-    std::sort(found_.begin(), found_.end(), [](const LocalSkillDir& a, const LocalSkillDir& b) {
-      return a.relativePath < b.relativePath;
-    });
+    std::sort(found_.begin(), found_.end(),
+              [](const LocalSkillDir& a, const LocalSkillDir& b) { return a.relativePath < b.relativePath; });
     return std::move(found_);
   }
 

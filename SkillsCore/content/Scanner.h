@@ -35,8 +35,8 @@ inline constexpr std::string_view kStagePrefix = ".orvanta-stage-";
 
 namespace FS {
 
-// Every skill folder at or below `root`, at most `maxDepth` levels down, also inside other skills, each real folder once.
-// Folders with a name in `skipNames` are not entered.
+// Every skill folder at or below `root`, at most `maxDepth` levels down, also inside other skills, each real folder
+// once. Folders with a name in `skipNames` are not entered.
 std::vector<std::filesystem::path> findSkillDirs(const std::filesystem::path& root, int maxDepth,
                                                  const std::set<std::string>& skipNames);
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What lies in agents' folders besides what was deployed there: listing it, and deleting it at the user's wish. Bringing it
-// into the library is the matter of Import.
+// What lies in agents' folders besides what was deployed there: listing it, and deleting it at the user's wish.
+// Bringing it into the library is the matter of Import.
 
 #include <filesystem>
 #include <string>
@@ -23,8 +23,8 @@ class AgentFolders {
 
   std::vector<DiscoveredGroup> discover(const OperationContext& context);
 
-  // Deletes what stands at the path. Throws `refused` for a path outside the agent's folder, also by way of a link, and for
-  // what a deployment record names, holds or lies in.
+  // Deletes what stands at the path. Throws `refused` for a path outside the agent's folder, also by way of a link, and
+  // for what a deployment record names, holds or lies in.
   void deleteUnmanaged(const std::filesystem::path& path, const std::string& tool);
   Plan planDelete(const std::filesystem::path& path, const std::string& tool);
 
@@ -38,9 +38,10 @@ class AgentFolders {
   AgentSettings& agents_;
 };
 
-// The standardised path, which must lie below one of the agent's folders as it is spelled and with its links resolved, and
-// not be one of them, nor be, hold or lie in the library. Throws `refused` otherwise.
-std::filesystem::path requireInside(const std::filesystem::path& path, const std::vector<std::filesystem::path>& folders,
-                                    const ToolAdapter& adapter, const Paths& library);
+// The standardised path, which must lie below one of the agent's folders as it is spelled and with its links resolved,
+// and not be one of them, nor be, hold or lie in the library. Throws `refused` otherwise.
+std::filesystem::path requireInside(const std::filesystem::path& path,
+                                    const std::vector<std::filesystem::path>& folders, const ToolAdapter& adapter,
+                                    const Paths& library);
 
 }  // namespace orvanta

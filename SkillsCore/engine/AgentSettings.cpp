@@ -25,9 +25,7 @@ void save(SkillStore& store, const char* key, const Collection& collection) {
   store.setJSONSetting(key, collection.empty() ? std::nullopt : std::optional(collection));
 }
 
-bool isKeyCharacter(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
-}
+bool isKeyCharacter(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-'; }
 
 // Settings are kept as JSON, which holds nothing but text: other bytes would come back as another name.
 void requireText(const std::string& value, const std::string& what) {
@@ -150,7 +148,8 @@ void AgentSettings::saveCustomTool(const CustomToolDefinition& definition) {
   if (tool.projectRelativeSkillsDir) requireProjectRelative(*tool.projectRelativeSkillsDir);
   library_.transaction([&] {
     auto tools = library_.store.toolOverrides().customTools;
-    const auto same = std::find_if(tools.begin(), tools.end(), [&](const auto& known) { return known.key == tool.key; });
+    const auto same =
+        std::find_if(tools.begin(), tools.end(), [&](const auto& known) { return known.key == tool.key; });
     if (same == tools.end()) {
       tools.push_back(tool);
     } else {

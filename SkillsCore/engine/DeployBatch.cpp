@@ -60,10 +60,7 @@ const Value* lookUp(const std::map<std::string, Value>& map, const std::string& 
 
 DeployBatch::DeployBatch(Library& library, const std::vector<std::string>& skillIds,
                          const std::vector<std::string>& tools, bool force)
-    : library_(library),
-      force_(force),
-      mode_(library.store.syncMode()),
-      index_(library.store.allTargets(), resolver_) {
+    : library_(library), force_(force), mode_(library.store.syncMode()), index_(library.store.allTargets(), resolver_) {
   readSkills(skillIds);
   readAgents(tools);
   if (mode_ == SyncMode::copy) hashForCopies();
@@ -93,7 +90,8 @@ void DeployBatch::readAgents(const std::vector<std::string>& tools) {
   const ToolOverrides overrides = library_.store.toolOverrides();
   const auto all = ToolAdapters::all(overrides);
   for (const auto& tool : tools) {
-    const auto adapter = std::find_if(all.begin(), all.end(), [&](const ToolAdapter& known) { return known.key == tool; });
+    const auto adapter =
+        std::find_if(all.begin(), all.end(), [&](const ToolAdapter& known) { return known.key == tool; });
     if (adapter == all.end()) {
       agentFailures_.emplace(tool, SkillsError::notFound("Agent not found: " + tool));
       continue;
@@ -103,8 +101,9 @@ void DeployBatch::readAgents(const std::vector<std::string>& tools) {
     if (const auto failure = failureOf(*adapter, overrides, library_)) agentFailures_.emplace(tool, *failure);
     // What lies in a copy goes with it.
     if (const SkillTarget* copy = index_.copyAround(index_.place((folders_.at(tool) / "skill").native()))) {
-      agentFailures_.emplace(tool, SkillsError::invalidInput(adapter->displayName + "'s skills folder lies inside the copy " +
-                                                             copy->targetPath + "; give it another with 'agent path'"));
+      agentFailures_.emplace(tool,
+                             SkillsError::invalidInput(adapter->displayName + "'s skills folder lies inside the copy " +
+                                                       copy->targetPath + "; give it another with 'agent path'"));
     }
   }
 }

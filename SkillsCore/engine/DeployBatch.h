@@ -1,7 +1,7 @@
 #pragma once
 
-// Deploying one list of pairs: what was read for it, what each pair would need, and the doing. The plan of a dry run and
-// the deed come from the same examination of each pair.
+// Deploying one list of pairs: what was read for it, what each pair would need, and the doing. The plan of a dry run
+// and the deed come from the same examination of each pair.
 
 #include <filesystem>
 #include <map>
@@ -28,7 +28,7 @@ class DeployBatch {
     const SkillRecord* skill = nullptr;
     const ToolAdapter* adapter = nullptr;
     const SkillTarget* record = nullptr;  // the deployment as it is recorded so far
-    std::filesystem::path target;  // empty when `failure` is set
+    std::filesystem::path target;         // empty when `failure` is set
     std::string place;
     std::optional<SkillsError> failure;
     SyncMode mode = SyncMode::symlink;
@@ -47,8 +47,8 @@ class DeployBatch {
 
   // What each pair would need, changing nothing.
   Plan plan();
-  // Changes the agents' folders; every pair that was reached ends with `done` or a `failure`. The changes are taken back
-  // when the batch goes, unless `keep` was called.
+  // Changes the agents' folders; every pair that was reached ends with `done` or a `failure`. The changes are taken
+  // back when the batch goes, unless `keep` was called.
   void place(const OperationContext& context);
   void keep();
 
@@ -75,7 +75,8 @@ class DeployBatch {
   Need examine(const Pair& pair);
   Need needBesideOther(const Pair& pair, const SkillTarget& other);
   [[nodiscard]] bool isInPlace(const Pair& pair) const;
-  // Of pairs that are done, or could be, those whose agent's folder has moved since, and whose old placement is nobody's.
+  // Of pairs that are done, or could be, those whose agent's folder has moved since, and whose old placement is
+  // nobody's.
   std::vector<Pair*> leavingOldFolders(const std::vector<Pair*>& placed);
   [[nodiscard]] bool isRecordedAtTarget(const Pair& pair) const;
   [[nodiscard]] std::optional<std::string> hashOf(const Pair& pair) const;

@@ -1,7 +1,8 @@
 #pragma once
 
-// The deployment records as an operation over many of them needs them: by skill and agent, and by the place on the disk.
-// Agents can share one folder, also by way of links, so places are told apart with the links of their folders resolved.
+// The deployment records as an operation over many of them needs them: by skill and agent, and by the place on the
+// disk. Agents can share one folder, also by way of links, so places are told apart with the links of their folders
+// resolved.
 
 #include <cstddef>
 #include <string>
@@ -31,7 +32,6 @@ class DeploymentIndex {
 
   // Its files no longer stand at their place. `target` is one of the records of this index.
   void remove(const SkillTarget& target);
-
 
  private:
   static std::string pairKey(const std::string& skillId, const std::string& tool) { return skillId + '\n' + tool; }

@@ -22,8 +22,8 @@ FolderRemoval::FolderRemoval(const fs::path& skillsFolder, const SkillRecord& sk
     : folder_(standardized(skill.centralPath)) {
   requireRemovable(skillsFolder, skill);
   if (!FS::exists(folder_)) return;
-  const fs::path aside = skillsFolder / (std::string(kRemovingPrefix) + folder_.filename().string() + "-" +
-                                         newUuid().substr(0, 6));
+  const fs::path aside =
+      skillsFolder / (std::string(kRemovingPrefix) + folder_.filename().string() + "-" + newUuid().substr(0, 6));
   FS::renameExclusive(folder_, aside);
   aside_ = aside;
 }

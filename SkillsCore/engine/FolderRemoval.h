@@ -1,7 +1,8 @@
 #pragma once
 
-// Removing a skill's folder from the library so that it comes back if the record cannot be deleted: it waits under another
-// name until the removal is kept. After a kill in between, the next opening of the library decides by the record.
+// Removing a skill's folder from the library so that it comes back if the record cannot be deleted: it waits under
+// another name until the removal is kept. After a kill in between, the next opening of the library decides by the
+// record.
 
 #include <filesystem>
 

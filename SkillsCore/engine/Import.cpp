@@ -32,9 +32,9 @@ void refuseRepository(const fs::path& folder) {
     return fs::path(entry.relativePath).filename() == ".git";
   });
   if (repository == entries.end()) return;
-  throw SkillsError::refused("Refusing to replace \"" + folder.string() + "\": it holds a Git repository (" +
-                             repository->relativePath +
-                             ") that the library would not keep. Import it without adopting, or move the repository away.");
+  throw SkillsError::refused(
+      "Refusing to replace \"" + folder.string() + "\": it holds a Git repository (" + repository->relativePath +
+      ") that the library would not keep. Import it without adopting, or move the repository away.");
 }
 
 bool sameBytes(const fs::path& a, const fs::path& b) {
@@ -67,7 +67,8 @@ void refuseLoss(const fs::path& original, const fs::path& kept) {
 // The originals of one skill replaced, until the deployments are recorded.
 class Import::Adoption {
  public:
-  Adoption(SkillRecord skill, std::string contentHash) : skill_(std::move(skill)), contentHash_(std::move(contentHash)) {}
+  Adoption(SkillRecord skill, std::string contentHash)
+      : skill_(std::move(skill)), contentHash_(std::move(contentHash)) {}
 
   // Throws with the original as it was.
   void replace(const Original& original, const std::optional<SkillTarget>& deployed, SyncMode mode) {
@@ -106,7 +107,8 @@ class Import::Adoption {
 
  private:
   [[nodiscard]] bool isPlacedFor(const std::string& tool) const {
-    return std::any_of(targets_.begin(), targets_.end(), [&](const SkillTarget& target) { return target.tool == tool; });
+    return std::any_of(targets_.begin(), targets_.end(),
+                       [&](const SkillTarget& target) { return target.tool == tool; });
   }
 
   const SkillRecord skill_;
@@ -181,8 +183,8 @@ InstallReport Import::importDiscovered(const std::vector<DiscoveredGroup>& group
   return report;
 }
 
-// First the skills are in the library and recorded, then their originals are replaced: a process that is killed in between
-// leaves the originals, and one that is killed later leaves a library that has them.
+// First the skills are in the library and recorded, then their originals are replaced: a process that is killed in
+// between leaves the originals, and one that is killed later leaves a library that has them.
 Import::Outcome Import::run(const std::vector<Job>& jobs, const std::string& action, const OperationContext& context) {
   Outcome outcome;
   std::vector<InstallRequest> requests;
@@ -196,7 +198,8 @@ Import::Outcome Import::run(const std::vector<Job>& jobs, const std::string& act
     try {
       const auto& item = prepared.items[i];
       if (item.failure) throw SkillsError(*item.failure);
-      arrived.push_back({.job = &jobs[i], .installed = Installer::settle(*item.skill, destinations[i]), .isNew = false});
+      arrived.push_back(
+          {.job = &jobs[i], .installed = Installer::settle(*item.skill, destinations[i]), .isNew = false});
     } catch (const SkillsError& error) {
       outcome.fail(jobs[i].name, error);
     }
@@ -224,8 +227,8 @@ std::vector<SkillRecord> Import::record(std::vector<Arrived>& arrived, const std
   return records;
 }
 
-// A skill whose originals cannot be replaced stays imported when it is one of many; alone it goes again, if it is new, so
-// that what throws has changed nothing.
+// A skill whose originals cannot be replaced stays imported when it is one of many; alone it goes again, if it is new,
+// so that what throws has changed nothing.
 void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
   std::vector<std::unique_ptr<Adoption>> adoptions;
   for (std::size_t i = 0; i < arrived.size(); ++i) {

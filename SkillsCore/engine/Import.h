@@ -1,7 +1,7 @@
 #pragma once
 
-// Bringing skills from agents' folders into the library, and adopting them: putting a managed deployment in the place of
-// the original. What an adoption would lose is refused, and the original goes only when all records are written.
+// Bringing skills from agents' folders into the library, and adopting them: putting a managed deployment in the place
+// of the original. What an adoption would lose is refused, and the original goes only when all records are written.
 
 #include <filesystem>
 #include <functional>

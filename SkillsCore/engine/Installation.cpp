@@ -61,7 +61,8 @@ PreparedInstall Installation::prepare(const Paths& paths, std::vector<InstallReq
     auto& item = prepared.items[i];
     try {
       requireInstallable(paths, item.request.folder);
-      item.skill = Installer::prepare(item.request.folder, item.request.name, paths.skills(), prepared.staging->slot(i));
+      item.skill =
+          Installer::prepare(item.request.folder, item.request.name, paths.skills(), prepared.staging->slot(i));
     } catch (const SkillsError& error) {
       item.failure = error;
     }

@@ -47,14 +47,15 @@ class Installation {
   static std::vector<InstallRequest> localRequests(const std::vector<std::filesystem::path>& folders,
                                                    const std::optional<std::string>& name = std::nullopt);
 
-  // Needs no turn: touches only the staging folder. What is no folder, or lies in the library, is a failure of its item.
+  // Needs no turn: touches only the staging folder. What is no folder, or lies in the library, is a failure of its
+  // item.
   static PreparedInstall prepare(const Paths& paths, std::vector<InstallRequest> requests,
                                  const OperationContext& context);
-  // The places that the prepared skills get, by item, looked for under the library's lock; they are noted in the staging
-  // folder, so that a later start can take back what a killed process left there.
+  // The places that the prepared skills get, by item, looked for under the library's lock; they are noted in the
+  // staging folder, so that a later start can take back what a killed process left there.
   static std::vector<Installer::Destination> assignPlaces(const Paths& paths, const PreparedInstall& prepared);
-  // Gives the prepared skills their places and records. Failures of single skills are reported; if the records cannot be
-  // written the folders are taken out again and the error is thrown.
+  // Gives the prepared skills their places and records. Failures of single skills are reported; if the records cannot
+  // be written the folders are taken out again and the error is thrown.
   InstallReport settle(const PreparedInstall& prepared);
 
   // The same checks and names as `prepare`, with nothing copied.

@@ -38,8 +38,8 @@ void healRemoved(Library& library, const fs::path& leftover) {
   FS::renameExclusive(leftover, original);
 }
 
-// Skills that had taken their places when the process was killed before it wrote their records are taken back: they stay
-// where they were installed from, and a folder without a record is nobody's.
+// Skills that had taken their places when the process was killed before it wrote their records are taken back: they
+// stay where they were installed from, and a folder without a record is nobody's.
 void healInstalling(Library& library, const fs::path& leftover) {
   for (const auto& announced : StagingFolder::announced(leftover)) {
     const fs::path folder = library.paths.skills() / announced.name;
@@ -60,7 +60,8 @@ void heal(Library& library, const fs::path& leftover) {
 
 bool isSetAside(std::string_view name) {
   constexpr std::array kPrefixes{StagingFolder::kPrefix, kReplacingPrefix, kRemovingPrefix};
-  return std::any_of(kPrefixes.begin(), kPrefixes.end(), [&](std::string_view prefix) { return name.starts_with(prefix); });
+  return std::any_of(kPrefixes.begin(), kPrefixes.end(),
+                     [&](std::string_view prefix) { return name.starts_with(prefix); });
 }
 
 void healLibrary(Library& library) {

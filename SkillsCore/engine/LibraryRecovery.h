@@ -1,7 +1,7 @@
 #pragma once
 
-// Puts right what a killed process left in the library: half-made installations go, folders set aside during a swap or a
-// removal come back where nothing took their place.
+// Puts right what a killed process left in the library: half-made installations go, folders set aside during a swap or
+// a removal come back where nothing took their place.
 
 #include "engine/Library.h"
 

@@ -16,8 +16,8 @@ class Presets {
   // The preset that was applied last and is still in force.
   std::optional<Preset> activePreset();
 
-  // Notes in the active preset, when it has the skill, that the agent is wanted or not. Writes nothing otherwise, or when
-  // that is noted already. `active` is what `activePreset` gave, read once for many pairs.
+  // Notes in the active preset, when it has the skill, that the agent is wanted or not. Writes nothing otherwise, or
+  // when that is noted already. `active` is what `activePreset` gave, read once for many pairs.
   void setActivePresetToggle(const std::optional<Preset>& active, const std::string& skillId, const std::string& tool,
                              bool enabled);
 

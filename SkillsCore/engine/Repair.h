@@ -1,7 +1,7 @@
 #pragma once
 
-// Makes the disk agree with the deployment records again: broken links are made anew, stale copies refreshed. What cannot
-// be repaired is recorded with status "error"; the deployments of disabled skills are left alone.
+// Makes the disk agree with the deployment records again: broken links are made anew, stale copies refreshed. What
+// cannot be repaired is recorded with status "error"; the deployments of disabled skills are left alone.
 
 #include <map>
 #include <optional>

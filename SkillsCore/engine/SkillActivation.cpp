@@ -90,7 +90,8 @@ ActivationReport SkillActivation::enable(const std::vector<SkillRecord>& skills,
   return report;
 }
 
-// The places were left to their owner when the skill was disabled, so nothing there is replaced but what is right already.
+// The places were left to their owner when the skill was disabled, so nothing there is replaced but what is right
+// already.
 SkillActivation::Restored SkillActivation::restore(const SkillRecord& skill, std::vector<SkillTarget> targets) {
   if (!FS::resolvesToDirectory(skill.centralPath)) {
     throw SkillsError::notFound("Library directory missing for '" + skill.name + "'");
@@ -102,8 +103,8 @@ SkillActivation::Restored SkillActivation::restore(const SkillRecord& skill, std
   Restored restored;
   for (auto& target : targets) {
     if (filled.insert(places.place(target.targetPath)).second) {
-      restored.changes.push_back(SyncEngine::place(skill.centralPath, target.targetPath, target.mode,
-                                                   ReplacePolicy::noClobber(), resolver));
+      restored.changes.push_back(
+          SyncEngine::place(skill.centralPath, target.targetPath, target.mode, ReplacePolicy::noClobber(), resolver));
     }
     if (target.mode == SyncMode::copy) {
       if (!hash) hash = ContentHash::hashDirectory(skill.centralPath);

@@ -1,7 +1,7 @@
 #pragma once
 
-// Taking skills out of use and back. Disabling takes a skill's files out of all agents' folders and keeps the records with
-// status "disabled"; enabling places them again.
+// Taking skills out of use and back. Disabling takes a skill's files out of all agents' folders and keeps the records
+// with status "disabled"; enabling places them again.
 
 #include <string>
 #include <vector>

@@ -133,12 +133,12 @@ SkillRecord Skills::storeInstalled(const InstalledDirectory& installed, const Ar
     existing->updatedAt = nowMillis();
     store.updateSkill(*existing);
   }
-  store.logAudit({.action = arrival.action,
-                  .skillId = existing->id,
-                  .skillName = existing->name,
-                  .tool = arrival.tool,
-                  .detail = installed.reused ? std::optional<std::string>("already in the library")
-                                             : arrival.source.ref});
+  store.logAudit(
+      {.action = arrival.action,
+       .skillId = existing->id,
+       .skillName = existing->name,
+       .tool = arrival.tool,
+       .detail = installed.reused ? std::optional<std::string>("already in the library") : arrival.source.ref});
   return *std::move(existing);
 }
 

@@ -98,11 +98,14 @@ struct SkillsEngine::State {
 };
 
 // A turn that changes the library: no other process changes it meanwhile. The operations of this process that change
-// something queue apart from those that read, so that nobody reads late because another process keeps the library's lock.
+// something queue apart from those that read, so that nobody reads late because another process keeps the library's
+// lock.
 class ORVANTA_SCOPED_CAPABILITY SkillsEngine::State::ChangeTurn {
  public:
   explicit ChangeTurn(State& state) ORVANTA_ACQUIRE(state.mutex) ORVANTA_UNCHECKED
-      : queue_(state.changers), lock_(LibraryLock::acquire(state.paths.lock(), kLockPatience)), turn_(state.mutex) {}
+      : queue_(state.changers),
+        lock_(LibraryLock::acquire(state.paths.lock(), kLockPatience)),
+        turn_(state.mutex) {}
   ~ChangeTurn() ORVANTA_RELEASE() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
   ChangeTurn(const ChangeTurn&) = delete;
   ChangeTurn& operator=(const ChangeTurn&) = delete;
@@ -331,8 +334,8 @@ void SkillsEngine::deleteTag(const std::string& tag) {
 }
 
 // ── Installation ──
-// Copies are made ready before the turn: they touch only a staging folder, which no other operation looks into. What the
-// library holds is looked at again when they are given their places.
+// Copies are made ready before the turn: they touch only a staging folder, which no other operation looks into. What
+// the library holds is looked at again when they are given their places.
 
 SkillSummary SkillsEngine::installLocal(const fs::path& folder, const std::optional<std::string>& name) {
   const auto prepared = Installation::prepare(state_->paths, Installation::localRequests({folder}, name), {});

@@ -7,11 +7,10 @@
 // Contents
 //   Library and settings   figures, settings, sync mode               engine/Library, engine/Dashboard
 //   Agents                 the table of agents and the user's changes  engine/AgentSettings
-//   Skills                 records, files, tags, enabling, removal     engine/Skills, SkillActivation, SkillRemoval, Tags
-//   Installation           folders and archives into the library       engine/Installation
-//   Deployment             links and copies in agents' folders         engine/Deployment, engine/Repair
-//   Agents' folders        what lies there; import, adopt, delete      engine/AgentFolders, engine/Import
-//   Audit                  the log and its export                      engine/AuditLog
+//   Skills                 records, files, tags, enabling, removal     engine/Skills, SkillActivation, SkillRemoval,
+//   Tags Installation           folders and archives into the library       engine/Installation Deployment links and
+//   copies in agents' folders         engine/Deployment, engine/Repair Agents' folders        what lies there; import,
+//   adopt, delete      engine/AgentFolders, engine/Import Audit                  the log and its export engine/AuditLog
 //
 // Every operation may throw `SkillsError`: `database` when the records cannot be read or written, `io` when the system
 // refuses. An operation that throws has changed nothing, unless it says otherwise. Unknown ids and keys are `notFound`.
@@ -81,7 +80,8 @@ class SkillsEngine {
   std::map<std::string, std::vector<std::string>> deployedToolsBySkill();
   std::map<std::string, std::vector<std::string>> tagsBySkill();
   std::vector<SkillFileEntry> skillFiles(const std::string& id);
-  // The text of one file; nothing when it is not UTF-8 text. `invalidInput` for a path that leaves the skill's folder by
+  // The text of one file; nothing when it is not UTF-8 text. `invalidInput` for a path that leaves the skill's folder
+  // by
   // ".." or through a link, `notFound` for one that is not there.
   std::optional<std::string> skillFileText(const std::string& id, const std::string& relativePath);
   SkillSummary updateSkillInfo(const std::string& id, const std::string& name,
@@ -131,8 +131,8 @@ class SkillsEngine {
   // Pairs without a deployment are passed over.
   PlacementReport undeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
                            const OperationContext& context);
-  // Makes the set of agents that hold the skill exactly `tools`. When some cannot get it, the others have it, nothing is
-  // taken out, and the failures are thrown as one `refused`.
+  // Makes the set of agents that hold the skill exactly `tools`. When some cannot get it, the others have it, nothing
+  // is taken out, and the failures are thrown as one `refused`.
   void setDeployedTools(const std::string& skillId, const std::set<std::string>& tools);
   Plan planDeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools, bool force);
   Plan planUndeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools);

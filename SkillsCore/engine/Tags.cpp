@@ -40,9 +40,8 @@ void Tags::add(const SkillRecord& skill, const std::vector<std::string>& tags) {
 void Tags::remove(const SkillRecord& skill, const std::vector<std::string>& tags) {
   const auto unwanted = normalised(tags);
   auto kept = library_.store.tags(skill.id);
-  std::erase_if(kept, [&](const auto& tag) {
-    return std::find(unwanted.begin(), unwanted.end(), tag) != unwanted.end();
-  });
+  std::erase_if(kept,
+                [&](const auto& tag) { return std::find(unwanted.begin(), unwanted.end(), tag) != unwanted.end(); });
   set(skill, kept);
 }
 

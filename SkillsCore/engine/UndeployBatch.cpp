@@ -81,11 +81,12 @@ UndeployBatch::Fate UndeployBatch::fateOf(const Pair& pair) {
   const SkillTarget& record = pair.record;
   // A disabled skill's files were taken out when it was disabled. A link to the library is ours all the same: a process
   // that was killed while it enabled the skill leaves one.
-  const bool isOurs = record.status != kTargetDisabled || SyncEngine::symlinkPointsTo(record.targetPath, pair.centralPath);
+  const bool isOurs =
+      record.status != kTargetDisabled || SyncEngine::symlinkPointsTo(record.targetPath, pair.centralPath);
   if (!isOurs || !FS::exists(record.targetPath)) return Fate::absent;
   if (index_.otherAt(index_.place(record.targetPath), record.skillId, record.tool) != nullptr) return Fate::kept;
-  const bool matches = record.status == kTargetDisabled ||
-                       SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode);
+  const bool matches =
+      record.status == kTargetDisabled || SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode);
   return matches ? Fate::clear : Fate::preserved;
 }
 

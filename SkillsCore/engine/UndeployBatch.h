@@ -1,6 +1,7 @@
 #pragma once
 
-// Taking one list of recorded deployments out of the agents' folders: which files go, which stay and why, and the doing.
+// Taking one list of recorded deployments out of the agents' folders: which files go, which stay and why, and the
+// doing.
 
 #include <optional>
 #include <string>

@@ -1,6 +1,5 @@
 // Taking skills out of agents' folders, and making the set of agents that hold a skill exact.
 
-
 #include <algorithm>
 #include <iterator>
 #include <map>

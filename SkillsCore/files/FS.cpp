@@ -12,11 +12,11 @@
 #include <system_error>
 
 #include "files/Paths.h"
-#include "platform/UniqueFd.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Uuid.h"
 #include "platform/AtomicRename.h"
 #include "platform/FileTimes.h"
+#include "platform/UniqueFd.h"
 
 namespace orvanta::FS {
 

@@ -17,8 +17,8 @@ enum class Kind { absent, symlink, directory, file };
 // What stands at the path itself. Unreadable counts as absent; anything that is neither link nor folder is a `file`.
 Kind kind(const std::filesystem::path& path);
 
-// Tells one object from another that takes its place. Inode numbers are given out again at once, so the kind and the time
-// of the last change count too; a rename changes none of them. All zero when nothing stands at the path.
+// Tells one object from another that takes its place. Inode numbers are given out again at once, so the kind and the
+// time of the last change count too; a rename changes none of them. All zero when nothing stands at the path.
 struct Identity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;

@@ -26,8 +26,8 @@ class FileReader {
   [[nodiscard]] const struct stat& status() const { return status_; }
   [[nodiscard]] std::int64_t size() const { return status_.st_size; }
 
-  // The next block, empty after `size()` bytes; it stays valid until the next call on this thread. A file that turns out
-  // shorter than it said throws `io`: whoever reads it would take half a file for the whole.
+  // The next block, empty after `size()` bytes; it stays valid until the next call on this thread. A file that turns
+  // out shorter than it said throws `io`: whoever reads it would take half a file for the whole.
   std::string_view next();
 
  private:

@@ -1,6 +1,7 @@
 #include "files/Paths.h"
 
 #include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 #include "files/FS.h"

@@ -41,8 +41,8 @@ class Paths {
     return user.config / "orvanta" / "repo-config.json";
   }
 
-  // Saves the user's choice, or clears it when there is none; other keys of the file are kept. Throws `io` with the file
-  // unchanged.
+  // Saves the user's choice, or clears it when there is none; other keys of the file are kept. Throws `io` with the
+  // file unchanged.
   static void writeRepoPath(const UserFolders& user, const std::optional<std::filesystem::path>& base);
 
   [[nodiscard]] const std::filesystem::path& base() const { return base_; }

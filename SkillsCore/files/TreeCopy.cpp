@@ -10,10 +10,10 @@
 #include "files/FS.h"
 #include "files/FileReader.h"
 #include "files/Paths.h"
-#include "platform/UniqueFd.h"
 #include "foundations/SkillsError.h"
 #include "platform/CloneFile.h"
 #include "platform/FileTimes.h"
+#include "platform/UniqueFd.h"
 
 namespace orvanta {
 

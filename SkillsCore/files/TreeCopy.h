@@ -1,7 +1,7 @@
 #pragma once
 
-// Copies whole folder trees with permission bits and modification times, by the file system's copy-on-write where it has
-// it. Links are copied as links; fifos, sockets and devices are left out, set-user-id and the like are dropped.
+// Copies whole folder trees with permission bits and modification times, by the file system's copy-on-write where it
+// has it. Links are copied as links; fifos, sockets and devices are left out, set-user-id and the like are dropped.
 
 #include <cstdint>
 #include <filesystem>
@@ -29,8 +29,8 @@ class CopyObserver {
 namespace FS {
 
 // Copies the tree `from` to `to`, which must not exist yet; its parents are made. ".git" is left out at every level.
-// Throws `invalidInput` "Source and destination overlap" before anything is made, `io` otherwise; what was copied by then
-// stays, and the caller removes it.
+// Throws `invalidInput` "Source and destination overlap" before anything is made, `io` otherwise; what was copied by
+// then stays, and the caller removes it.
 void copyTree(const std::filesystem::path& from, const std::filesystem::path& to);
 
 // The same for a skill on its way into or out of the library: ".DS_Store" is left out as well, and the root is always

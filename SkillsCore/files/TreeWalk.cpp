@@ -9,8 +9,8 @@
 #include <memory>
 #include <optional>
 
-#include "platform/UniqueFd.h"
 #include "foundations/SkillsError.h"
+#include "platform/UniqueFd.h"
 
 namespace orvanta {
 

@@ -1,10 +1,10 @@
 #include "foundations/Clock.h"
 
-#include <fmt/format.h>
-
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+
+#include <fmt/format.h>
 
 namespace orvanta {
 

@@ -47,7 +47,8 @@ constexpr Names<UpdateStatus, 8> kUpdateStatuses{{{UpdateStatus::unknown, "unkno
 
 constexpr Names<SyncMode, 2> kSyncModes{{{SyncMode::symlink, "symlink"}, {SyncMode::copy, "copy"}}};
 
-constexpr Names<ToolCategory, 2> kToolCategories{{{ToolCategory::coding, "coding"}, {ToolCategory::lobster, "lobster"}}};
+constexpr Names<ToolCategory, 2> kToolCategories{
+    {{ToolCategory::coding, "coding"}, {ToolCategory::lobster, "lobster"}}};
 
 constexpr Names<WorkspaceType, 2> kWorkspaceTypes{
     {{WorkspaceType::project, "project"}, {WorkspaceType::linked, "linked"}}};

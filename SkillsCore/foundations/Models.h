@@ -52,7 +52,7 @@ struct SkillRecord {
   std::string name;
   std::optional<std::string> description;
   SourceType sourceType = SourceType::local;
-  std::optional<std::string> sourceRef;          // a local path, repository address, directory id or site, by source type
+  std::optional<std::string> sourceRef;  // a local path, repository address, directory id or site, by source type
   std::optional<std::string> sourceRefResolved;  // for example the clone address actually used
   std::optional<std::string> sourceSubpath;
   std::optional<std::string> sourceBranch;

@@ -113,8 +113,7 @@ void to_json(Json& json, const ApplyReport& report) {
 }
 
 void to_json(Json& json, const AuditEntry& entry) {
-  json = Json{
-      {"id", entry.id}, {"timestamp", entry.timestamp}, {"action", entry.action}, {"success", entry.success}};
+  json = Json{{"id", entry.id}, {"timestamp", entry.timestamp}, {"action", entry.action}, {"success", entry.success}};
   putOptional(json, "skillId", entry.skillId);
   putOptional(json, "skillName", entry.skillName);
   putOptional(json, "tool", entry.tool);

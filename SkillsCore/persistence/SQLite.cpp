@@ -104,13 +104,14 @@ SQLiteConnection::SQLiteConnection(const std::string& path) {
   useWriteAheadLog();
 }
 
-// SQLite does not wait for other processes before it changes the journal, so waiting is done here: several may open a new
-// library at once.
+// SQLite does not wait for other processes before it changes the journal, so waiting is done here: several may open a
+// new library at once.
 void SQLiteConnection::useWriteAheadLog() {
   const std::string sql = "PRAGMA journal_mode = WAL;";
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyMillis);
   while (sqlite3_exec(db_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
-    if (sqlite3_errcode(db_.get()) != SQLITE_BUSY || std::chrono::steady_clock::now() >= deadline) fail(kExecuting, sql);
+    if (sqlite3_errcode(db_.get()) != SQLITE_BUSY || std::chrono::steady_clock::now() >= deadline)
+      fail(kExecuting, sql);
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
 }
@@ -193,8 +194,8 @@ void SQLiteConnection::fail(std::string_view phrase, std::string_view sql) const
   throw SkillsError::database(message);
 }
 
-// On a full disk and the like SQLite rolls the whole transaction back by itself. If that error was swallowed, as the audit
-// log's are, the statements after it must not go on one by one.
+// On a full disk and the like SQLite rolls the whole transaction back by itself. If that error was swallowed, as the
+// audit log's are, the statements after it must not go on one by one.
 void SQLiteConnection::requireTransaction(std::string_view phrase, std::string_view sql) const {
   if (!inTransaction_ || sqlite3_get_autocommit(db_.get()) == 0) return;
   throw SkillsError::database("the transaction was rolled back, the disk may be full" + std::string(phrase) +

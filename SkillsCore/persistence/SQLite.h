@@ -1,9 +1,8 @@
 #pragma once
 
 // One SQLite database: statements with positional parameters, rows mapped to values, transactions, schema helpers.
-// Every failure is a `SkillsError` of kind `database` with SQLite's text and the statement; the connection stays usable.
-
-#include <sqlite3.h>
+// Every failure is a `SkillsError` of kind `database` with SQLite's text and the statement; the connection stays
+// usable.
 
 #include <cstdint>
 #include <filesystem>
@@ -17,6 +16,8 @@
 #include <variant>
 #include <vector>
 
+#include <sqlite3.h>
+
 namespace orvanta {
 
 // A parameter: integer, real, text or null.
@@ -24,13 +25,13 @@ class SQLValue {
  public:
   using Payload = std::variant<std::int64_t, double, std::string, std::nullptr_t>;
 
-  SQLValue(std::int64_t value) : payload_(value) {}                                     // NOLINT(*-explicit-*)
-  SQLValue(double value) : payload_(value) {}                                           // NOLINT(*-explicit-*)
-  SQLValue(bool value) : payload_(std::int64_t{value}) {}                               // NOLINT(*-explicit-*)
-  SQLValue(std::string value) : payload_(std::move(value)) {}                           // NOLINT(*-explicit-*)
-  SQLValue(std::string_view value) : payload_(std::string(value)) {}                    // NOLINT(*-explicit-*)
-  SQLValue(const char* value) : payload_(std::string(value)) {}                         // NOLINT(*-explicit-*)
-  SQLValue(std::nullptr_t) : payload_(nullptr) {}                                       // NOLINT(*-explicit-*)
+  SQLValue(std::int64_t value) : payload_(value) {}                   // NOLINT(*-explicit-*)
+  SQLValue(double value) : payload_(value) {}                         // NOLINT(*-explicit-*)
+  SQLValue(bool value) : payload_(std::int64_t{value}) {}             // NOLINT(*-explicit-*)
+  SQLValue(std::string value) : payload_(std::move(value)) {}         // NOLINT(*-explicit-*)
+  SQLValue(std::string_view value) : payload_(std::string(value)) {}  // NOLINT(*-explicit-*)
+  SQLValue(const char* value) : payload_(std::string(value)) {}       // NOLINT(*-explicit-*)
+  SQLValue(std::nullptr_t) : payload_(nullptr) {}                     // NOLINT(*-explicit-*)
   template <typename T>
   SQLValue(const std::optional<T>& value) : SQLValue(value ? SQLValue(*value) : SQLValue(nullptr)) {}  // NOLINT
 

@@ -178,8 +178,9 @@ void addWorkspaces(SQLiteConnection& connection) {
 }
 
 void dropRetiredSetting(SQLiteConnection& connection) {
-  const bool hasSettings = connection.scalarInt(
-      "SELECT EXISTS(SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'settings')") == 1;
+  const bool hasSettings =
+      connection.scalarInt("SELECT EXISTS(SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'settings')") ==
+      1;
   if (hasSettings) connection.execute("DELETE FROM settings WHERE key = 'project_default_export_agents'");
 }
 

@@ -17,8 +17,7 @@ const std::string kSkillColumns =
     "update_status, last_checked_at, last_check_error";
 const std::string kSelectSkills = "SELECT " + kSkillColumns + " FROM skills";
 
-const std::string kTargetColumns =
-    "id, skill_id, tool, target_path, mode, status, synced_at, last_error, source_hash";
+const std::string kTargetColumns = "id, skill_id, tool, target_path, mode, status, synced_at, last_error, source_hash";
 // Restricts to the skills whose ids the parameter lists as a JSON array.
 const std::string kAmongSkills = " WHERE skill_id IN (SELECT value FROM json_each(?))";
 
@@ -61,7 +60,8 @@ SkillTarget readTarget(const SQLRow& row) {
 std::map<std::string, std::vector<std::string>> grouped(SQLiteConnection& connection, const std::string& sql,
                                                         const SQLiteConnection::Params& params = {}) {
   std::map<std::string, std::vector<std::string>> groups;
-  connection.forEach(sql, params, [&](const SQLRow& row) { groups[std::string(row.text(0))].emplace_back(row.text(1)); });
+  connection.forEach(sql, params,
+                     [&](const SQLRow& row) { groups[std::string(row.text(0))].emplace_back(row.text(1)); });
   return groups;
 }
 
@@ -111,10 +111,10 @@ std::optional<SkillRecord> SkillStore::skillFromSource(SourceType sourceType, co
 void SkillStore::insertSkill(const SkillRecord& r) {
   static const std::string sql =
       "INSERT INTO skills (" + kSkillColumns + ")\nVALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
-  connection_.run(sql, {r.id, r.name, r.description, rawValue(r.sourceType), r.sourceRef, r.sourceRefResolved,
-                        r.sourceSubpath, r.sourceBranch, r.sourceRevision, r.remoteRevision, r.centralPath,
-                        r.contentHash, r.enabled, r.createdAt, r.updatedAt, r.status, rawValue(r.updateStatus),
-                        r.lastCheckedAt, r.lastCheckError});
+  connection_.run(
+      sql, {r.id, r.name, r.description, rawValue(r.sourceType), r.sourceRef, r.sourceRefResolved, r.sourceSubpath,
+            r.sourceBranch, r.sourceRevision, r.remoteRevision, r.centralPath, r.contentHash, r.enabled, r.createdAt,
+            r.updatedAt, r.status, rawValue(r.updateStatus), r.lastCheckedAt, r.lastCheckError});
 }
 
 void SkillStore::updateSkill(const SkillRecord& r) {
@@ -123,9 +123,9 @@ void SkillStore::updateSkill(const SkillRecord& r) {
       "source_subpath = ?,\n    source_branch = ?, source_revision = ?, remote_revision = ?, central_path = ?, "
       "content_hash = ?, enabled = ?, updated_at = ?,\n    status = ?, update_status = ?, last_checked_at = ?, "
       "last_check_error = ?\nWHERE id = ?",
-      {r.name, r.description, rawValue(r.sourceType), r.sourceRef, r.sourceRefResolved, r.sourceSubpath,
-       r.sourceBranch, r.sourceRevision, r.remoteRevision, r.centralPath, r.contentHash, r.enabled, r.updatedAt,
-       r.status, rawValue(r.updateStatus), r.lastCheckedAt, r.lastCheckError, r.id});
+      {r.name, r.description, rawValue(r.sourceType), r.sourceRef, r.sourceRefResolved, r.sourceSubpath, r.sourceBranch,
+       r.sourceRevision, r.remoteRevision, r.centralPath, r.contentHash, r.enabled, r.updatedAt, r.status,
+       rawValue(r.updateStatus), r.lastCheckedAt, r.lastCheckError, r.id});
 }
 
 void SkillStore::deleteSkill(const std::string& id) { connection_.run("DELETE FROM skills WHERE id = ?", {id}); }
@@ -180,8 +180,8 @@ void SkillStore::upsertTarget(const SkillTarget& t) {
       "ON CONFLICT(skill_id, tool) DO UPDATE SET target_path = excluded.target_path, mode = excluded.mode, "
       "status = excluded.status,\n    synced_at = excluded.synced_at, last_error = excluded.last_error, "
       "source_hash = excluded.source_hash";
-  connection_.run(sql, {t.id, t.skillId, t.tool, t.targetPath, rawValue(t.mode), t.status, t.syncedAt, t.lastError,
-                        t.sourceHash});
+  connection_.run(
+      sql, {t.id, t.skillId, t.tool, t.targetPath, rawValue(t.mode), t.status, t.syncedAt, t.lastError, t.sourceHash});
 }
 
 void SkillStore::deleteTarget(const std::string& skillId, const std::string& tool) {
@@ -194,9 +194,8 @@ void SkillStore::deleteTargets(const std::string& skillId) {
 
 std::map<std::string, std::int64_t> SkillStore::targetCounts() {
   std::map<std::string, std::int64_t> counts;
-  connection_.forEach("SELECT tool, COUNT(*) FROM skill_targets GROUP BY tool", {}, [&](const SQLRow& row) {
-    counts[std::string(row.text(0))] = row.int64(1).value_or(0);
-  });
+  connection_.forEach("SELECT tool, COUNT(*) FROM skill_targets GROUP BY tool", {},
+                      [&](const SQLRow& row) { counts[std::string(row.text(0))] = row.int64(1).value_or(0); });
   return counts;
 }
 
@@ -244,8 +243,6 @@ void SkillStore::renameTag(const std::string& from, const std::string& to) {
   });
 }
 
-void SkillStore::deleteTag(const std::string& tag) {
-  connection_.run("DELETE FROM skill_tags WHERE tag = ?", {tag});
-}
+void SkillStore::deleteTag(const std::string& tag) { connection_.run("DELETE FROM skill_tags WHERE tag = ?", {tag}); }
 
 }  // namespace orvanta

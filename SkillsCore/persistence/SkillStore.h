@@ -145,7 +145,6 @@ class SkillStore {
   void cache(const std::string& key, const std::string& data);
   void clearCache();
 
-
  private:
   struct InMemory {};
   explicit SkillStore(InMemory);

@@ -153,8 +153,8 @@ std::optional<ProjectRecord> SkillStore::projectAtPath(const std::string& path) 
 
 void SkillStore::insertProject(const ProjectRecord& r) {
   connection_.run("INSERT INTO projects (" + kProjectColumns + ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-                  {r.id, r.name, r.path, rawValue(r.workspaceType), r.linkedAgentKey, r.linkedAgentName,
-                   r.disabledPath, r.sortOrder, r.createdAt, r.updatedAt});
+                  {r.id, r.name, r.path, rawValue(r.workspaceType), r.linkedAgentKey, r.linkedAgentName, r.disabledPath,
+                   r.sortOrder, r.createdAt, r.updatedAt});
 }
 
 void SkillStore::deleteProject(const std::string& id) { connection_.run("DELETE FROM projects WHERE id = ?", {id}); }

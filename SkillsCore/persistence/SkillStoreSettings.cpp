@@ -19,9 +19,8 @@ void SkillStore::setSetting(const std::string& key, const std::optional<std::str
 
 std::map<std::string, std::string> SkillStore::settings() {
   std::map<std::string, std::string> all;
-  connection_.forEach("SELECT key, value FROM settings", {}, [&](const SQLRow& row) {
-    all.emplace(row.text(0), row.text(1));
-  });
+  connection_.forEach("SELECT key, value FROM settings", {},
+                      [&](const SQLRow& row) { all.emplace(row.text(0), row.text(1)); });
   return all;
 }
 
@@ -79,8 +78,10 @@ std::optional<std::string> SkillStore::cached(const std::string& key, double max
     std::string data;
     std::optional<std::int64_t> fetchedAt;
   };
-  const auto row = connection_.queryOne("SELECT data, fetched_at FROM plazza_cache WHERE cache_key = ?", {key},
-                                        [](const SQLRow& r) { return Row{std::string(r.text(0)), r.int64(1)}; });
+  const auto row =
+      connection_.queryOne("SELECT data, fetched_at FROM plazza_cache WHERE cache_key = ?", {key}, [](const SQLRow& r) {
+        return Row{std::string(r.text(0)), r.int64(1)};
+      });
   if (!row || !row->fetchedAt) return std::nullopt;
   const double ageSeconds = static_cast<double>(nowMillis() - *row->fetchedAt) / 1000.0;
   if (ageSeconds > maxAge) return std::nullopt;

@@ -47,8 +47,8 @@ Destination uniqueDestination(const std::filesystem::path& root, const std::stri
 // `invalidInput` for a source that is no skill, or a name of which nothing usable is left.
 std::string skillFolderName(const std::filesystem::path& source, const std::optional<std::string>& name);
 
-// Checks and hashes the source, and copies it to `slot` unless the library `root` holds the same content under that name.
-// Throws `invalidInput` or `io`; nothing is left in the slot then.
+// Checks and hashes the source, and copies it to `slot` unless the library `root` holds the same content under that
+// name. Throws `invalidInput` or `io`; nothing is left in the slot then.
 PreparedSkill prepare(const std::filesystem::path& source, const std::optional<std::string>& name,
                       const std::filesystem::path& root, const std::filesystem::path& slot);
 

@@ -59,7 +59,8 @@ std::vector<StagingFolder::Announced> StagingFolder::announced(const fs::path& f
   if (!list.is_array()) return skills;
   try {
     for (const auto& item : list) {
-      const FS::Identity identity{.device = item.at(1), .inode = item.at(2), .type = item.at(3), .modifiedNs = item.at(4)};
+      const FS::Identity identity{
+          .device = item.at(1), .inode = item.at(2), .type = item.at(3), .modifiedNs = item.at(4)};
       skills.push_back({.name = item.at(0), .identity = identity});
     }
   } catch (const Json::exception&) {

@@ -1,8 +1,8 @@
 #pragma once
 
-// A folder in the library in which skills are made complete before they take their place: on the same file system, under
-// a name that is never a skill's. Removed with all that is left in it when the work ends; one that a killed process left
-// can be told from one in use, because the system drops the lock that its maker holds on it.
+// A folder in the library in which skills are made complete before they take their place: on the same file system,
+// under a name that is never a skill's. Removed with all that is left in it when the work ends; one that a killed
+// process left can be told from one in use, because the system drops the lock that its maker holds on it.
 
 #include <cstddef>
 #include <filesystem>
