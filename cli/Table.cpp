@@ -54,8 +54,9 @@ std::string Table::lineOf(const std::vector<Cell>& row, const std::vector<std::s
   for (std::size_t i = 0; i < row.size(); ++i) {
     if (widths[i] == 0) continue;
     const bool fits = row[i].width <= widths[i];
-    const std::string text = fits ? row[i].text : Text::fitToWidth(row[i].text, widths[i]);
-    const std::size_t padding = widths[i] - (fits ? row[i].width : std::min(widths[i], Text::displayWidth(text)));
+    const std::string cut = fits ? "" : Text::fitToWidth(row[i].text, widths[i]);
+    const std::string& text = fits ? row[i].text : cut;
+    const std::size_t padding = widths[i] - (fits ? row[i].width : std::min(widths[i], Text::displayWidth(cut)));
     if (columns_[i].right) spaces += padding;
     if (!text.empty()) {
       line.append(spaces, ' ').append(terminal.styled(text, row[i].style));

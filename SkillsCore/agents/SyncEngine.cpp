@@ -35,11 +35,12 @@ bool mayReplace(TargetState state, const ReplacePolicy& policy) {
   return recorded && kindOf(state) == kindPlacedBy(*recorded);
 }
 
-// The common case of a link written by `place`: its text is the source's own.
-bool linkTextIs(const Path& link, const Path& source) {
-  std::array<char, PATH_MAX> text{};
+// What a link says; nothing where there is none.
+std::optional<std::string> linkText(const Path& link) {
+  std::array<char, PATH_MAX> text;  // NOLINT(*-member-init): only what readlink wrote is read
   const ssize_t length = ::readlink(link.c_str(), text.data(), text.size());
-  return length >= 0 && std::string_view(text.data(), static_cast<std::size_t>(length)) == source.native();
+  if (length < 0) return std::nullopt;
+  return std::string(text.data(), static_cast<std::size_t>(length));
 }
 
 }  // namespace
@@ -67,7 +68,9 @@ TargetState SyncEngine::classifyTarget(const std::optional<Path>& source, const 
 }
 
 bool SyncEngine::symlinkPointsTo(const Path& target, const Path& source) {
-  if (linkTextIs(target, source)) return true;
+  const auto text = linkText(target);
+  if (!text) return false;
+  if (*text == source.native()) return true;  // as `place` writes it
   const auto destination = FS::linkDestination(target);
   if (!destination) return false;
   return *destination == standardized(source) || FS::resolved(*destination) == FS::resolved(source);
@@ -97,18 +100,21 @@ void SyncEngine::ensureDstNotInsideSrc(const Path& source, const Path& target, F
   throw SkillsError::invalidInput("Destination " + target.string() + " is inside the source " + source.string());
 }
 
-void SyncEngine::preflightReplace(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
-                                  FolderResolver& resolver) {
-  if (mode == SyncMode::symlink && symlinkPointsTo(target, source)) return;
-  authorizeReplacement(source, target, policy);
-  ensureDstNotInsideSrc(source, target, resolver);
+TargetState SyncEngine::preflightReplace(const Path& source, const Path& target, SyncMode mode,
+                                         const ReplacePolicy& policy, FolderResolver& resolver) {
+  const TargetState state = authorizeReplacement(source, target, policy);
+  const bool isRight = mode == SyncMode::symlink && state == TargetState::linkToSource;
+  if (!isRight) ensureDstNotInsideSrc(source, target, resolver);
+  return state;
 }
 
 TargetChange SyncEngine::place(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
                                FolderResolver& resolver) {
-  if (mode == SyncMode::symlink && symlinkPointsTo(target, source)) return {};
-  const TargetState state = authorizeReplacement(source, target, policy);
-  ensureDstNotInsideSrc(source, target, resolver);
+  return put(source, target, mode, preflightReplace(source, target, mode, policy, resolver));
+}
+
+TargetChange SyncEngine::put(const Path& source, const Path& target, SyncMode mode, TargetState state) {
+  if (mode == SyncMode::symlink && state == TargetState::linkToSource) return {};
   FS::createDirectories(target.parent_path());
   return mode == SyncMode::copy ? TargetChange::putCopy(source, target, kindOf(state))
                                 : TargetChange::putLink(source, target, kindOf(state));

@@ -84,14 +84,17 @@ TargetState authorizeReplacement(const Path& source, const Path& target, const R
 // Throws `invalidInput` when the target's place lies inside the source.
 void ensureDstNotInsideSrc(const Path& source, const Path& target, FolderResolver& resolver);
 
-// All the checks of `place`, changing nothing. Throws as that does.
-void preflightReplace(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
-                      FolderResolver& resolver);
+// All the checks of `place`, changing nothing; what stands at the target. Throws as that does.
+TargetState preflightReplace(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
+                             FolderResolver& resolver);
 
 // Places the skill; the change can be taken back until it is kept. A link that is right already is no change. Throws
 // `refused` or `invalidInput` with nothing changed, `io` with the target as it was.
 TargetChange place(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
                    FolderResolver& resolver);
+
+// The second half of `place`: puts the skill where `preflightReplace` found `state`. What has changed since is refused.
+TargetChange put(const Path& source, const Path& target, SyncMode mode, TargetState state);
 
 // `place`, kept at once. Returns the mode used.
 SyncMode syncSkill(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy);

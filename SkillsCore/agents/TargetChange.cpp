@@ -73,7 +73,7 @@ TargetChange TargetChange::putLink(const fs::path& source, const fs::path& targe
     if (FS::exists(target)) throw notAsExpected(target, expected);
     throw;
   }
-  return {Kind::placed, target, stageBeside(target), FS::identity(target)};
+  return {Kind::placed, target, {}, FS::identity(target)};
 }
 
 TargetChange TargetChange::putCopy(const fs::path& source, const fs::path& target, FS::Kind expected) {
@@ -143,9 +143,10 @@ void TargetChange::keepAside() noexcept {
 }
 
 void TargetChange::takeBackPlaced() {
-  FS::renameExclusive(target_, stage_);
-  if (FS::identity(stage_) == placed_) return FS::removeAny(stage_);
-  FS::renameExclusive(stage_, target_);
+  const fs::path stage = stageBeside(target_);
+  FS::renameExclusive(target_, stage);
+  if (FS::identity(stage) == placed_) return FS::removeAny(stage);
+  FS::renameExclusive(stage, target_);
 }
 
 void TargetChange::takeBackExchanged() {
@@ -156,9 +157,8 @@ void TargetChange::takeBackExchanged() {
 }
 
 void sweepStages(const fs::path& folder) {
-  for (const auto& child : FS::children(folder)) {
-    const std::string name = child.filename().string();
-    if (name.starts_with(Scanner::kStagePrefix) && belongsToEndedProcess(name)) FS::removeQuietly(child);
+  for (const auto& name : FS::childNames(folder)) {
+    if (name.starts_with(Scanner::kStagePrefix) && belongsToEndedProcess(name)) FS::removeQuietly(folder / name);
   }
 }
 

@@ -26,6 +26,7 @@ class FrontMatterReader {
   // there are no entries; one that is never closed reaches to the end.
   explicit FrontMatterReader(std::string_view text);
 
+  ~FrontMatterReader() = default;
   FrontMatterReader(const FrontMatterReader&) = delete;
   FrontMatterReader& operator=(const FrontMatterReader&) = delete;
 

@@ -1,8 +1,8 @@
 #include "engine/Dashboard.h"
 
-#include <algorithm>
 #include <numeric>
 
+#include "agents/ToolAdapters.h"
 #include "content/ContentHash.h"
 #include "engine/LibraryRecovery.h"
 #include "files/FS.h"
@@ -26,16 +26,15 @@ std::int64_t sizeOfSkills(const std::filesystem::path& skills) {
 
 }  // namespace
 
-DashboardStats dashboardStats(Library& library, AgentSettings& agents) {
+DashboardStats dashboardStats(Library& library) {
   SQLiteConnection& db = library.store.connection();
-  const auto tools = agents.tools();
-  const auto countTools = [&](auto matches) {
-    return static_cast<std::int64_t>(std::count_if(tools.begin(), tools.end(), matches));
-  };
+  const ToolOverrides overrides = library.store.toolOverrides();
+  std::int64_t installed = 0;
+  for (const auto& adapter : ToolAdapters::all(overrides)) installed += adapter.isInstalled(library.user) ? 1 : 0;
   return {.totalSkills = db.scalarInt("SELECT COUNT(*) FROM skills"),
           .enabledSkills = db.scalarInt("SELECT COUNT(*) FROM skills WHERE enabled != 0"),
-          .installedAgents = countTools([](const ToolInfo& tool) { return tool.installed; }),
-          .activeAgents = countTools([](const ToolInfo& tool) { return tool.isActive(); }),
+          .installedAgents = installed,
+          .activeAgents = static_cast<std::int64_t>(ToolAdapters::active(overrides, library.user).size()),
           .presets = db.scalarInt("SELECT COUNT(*) FROM scenarios"),
           .projects = db.scalarInt("SELECT COUNT(*) FROM projects"),
           .updatesAvailable = db.scalarInt("SELECT COUNT(*) FROM skills WHERE update_status = 'available'"),

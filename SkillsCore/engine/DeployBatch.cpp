@@ -73,11 +73,14 @@ DeployBatch::DeployBatch(Library& library, const std::vector<std::string>& skill
 void DeployBatch::readSkills(const std::vector<std::string>& skillIds) {
   const std::set<std::string> wanted(skillIds.begin(), skillIds.end());
   if (wanted.size() == 1) {
-    if (auto skill = library_.store.skill(*wanted.begin())) skills_.emplace(skill->id, *std::move(skill));
+    if (const auto skill = library_.store.skill(*wanted.begin())) skills_.emplace(skill->id, *skill);
   } else {
-    for (auto& skill : library_.store.allSkills()) {
-      if (wanted.contains(skill.id)) skills_.emplace(skill.id, std::move(skill));
+    for (const auto& skill : library_.store.allSkills()) {
+      if (wanted.contains(skill.id)) skills_.emplace(skill.id, skill);
     }
+  }
+  for (const auto& [id, skill] : skills_) {
+    dirNames_.emplace(id, SyncEngine::targetDirName(skill.centralPath, skill.name));
   }
   for (const auto& id : wanted) {
     const SkillRecord* skill = lookUp(skills_, id);
@@ -97,10 +100,11 @@ void DeployBatch::readAgents(const std::vector<std::string>& tools) {
       continue;
     }
     adapters_.emplace(tool, *adapter);
-    folders_.emplace(tool, adapter->skillsDir(library_.user));
+    const fs::path folder = adapter->skillsDir(library_.user);
+    folders_.emplace(tool, Folder{fsPath(folder) + "/", fsPath(resolver_.resolve(folder)) + "/"});
     if (const auto failure = failureOf(*adapter, overrides, library_)) agentFailures_.emplace(tool, *failure);
     // What lies in a copy goes with it.
-    if (const SkillTarget* copy = index_.copyAround(index_.place((folders_.at(tool) / "skill").native()))) {
+    if (const SkillTarget* copy = index_.copyAround(folders_.at(tool).place)) {
       agentFailures_.emplace(tool,
                              SkillsError::invalidInput(adapter->displayName + "'s skills folder lies inside the copy " +
                                                        copy->targetPath + "; give it another with 'agent path'"));
@@ -129,8 +133,10 @@ DeployBatch::Pair DeployBatch::makePair(const std::string& skillId, const std::s
     pair.failure = *failure;
     return pair;
   }
-  pair.target = folders_.at(tool) / SyncEngine::targetDirName(pair.skill->centralPath, pair.skill->name);
-  pair.place = index_.place(pair.target.native());
+  const Folder& folder = folders_.at(tool);
+  const std::string& name = dirNames_.at(skillId);
+  pair.target = folder.path + name;
+  pair.place = folder.place + name;
   return pair;
 }
 
@@ -160,7 +166,7 @@ Plan DeployBatch::plan() {
 }
 
 void DeployBatch::place(const OperationContext& context) {
-  for (const auto& [tool, folder] : folders_) sweepStages(folder);
+  for (const auto& [tool, folder] : folders_) sweepStages(folder.path);
   const auto groups = groupsByPlace();
   std::mutex progress;
   std::size_t finished = 0;
@@ -207,15 +213,12 @@ DeployBatch::Need DeployBatch::examine(const Pair& pair) {
   if (const SkillTarget* other = index_.otherAt(pair.place, pair.skillId, pair.tool)) {
     return needBesideOther(pair, *other);
   }
-  Need need{.action = Action::keep, .mode = mode_, .policy = {}, .sourceHash = hashOf(pair)};
+  Need need{.action = Action::keep, .mode = mode_, .sourceHash = hashOf(pair)};
   if (isInPlace(pair)) return need;
-  if (isRecordedAtTarget(pair)) {
-    need.policy = ReplacePolicy::recorded(pair.record->mode);
-  } else {
-    need.policy = force_ ? ReplacePolicy::userConfirmed() : ReplacePolicy::noClobber();
-  }
-  SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, mode_, *need.policy, resolver_);
-  need.action = FS::exists(pair.target) ? Action::replace : Action::place;
+  const ReplacePolicy unrecorded = force_ ? ReplacePolicy::userConfirmed() : ReplacePolicy::noClobber();
+  const ReplacePolicy policy = isRecordedAtTarget(pair) ? ReplacePolicy::recorded(pair.record->mode) : unrecorded;
+  need.found = SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, mode_, policy, resolver_);
+  need.action = need.found == TargetState::absent ? Action::place : Action::replace;
   return need;
 }
 
@@ -230,10 +233,10 @@ DeployBatch::Need DeployBatch::needBesideOther(const Pair& pair, const SkillTarg
                                ? SyncEngine::symlinkPointsTo(pair.target, pair.skill->centralPath)
                                : SyncEngine::matchesRecordedDeployment(pair.target, SyncMode::copy);
   // Nothing is copied: the content is what it was when the other agent's copy was made.
-  if (standsThere) return {.action = Action::keep, .mode = other.mode, .policy = {}, .sourceHash = other.sourceHash};
-  const ReplacePolicy policy = ReplacePolicy::noClobber();
-  SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, other.mode, policy, resolver_);
-  return {.action = Action::place, .mode = other.mode, .policy = policy, .sourceHash = hashOf(pair)};
+  if (standsThere) return {.action = Action::keep, .mode = other.mode, .sourceHash = other.sourceHash};
+  const TargetState found = SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, other.mode,
+                                                         ReplacePolicy::noClobber(), resolver_);
+  return {.action = Action::place, .mode = other.mode, .found = found, .sourceHash = hashOf(pair)};
 }
 
 // A record speaks for the place it names only, and only while the skill stands there.
@@ -290,7 +293,7 @@ void DeployBatch::placePair(Pair& pair, const Pair* sharing) {
       need = examine(pair);
     }
     if (need.action != Action::keep) {
-      pair.change = SyncEngine::place(pair.skill->centralPath, pair.target, need.mode, *need.policy, resolver_);
+      pair.change = SyncEngine::put(pair.skill->centralPath, pair.target, need.mode, need.found);
     }
     pair.mode = need.mode;
     pair.action = need.action;

@@ -62,7 +62,7 @@ class DeployBatch {
   struct Need {
     PlannedStep::Action action = PlannedStep::Action::keep;
     SyncMode mode = SyncMode::symlink;
-    std::optional<ReplacePolicy> policy;
+    TargetState found = TargetState::absent;
     std::optional<std::string> sourceHash;  // what the records are to say of the content that stands there
   };
 
@@ -91,7 +91,13 @@ class DeployBatch {
   std::map<std::string, SkillRecord> skills_;
   std::map<std::string, SkillsError> skillFailures_;
   std::map<std::string, ToolAdapter> adapters_;
-  std::map<std::string, std::filesystem::path> folders_;
+  // An agent's folder as it is spelled, and with its links resolved; both end in a separator.
+  struct Folder {
+    std::string path;
+    std::string place;
+  };
+  std::map<std::string, Folder> folders_;
+  std::map<std::string, std::string> dirNames_;  // the folder name of each skill
   std::map<std::string, SkillsError> agentFailures_;
   std::map<std::string, std::optional<std::string>> currentHashes_;  // by skill, for copies
   std::vector<Pair> pairs_;

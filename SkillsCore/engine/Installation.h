@@ -70,7 +70,7 @@ class Installation {
 class UnpackedArchive {
  public:
   // Throws `invalidInput` or `io`, with nothing left behind.
-  UnpackedArchive(const std::filesystem::path& archive, const UserFolders& user, std::stop_token stop);
+  UnpackedArchive(const std::filesystem::path& archive, const UserFolders& user, const std::stop_token& stop);
   ~UnpackedArchive();
   UnpackedArchive(const UnpackedArchive&) = delete;
   UnpackedArchive& operator=(const UnpackedArchive&) = delete;

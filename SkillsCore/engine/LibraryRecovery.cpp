@@ -65,8 +65,10 @@ bool isSetAside(std::string_view name) {
 }
 
 void healLibrary(Library& library) {
-  std::vector<fs::path> leftovers = FS::children(library.paths.skills());
-  std::erase_if(leftovers, [](const fs::path& path) { return !isSetAside(path.filename().string()); });
+  std::vector<fs::path> leftovers;
+  for (const auto& name : FS::childNames(library.paths.skills())) {
+    if (isSetAside(name)) leftovers.push_back(library.paths.skills() / name);
+  }
   removeStaleTempDirs(library.user.temp, nowMillis());
   if (leftovers.empty()) return;
   const auto lock = LibraryLock::tryAcquire(library.paths.lock());

@@ -117,7 +117,7 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
 std::vector<Repair::Item> Repair::items() {
   skills_.clear();
   orphans_.clear();
-  for (auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, std::move(skill));
+  for (const auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, skill);
   auto targets = library_.store.allTargets();
   const auto hashes = hashesOfCopied(skills_, targets);
   const DeploymentIndex places({}, resolver_);

@@ -146,7 +146,7 @@ bool SkillsEngine::isRelocated() const { return state_->paths.isRelocated(state_
 
 DashboardStats SkillsEngine::dashboardStats() {
   const Turn turn(state_->mutex);
-  return orvanta::dashboardStats(state_->library, state_->components.agents);
+  return orvanta::dashboardStats(state_->library);
 }
 
 std::optional<std::string> SkillsEngine::setting(const std::string& key) {

@@ -35,11 +35,11 @@ struct UnpackedArchive::Contents {
   fs::path skill;
 };
 
-UnpackedArchive::UnpackedArchive(const fs::path& archive, const UserFolders& user, std::stop_token stop)
+UnpackedArchive::UnpackedArchive(const fs::path& archive, const UserFolders& user, const std::stop_token& stop)
     : contents_(std::make_unique<Contents>(
           Contents{standardized(archive), TemporaryFolder(user.temp, "orvanta-archive-"), {}})) {
   const fs::path extracted = contents_->folder.path() / "extract";
-  Archive::extract(contents_->archive, extracted, {}, std::move(stop));
+  Archive::extract(contents_->archive, extracted, {}, stop);
   Archive::stripSymlinks(extracted);
   contents_->skill = onlySkillBelow(extracted);
 }

@@ -142,15 +142,21 @@ fs::path resolved(const fs::path& path) {
   return error ? standardized(path) : standardized(result);
 }
 
-std::vector<fs::path> children(const fs::path& folder) {
-  std::vector<fs::path> result;
+std::vector<std::string> childNames(const fs::path& folder) {
+  std::vector<std::string> names;
   const std::unique_ptr<DIR, CloseDir> dir(::opendir(folder.c_str()));
-  if (!dir) return result;
+  if (!dir) return names;
   while (const dirent* entry = ::readdir(dir.get())) {
     const std::string_view name(entry->d_name);
-    if (name != "." && name != "..") result.push_back(folder / name);
+    if (name != "." && name != "..") names.emplace_back(name);
   }
-  return result;
+  return names;
+}
+
+std::vector<fs::path> children(const fs::path& folder) {
+  std::vector<fs::path> paths;
+  for (const auto& name : childNames(folder)) paths.push_back(folder / name);
+  return paths;
 }
 
 std::optional<std::string> readText(const fs::path& file, std::size_t largest) {

@@ -45,6 +45,9 @@ std::filesystem::path resolved(const std::filesystem::path& path);
 // The entries of a folder in the system's order; an unreadable folder has none.
 std::vector<std::filesystem::path> children(const std::filesystem::path& folder);
 
+// The names of those entries: for a look over large folders.
+std::vector<std::string> childNames(const std::filesystem::path& folder);
+
 // A regular file's text when it is at most `largest` bytes; nothing when it is absent, larger, no regular file or
 // unreadable. Links are followed. Never waits on a fifo.
 std::optional<std::string> readText(const std::filesystem::path& file, std::size_t largest);

@@ -15,7 +15,7 @@ namespace orvanta {
 
 namespace {
 
-constexpr std::size_t kBlock = 256 * 1024;
+constexpr std::size_t kBlock = std::size_t{256} << 10;
 
 char* blockOfThisThread() {
   thread_local const std::unique_ptr<char[]> block = std::make_unique_for_overwrite<char[]>(kBlock);

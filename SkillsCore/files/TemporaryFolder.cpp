@@ -39,7 +39,7 @@ bool isStale(const fs::path& folder, std::int64_t now) {
 }  // namespace
 
 fs::path FS::makeTempDir(const fs::path& root, std::string_view prefix) {
-  const fs::path folder = root / (std::string(prefix) + newUuid().substr(0, 8));
+  fs::path folder = root / (std::string(prefix) + newUuid().substr(0, 8));
   createDirectories(root);
   if (::mkdir(folder.c_str(), S_IRWXU) != 0) {
     throw SkillsError::system("Cannot create the temporary folder " + folder.string(), errno);
@@ -53,8 +53,8 @@ TemporaryFolder::~TemporaryFolder() {
 }
 
 void removeStaleTempDirs(const fs::path& root, std::int64_t now) {
-  for (const auto& child : FS::children(root)) {
-    if (isOurs(child.filename().string()) && isStale(child, now)) FS::removeQuietly(child);
+  for (const auto& name : FS::childNames(root)) {
+    if (isOurs(name) && isStale(root / name, now)) FS::removeQuietly(root / name);
   }
 }
 

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <vector>
 
@@ -46,9 +48,9 @@ class TreeCopier {
     destination_ = openFolder(to_);
     for (const auto& entry : entries) copy(entry);
     // A folder's time and permissions are set after everything in it is there, the deepest first.
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-      if (entry->kind == TreeEntry::Kind::directory) finishFolder(entry->relativePath, 0);
-    }
+    std::for_each(entries.rbegin(), entries.rend(), [this](const TreeEntry& entry) {
+      if (entry.kind == TreeEntry::Kind::directory) finishFolder(entry.relativePath, 0);
+    });
     finishFolder(".", rootPermissions);
   }
 

@@ -60,8 +60,11 @@ SkillTarget readTarget(const SQLRow& row) {
 std::map<std::string, std::vector<std::string>> grouped(SQLiteConnection& connection, const std::string& sql,
                                                         const SQLiteConnection::Params& params = {}) {
   std::map<std::string, std::vector<std::string>> groups;
-  connection.forEach(sql, params,
-                     [&](const SQLRow& row) { groups[std::string(row.text(0))].emplace_back(row.text(1)); });
+  auto last = groups.end();  // rows of one group mostly follow one another
+  connection.forEach(sql, params, [&](const SQLRow& row) {
+    if (last == groups.end() || last->first != row.text(0)) last = groups.try_emplace(std::string(row.text(0))).first;
+    last->second.emplace_back(row.text(1));
+  });
   return groups;
 }
 

@@ -140,7 +140,8 @@ TEST_F(SyncEngineTest, ATargetInsideTheSkillIsRefusedBeforeAnythingGoes) {
 }
 
 TEST_F(SyncEngineTest, ACopyIsCurrentOnlyWhenTheLibraryIsKnownToBeUnchanged) {
-  const auto current = [&](SyncMode mode, std::optional<std::string> then, std::optional<std::string> now) {
+  const auto current = [&](SyncMode mode, const std::optional<std::string>& then,
+                           const std::optional<std::string>& now) {
     return SyncEngine::isTargetCurrent(source, target, mode, then, now);
   };
   EXPECT_FALSE(current(SyncMode::copy, "a", "a")) << "nothing stands there";

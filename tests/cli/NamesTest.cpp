@@ -6,7 +6,6 @@
 namespace orvanta::cli {
 
 using Kind = SkillsError::Kind;
-using testing::HasSubstr;
 
 TEST(Names, ASkillIsFoundByNameIdOrTheBeginningOfItsId) {
   const NameTable table("skill", "orvanta list", NameTable::Ids::byPrefix,

@@ -90,7 +90,8 @@ TEST_F(AgentFoldersTest, OnlyWhatLiesUnmanagedInTheAgentsFolderIsTouched) {
                                                         {cursor / "other agent" / "placed", outside},
                                                         {cursor / "placed", managed},
                                                         {cursor / "placed/", managed}};
-  for (const auto& [path, message] : table) {
+  for (const auto& [each, message] : table) {
+    const auto& path = each;  // what a lambda is to see must be a variable
     EXPECT_THAT(errorOf([&] { engine().deleteUnmanaged(path, "cursor"); }), IsError(Kind::refused, message)) << path;
     EXPECT_EQ(engine().planDeleteUnmanaged(path, "cursor").front().action, PlannedStep::Action::refused) << path;
     for (const bool adopt : {false, true}) {

@@ -65,8 +65,9 @@ TEST_F(DeploymentTest, WhatCannotBeDeployedIsRefusedWithItsReason) {
       {id, "warp", Kind::refused, "Warp is disabled in Settings"},
       {disabled, "cursor", Kind::refused, "'b' is disabled; enable it first"},
       {lost, "cursor", Kind::notFound, "Library directory missing for 'c'"}};
-  for (const auto& [skill, agent, kind, message] : table) {
-    EXPECT_THAT(errorOf([&] { engine().deploy(skill, agent, true); }), IsError(kind, message));
+  for (const auto& row : table) {
+    EXPECT_THAT(errorOf([&] { engine().deploy(std::get<0>(row), std::get<1>(row), true); }),
+                IsError(std::get<2>(row), std::get<3>(row)));
   }
   EXPECT_EQ(everythingAsText(), before);
   const auto report = engine().deploy({disabled, id}, {"cursor", "nobody"}, false, {});

@@ -144,7 +144,8 @@ TEST_F(LibraryTest, WhatIsNoSkillOutsideTheLibraryIsRefused) {
       {paths.skills() / "a", "a is already inside the library"},
       {home / "door" / "skills" / "a", "a is already inside the library"},
       {root, "Source and destination overlap"}};
-  for (const auto& [source, message] : table) {
+  for (const auto& [each, message] : table) {
+    const auto& source = each;  // what a lambda is to see must be a variable
     EXPECT_THAT(errorOf([&] { engine().installLocal(source, std::nullopt); }), IsError(Kind::invalidInput, message));
     EXPECT_EQ(engine().planInstall({source}, std::nullopt).front().action, PlannedStep::Action::refused) << source;
   }
@@ -331,7 +332,8 @@ TEST_F(LibraryTest, AnAgentIsSavedOnlyWhenItCanBeUsed) {
       {{"n", "N", inLibrary, {}, {}}, Kind::invalidInput, "inside the library"},
       {{"n", "N", "~/n", "../out", {}}, Kind::invalidInput, "not a folder inside a project"}};
   const std::string before = recordsAsText();
-  for (const auto& [definition, kind, message] : table) {
+  for (const auto& [each, kind, message] : table) {
+    const auto& definition = each;
     EXPECT_THAT(errorOf([&] { engine().saveCustomTool(definition); }), IsError(kind, message));
   }
   for (const auto* path : {"", "relative", inLibrary.c_str()}) {
@@ -364,7 +366,7 @@ TEST_F(LibraryTest, TheLogNamesWhatWasDoneAndIsExportedWhole) {
   const Json log = Json::parse(read(file));
   ASSERT_EQ(log.size(), 4U);
   EXPECT_EQ(actions(), (Texts{"remove_skill", "undeploy", "deploy", "install_local"}));
-  const Json deployed = log[2];
+  const Json& deployed = log[2];
   EXPECT_EQ(deployed.at("action").get<std::string>() + deployed.at("tool").get<std::string>(), "deploycursor");
   EXPECT_EQ(deployed.at("skill_name"), "café");
   EXPECT_EQ(deployed.at("success"), true);

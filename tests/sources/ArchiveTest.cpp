@@ -28,19 +28,19 @@ constexpr std::int64_t mebibyte = std::int64_t{1} << 20;
 class ArchiveTest : public testing::Test {
  protected:
   [[nodiscard]] fs::path write(const std::string& name, const std::string& bytes) const {
-    fs::path path = scratch_.path() / name;
+    fs::path path = scratch.path() / name;
     std::ofstream(path, std::ios::binary) << bytes;
     return path;
   }
 
   // The error of a failed extraction, "" for one that worked. A failed one must leave nothing behind.
   std::string extract(const fs::path& archive, const Archive::Limits& limits = {}, const std::stop_token& stop = {}) {
-    const fs::path work = scratch_.path() / "work";
+    const fs::path work = scratch.path() / "work";
     FS::removeAny(work);
     fs::create_directory(work);
-    into_ = work / "extract";
+    unpacked = work / "extract";
     try {
-      Archive::extract(archive, into_, limits, stop);
+      Archive::extract(archive, unpacked, limits, stop);
     } catch (const SkillsError& error) {
       EXPECT_TRUE(fs::is_empty(work)) << error.message();
       return std::string(rawValue(error.kind())) + ": " + error.message();
@@ -52,7 +52,7 @@ class ArchiveTest : public testing::Test {
   // Everything that was unpacked: permissions, and what the file or link holds.
   [[nodiscard]] std::map<std::string, std::string> unpacked() const {
     std::map<std::string, std::string> result;
-    for (const auto& entry : fs::recursive_directory_iterator(into_)) {
+    for (const auto& entry : fs::recursive_directory_iterator(unpacked)) {
       struct stat info {};
       EXPECT_EQ(::lstat(entry.path().c_str(), &info), 0);
       std::string content = "folder";
@@ -60,13 +60,13 @@ class ArchiveTest : public testing::Test {
       if (S_ISREG(info.st_mode)) content = FS::readText(entry.path(), mebibyte).value_or("unreadable");
       std::array<char, 8> mode{};
       std::snprintf(mode.data(), mode.size(), "%04o ", info.st_mode & 07777U);
-      result[entry.path().lexically_relative(into_).string()] = (S_ISLNK(info.st_mode) ? "" : mode.data()) + content;
+      result[entry.path().lexically_relative(unpacked).string()] = (S_ISLNK(info.st_mode) ? "" : mode.data()) + content;
     }
     return result;
   }
 
-  TemporaryFolder scratch_{testing::TempDir(), "archive-test-"};
-  fs::path into_;
+  TemporaryFolder scratch{testing::TempDir(), "archive-test-"};
+  fs::path unpacked;
 };
 
 TEST_F(ArchiveTest, AnArchiveUnpacksWithContentAndSafePermissions) {
@@ -112,8 +112,8 @@ TEST_F(ArchiveTest, OtherFormsOfTheFormatUnpackToo) {
   };
   for (const auto& [form, bytes] : forms) {
     EXPECT_EQ(extract(write("form.skill", bytes)), "") << form;
-    EXPECT_EQ(FS::readText(into_ / "SKILL.md", 100), "# Skill") << form;
-    EXPECT_EQ(FS::readText(into_ / "a" / "b", 100), "x") << form;
+    EXPECT_EQ(FS::readText(unpacked / "SKILL.md", 100), "# Skill") << form;
+    EXPECT_EQ(FS::readText(unpacked / "a" / "b", 100), "x") << form;
   }
 }
 
@@ -133,7 +133,7 @@ TEST_F(ArchiveTest, TheArchivesOwnNameIsNeverAnOptionOrPattern) {
   (void)write("a1.zip", zipArchive({{"SKILL.md", "wrong one"}}));
   for (const std::string name : {"-d.zip", "a[1].zip", "*.zip", "new\nline.zip", "x.skill"}) {
     EXPECT_EQ(extract(write(name, zipArchive({{"SKILL.md", name}}))), "") << name;
-    EXPECT_EQ(FS::readText(into_ / "SKILL.md", 100), name);
+    EXPECT_EQ(FS::readText(unpacked / "SKILL.md", 100), name);
   }
 }
 
@@ -242,11 +242,11 @@ TEST_F(ArchiveTest, ALongUnpackingEndsEarlyWithItsReason) {
   constexpr std::int64_t size = 3000 * mebibyte;
   const ZipItem bomb{.name = "bomb", .content = deflatedZeros(size), .method = 8, .claimedSize = 10};
   const auto archive = write("bomb.zip", zipArchive({bomb}));
-  const auto before = fs::space(scratch_.path()).available;
+  const auto before = fs::space(scratch.path()).available;
   auto least = before;
   std::jthread observer([&](const std::stop_token& done) {
     while (!done.stop_requested()) {
-      least = std::min(least, fs::space(scratch_.path()).available);
+      least = std::min(least, fs::space(scratch.path()).available);
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
   });
@@ -267,11 +267,11 @@ TEST_F(ArchiveTest, ALongUnpackingEndsEarlyWithItsReason) {
 }
 
 TEST_F(ArchiveTest, WhatIsNoArchiveFileIsRefusedAtOnce) {
-  const auto folder = scratch_.path() / "folder.zip";
+  const auto folder = scratch.path() / "folder.zip";
   fs::create_directory(folder);
-  const auto fifo = scratch_.path() / "fifo.skill";
+  const auto fifo = scratch.path() / "fifo.skill";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  const auto dangling = scratch_.path() / "dangling.zip";
+  const auto dangling = scratch.path() / "dangling.zip";
   fs::create_symlink("nowhere", dangling);
 
   EXPECT_EQ(extract(write("skill.tar.gz", "")), "invalidInput: Unsupported archive type .gz; expected .zip or .skill");
@@ -279,12 +279,12 @@ TEST_F(ArchiveTest, WhatIsNoArchiveFileIsRefusedAtOnce) {
   EXPECT_EQ(extract(folder), "invalidInput: " + folder.string() + " is not a file");
   EXPECT_EQ(extract(fifo), "invalidInput: " + fifo.string() + " is not a file");
   EXPECT_EQ(extract(dangling), "notFound: " + dangling.string() + " does not exist");
-  EXPECT_EQ(extract(scratch_.path() / (std::string(300, 'x') + ".zip")).substr(0, 19), "io: Failed to open ");
+  EXPECT_EQ(extract(scratch.path() / (std::string(300, 'x') + ".zip")).substr(0, 19), "io: Failed to open ");
 }
 
 TEST_F(ArchiveTest, WhatStandsAtTheDestinationStays) {
   const auto archive = write("skill.zip", zipArchive({{"SKILL.md", "new"}}));
-  const auto taken = scratch_.path() / "taken";
+  const auto taken = scratch.path() / "taken";
   fs::create_directory(taken);
   std::ofstream(taken / "SKILL.md") << "old";
   EXPECT_THROW(Archive::extract(archive, taken), SkillsError);
@@ -295,12 +295,12 @@ TEST_F(ArchiveTest, TheUsersOptionsForUnzipDoNotApply) {
   ::setenv("UNZIP", "-j -L", 1);
   EXPECT_EQ(extract(write("skill.zip", zipArchive({{"a/SKILL.md", "x"}}))), "");
   ::unsetenv("UNZIP");
-  EXPECT_TRUE(fs::exists(into_ / "a" / "SKILL.md"));
+  EXPECT_TRUE(fs::exists(unpacked / "a" / "SKILL.md"));
 }
 
 TEST_F(ArchiveTest, StrippingRemovesLinksAndNothingBehindThem) {
-  const auto outside = scratch_.path() / "outside";
-  const auto tree = scratch_.path() / "tree";
+  const auto outside = scratch.path() / "outside";
+  const auto tree = scratch.path() / "tree";
   fs::create_directories(outside);
   fs::create_directories(tree / "deep" / "er");
   std::ofstream(outside / "kept") << "kept";

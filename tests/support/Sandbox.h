@@ -57,12 +57,16 @@ class OtherProcess {
 };
 
 class Sandbox : public testing::Test {
+ public:
+  ~Sandbox() override;
+  Sandbox(const Sandbox&) = delete;
+  Sandbox& operator=(const Sandbox&) = delete;
+
  protected:
   using Path = std::filesystem::path;
   using Files = std::map<std::string, std::string>;  // relative path → content
 
   Sandbox();
-  ~Sandbox() override;
 
   // Runs `body` in another process as a user whom permissions bind; all of the sandbox is that user's from then on.
   void asOrdinaryUser(const std::function<void()>& body);
