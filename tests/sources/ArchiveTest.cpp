@@ -38,9 +38,9 @@ class ArchiveTest : public testing::Test {
     const fs::path work = scratch.path() / "work";
     FS::removeAny(work);
     fs::create_directory(work);
-    unpacked = work / "extract";
+    destination = work / "extract";
     try {
-      Archive::extract(archive, unpacked, limits, stop);
+      Archive::extract(archive, destination, limits, stop);
     } catch (const SkillsError& error) {
       EXPECT_TRUE(fs::is_empty(work)) << error.message();
       return std::string(rawValue(error.kind())) + ": " + error.message();
@@ -52,7 +52,7 @@ class ArchiveTest : public testing::Test {
   // Everything that was unpacked: permissions, and what the file or link holds.
   [[nodiscard]] std::map<std::string, std::string> unpacked() const {
     std::map<std::string, std::string> result;
-    for (const auto& entry : fs::recursive_directory_iterator(unpacked)) {
+    for (const auto& entry : fs::recursive_directory_iterator(destination)) {
       struct stat info {};
       EXPECT_EQ(::lstat(entry.path().c_str(), &info), 0);
       std::string content = "folder";
@@ -60,13 +60,14 @@ class ArchiveTest : public testing::Test {
       if (S_ISREG(info.st_mode)) content = FS::readText(entry.path(), mebibyte).value_or("unreadable");
       std::array<char, 8> mode{};
       std::snprintf(mode.data(), mode.size(), "%04o ", info.st_mode & 07777U);
-      result[entry.path().lexically_relative(unpacked).string()] = (S_ISLNK(info.st_mode) ? "" : mode.data()) + content;
+      result[entry.path().lexically_relative(destination).string()] =
+          (S_ISLNK(info.st_mode) ? "" : mode.data()) + content;
     }
     return result;
   }
 
   TemporaryFolder scratch{testing::TempDir(), "archive-test-"};
-  fs::path unpacked;
+  fs::path destination;
 };
 
 TEST_F(ArchiveTest, AnArchiveUnpacksWithContentAndSafePermissions) {
@@ -112,8 +113,8 @@ TEST_F(ArchiveTest, OtherFormsOfTheFormatUnpackToo) {
   };
   for (const auto& [form, bytes] : forms) {
     EXPECT_EQ(extract(write("form.skill", bytes)), "") << form;
-    EXPECT_EQ(FS::readText(unpacked / "SKILL.md", 100), "# Skill") << form;
-    EXPECT_EQ(FS::readText(unpacked / "a" / "b", 100), "x") << form;
+    EXPECT_EQ(FS::readText(destination / "SKILL.md", 100), "# Skill") << form;
+    EXPECT_EQ(FS::readText(destination / "a" / "b", 100), "x") << form;
   }
 }
 
@@ -133,7 +134,7 @@ TEST_F(ArchiveTest, TheArchivesOwnNameIsNeverAnOptionOrPattern) {
   (void)write("a1.zip", zipArchive({{"SKILL.md", "wrong one"}}));
   for (const std::string name : {"-d.zip", "a[1].zip", "*.zip", "new\nline.zip", "x.skill"}) {
     EXPECT_EQ(extract(write(name, zipArchive({{"SKILL.md", name}}))), "") << name;
-    EXPECT_EQ(FS::readText(unpacked / "SKILL.md", 100), name);
+    EXPECT_EQ(FS::readText(destination / "SKILL.md", 100), name);
   }
 }
 
@@ -295,7 +296,7 @@ TEST_F(ArchiveTest, TheUsersOptionsForUnzipDoNotApply) {
   ::setenv("UNZIP", "-j -L", 1);
   EXPECT_EQ(extract(write("skill.zip", zipArchive({{"a/SKILL.md", "x"}}))), "");
   ::unsetenv("UNZIP");
-  EXPECT_TRUE(fs::exists(unpacked / "a" / "SKILL.md"));
+  EXPECT_TRUE(fs::exists(destination / "a" / "SKILL.md"));
 }
 
 TEST_F(ArchiveTest, StrippingRemovesLinksAndNothingBehindThem) {
