@@ -99,7 +99,7 @@ void setUpPath(CommandLine& line, PathOptions& options, const std::string& about
 void setUpAgentPath(CommandLine& line) {
   setUpPath(line, line.runs<PathOptions>(path), "The folder to use from now on");
   line.example("orvanta agent path cursor", "Where its skills are");
-  line.example("orvanta agent path cursor ~/work/skills", "Keep them elsewhere");
+  line.example("orvanta agent path cursor ~/my-skills", "Keep them elsewhere");
 }
 
 void setUpAgentProjectPath(CommandLine& line) {
