@@ -19,7 +19,7 @@ namespace {
 using TextsBySkill = std::map<std::string, std::vector<std::string>>;
 
 // As many summaries as are made at a time: few enough to stay small, many enough to ask the library seldom.
-constexpr std::size_t kChunkSize = 2000;
+constexpr std::size_t kChunkSize = 500;
 constexpr std::size_t kAgentsNamedInRow = 2;
 
 struct Options {
