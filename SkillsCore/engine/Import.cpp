@@ -246,6 +246,7 @@ void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
     }
   }
   if (arrived.size() == 1 && outcome.failure) {
+    adoptions.clear();  // the originals come back before what holds their content goes
     forget(arrived.front(), outcome.records.front());
     outcome.records.clear();
     return;
@@ -253,7 +254,7 @@ void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
   try {
     recordAdoptions(adoptions);
   } catch (const SkillsError&) {
-    adoptions.clear();  // the originals come back
+    adoptions.clear();
     if (arrived.size() == 1) forget(arrived.front(), outcome.records.front());
     throw;
   }
@@ -277,6 +278,11 @@ void Import::forget(const Arrived& arrived, const SkillRecord& skill) {
   if (!arrived.isNew) return;
   try {
     library_.store.deleteSkill(skill.id);
+    library_.store.logAudit({.action = "remove_skill",
+                             .skillId = skill.id,
+                             .skillName = skill.name,
+                             .tool = arrived.job->tool,
+                             .detail = "taken back: its original could not be replaced"});
     Installer::unsettle(arrived.installed);
   } catch (const SkillsError&) {
     return;
