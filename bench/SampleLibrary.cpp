@@ -7,6 +7,7 @@
 #include <fstream>
 #include <random>
 #include <string_view>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -103,6 +104,11 @@ void makeSkill(const fs::path& folder, std::size_t number) {
   }
 }
 
+void makeProject(const fs::path& folder, Dice& dice) {
+  constexpr std::array<std::string_view, 3> kSkillsFolders{".claude/skills", ".cursor/skills", ".agents/skills"};
+  makeSampleLibrary(folder / dice.oneOf(kSkillsFolders), 1 + dice.below(5));
+}
+
 }  // namespace
 
 std::string frontMatter(std::size_t style, const std::string& name, const std::string& description) {
@@ -122,6 +128,25 @@ std::string frontMatter(std::size_t style, const std::string& name, const std::s
 
 void makeSampleLibrary(const fs::path& folder, std::size_t skills) {
   for (std::size_t i = 0; i < skills; ++i) makeSkill(folder / fmt::format("skill-{:05}", i), i);
+}
+
+void makeSampleHome(const fs::path& folder, std::size_t folders) {
+  Dice dice(2);
+  std::vector<fs::path> made{folder};
+  FS::createDirectories(folder);
+  for (std::size_t i = 0; i < made.size(); ++i) {
+    const fs::path parent = made[i];
+    // Chance must not end the tree early.
+    const std::size_t children = i + 1 == made.size() ? 8 : dice.below(9);
+    for (std::size_t child = 0; child < children && made.size() < folders; ++child) {
+      made.push_back(parent / fmt::format("{}-{}", dice.oneOf(kWords), child));
+      FS::createDirectories(made.back());
+    }
+    for (std::size_t file = dice.below(6); file > 0; --file) {
+      write(parent / fmt::format("{}-{}{}", dice.oneOf(kWords), file, dice.oneOf(kExtensions)), "", "", false);
+    }
+    if (dice.below(200) == 0) makeProject(parent, dice);
+  }
 }
 
 }  // namespace orvanta::bench

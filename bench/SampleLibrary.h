@@ -18,4 +18,8 @@ std::string frontMatter(std::size_t style, const std::string& name, const std::s
 // Makes the folders "skill-00000", "skill-00001", … in `folder`, which is made where missing. Throws `io`.
 void makeSampleLibrary(const std::filesystem::path& folder, std::size_t skills);
 
+// Makes a tree of `folders` folders with a few empty files in each; about one folder in 200 is a project, which has
+// skills of an agent besides. Throws `io`.
+void makeSampleHome(const std::filesystem::path& folder, std::size_t folders);
+
 }  // namespace orvanta::bench

@@ -25,6 +25,11 @@ namespace {
 
 constexpr mode_t kExecute = S_IXUSR | S_IXGRP | S_IXOTH;
 
+std::int64_t modifiedMs(const struct stat& status) {
+  const timespec& time = modificationTime(status);
+  return static_cast<std::int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1'000'000;
+}
+
 // Feeds entries to one running digest in the form that the header describes.
 class Fingerprint : public CopyObserver {
  public:
@@ -42,10 +47,12 @@ class Fingerprint : public CopyObserver {
   }
 
   // `path` is where the file is found from the open folder, `relativePath` what the digest is told.
-  void addFile(int folder, const std::string& path, const std::string& relativePath, const fs::path& shown) {
+  // Returns the time of its last change.
+  std::int64_t addFile(int folder, const std::string& path, const std::string& relativePath, const fs::path& shown) {
     FileReader reader(folder, path, shown);
     feedHead(relativePath, (reader.status().st_mode & kExecute) != 0 ? 'x' : 'f', reader.size());
     for (std::string_view block; !(block = reader.next()).empty();) digest_.add(block);
+    return modifiedMs(reader.status());
   }
 
   std::string hex() { return digest_.hex(); }
@@ -73,11 +80,6 @@ class Fingerprint : public CopyObserver {
   Sha256 digest_;
   std::string head_;
 };
-
-std::int64_t modifiedMs(const struct stat& status) {
-  const timespec& time = modificationTime(status);
-  return static_cast<std::int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1'000'000;
-}
 
 }  // namespace
 
@@ -122,17 +124,29 @@ std::string ContentHash::hashEntries(const std::vector<ContentEntry>& entries) {
   return fingerprint.hex();
 }
 
-std::string ContentHash::hashDirectory(const fs::path& root) {
+std::string ContentHash::hashDirectory(const fs::path& root) { return readDirectory(root).hash; }
+
+ContentHash::FolderContent ContentHash::readDirectory(const fs::path& root) {
   const UniqueFd folder = openFolder(root);
   Fingerprint fingerprint;
+  FolderContent content;
+  const auto count = [&](std::int64_t modified) {
+    content.latestModifiedMs = std::max(content.latestModifiedMs, std::optional(modified));
+  };
   for (const auto& entry : listTree(folder.get(), root, isIgnored)) {
-    if (entry.kind == TreeEntry::Kind::file)
-      fingerprint.addFile(folder.get(), entry.relativePath, entry.relativePath, root);
+    if (entry.kind == TreeEntry::Kind::file) {
+      count(fingerprint.addFile(folder.get(), entry.relativePath, entry.relativePath, root));
+    }
     if (entry.kind == TreeEntry::Kind::symlink) {
       fingerprint.link(entry.relativePath, readLinkText(folder.get(), entry.relativePath, root));
+      struct stat status {};
+      if (::fstatat(folder.get(), entry.relativePath.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+        count(modifiedMs(status));
+      }
     }
   }
-  return fingerprint.hex();
+  content.hash = fingerprint.hex();
+  return content;
 }
 
 std::vector<std::optional<std::string>> ContentHash::hashDirectories(const std::vector<fs::path>& roots,

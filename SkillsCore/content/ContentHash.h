@@ -45,6 +45,14 @@ std::vector<ContentEntry> listContentFiles(const std::filesystem::path& root);
 std::string hashEntries(const std::vector<ContentEntry>& entries);
 std::string hashDirectory(const std::filesystem::path& root);
 
+// A folder's fingerprint and the time of the last change of what counts towards it, in one pass.
+struct FolderContent {
+  std::string hash;
+  std::optional<std::int64_t> latestModifiedMs;  // nothing in an empty folder
+};
+// Throws as `hashDirectory`.
+FolderContent readDirectory(const std::filesystem::path& root);
+
 // `hashDirectory` of each folder, on all cores; nothing where it failed, or where a stop was requested before its turn.
 std::vector<std::optional<std::string>> hashDirectories(const std::vector<std::filesystem::path>& roots,
                                                         const OperationContext& context = {});

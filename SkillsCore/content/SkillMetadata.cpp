@@ -198,6 +198,10 @@ std::string inferSkillName(const SkillMeta& meta, const fs::path& dir) {
   return own.empty() ? "unknown-skill" : own.string();
 }
 
+std::string shownName(const SkillMeta& meta, const fs::path& dir) {
+  return meta.name.value_or(inferSkillName(meta, dir));
+}
+
 std::optional<std::string> sanitizeSkillName(std::string_view name) {
   std::string kept;
   for (; !name.empty(); name.remove_prefix(Text::firstCharacter(name).length)) {

@@ -55,6 +55,9 @@ inline constexpr std::array<std::string_view, 2> markers = {"SKILL.md", "skill.m
 // The same when the folder's metadata is at hand.
 [[nodiscard]] std::string inferSkillName(const SkillMeta& meta, const std::filesystem::path& dir);
 
+// The name under which a skill is shown: its own as it is written, else the folder's.
+[[nodiscard]] std::string shownName(const SkillMeta& meta, const std::filesystem::path& dir);
+
 // A name made safe as the name of a folder on every platform: at most 230 bytes, so that a suffix that tells it from
 // another of the same name still fits, and always an `isSafeFolderName`. None when nothing usable is left.
 [[nodiscard]] std::optional<std::string> sanitizeSkillName(std::string_view name);

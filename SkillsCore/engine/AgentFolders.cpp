@@ -25,10 +25,6 @@ struct Found {
   LocalSkillDir dir;
 };
 
-std::string nameOf(const SkillMeta& meta, const fs::path& folder) {
-  return meta.name.value_or(SkillMetadata::inferSkillName(meta, folder));
-}
-
 std::map<std::string, std::string> textMap(SkillStore& store, const std::string& sql) {
   std::map<std::string, std::string> map;
   store.connection().forEach(sql, {}, [&](const SQLRow& row) { map.emplace(row.text(0), row.text(1)); });
@@ -58,7 +54,7 @@ AgentSkillEntry entryFor(const LocalSkillDir& dir, const std::string& tool) {
   const SkillMeta meta = SkillMetadata::parseSkillMd(dir.url);
   AgentSkillEntry entry;
   entry.id = tool + "|" + dir.url.string();
-  entry.name = nameOf(meta, dir.url);
+  entry.name = SkillMetadata::shownName(meta, dir.url);
   entry.description = meta.description;
   entry.path = dir.url.string();
   entry.relativePath = dir.relativePath;
@@ -152,7 +148,7 @@ std::vector<DiscoveredGroup> AgentFolders::discover(const OperationContext& cont
     if (!hashes[i] || known.contains(*hashes[i])) continue;
     const Found& item = found[i];
     const SkillMeta meta = SkillMetadata::parseSkillMd(item.dir.url);
-    const std::string name = nameOf(meta, item.dir.url);
+    const std::string name = SkillMetadata::shownName(meta, item.dir.url);
     DiscoveredGroup& group = groups[{name, *hashes[i]}];
     group.name = name;
     group.description = meta.description;

@@ -19,14 +19,6 @@ using Action = PlannedStep::Action;
 
 namespace {
 
-std::optional<SkillsError> failureOf(const SkillRecord& skill) {
-  if (!skill.enabled) return SkillsError::refused("'" + skill.name + "' is disabled; enable it first");
-  if (!FS::resolvesToDirectory(skill.centralPath)) {
-    return SkillsError::notFound("Library directory missing for '" + skill.name + "'");
-  }
-  return std::nullopt;
-}
-
 std::optional<SkillsError> failureOf(const ToolAdapter& adapter, const ToolOverrides& overrides,
                                      const Library& library) {
   if (!adapter.isInstalled(library.user)) return SkillsError::refused(adapter.displayName + " is not installed");
@@ -58,20 +50,34 @@ const Value* lookUp(const std::map<std::string, Value>& map, const std::string& 
 
 }  // namespace
 
-DeployBatch::DeployBatch(Library& library, const std::vector<std::string>& skillIds,
-                         const std::vector<std::string>& tools, bool force)
-    : library_(library), force_(force), mode_(library.store.syncMode()), index_(library.store.allTargets(), resolver_) {
-  readSkills(skillIds);
-  readAgents(tools);
-  if (mode_ == SyncMode::copy) hashForCopies();
-  pairs_.reserve(skillIds.size() * tools.size());
-  for (const auto& skillId : skillIds) {
-    for (const auto& tool : tools) pairs_.push_back(makePair(skillId, tool));
+std::optional<SkillsError> whyUndeployable(const SkillRecord& skill) {
+  if (!skill.enabled) return SkillsError::refused("'" + skill.name + "' is disabled; enable it first");
+  if (!FS::resolvesToDirectory(skill.centralPath)) {
+    return SkillsError::notFound("Library directory missing for '" + skill.name + "'");
   }
+  return std::nullopt;
 }
 
-void DeployBatch::readSkills(const std::vector<std::string>& skillIds) {
-  const std::set<std::string> wanted(skillIds.begin(), skillIds.end());
+DeployBatch::DeployBatch(Library& library, DeployRequest request)
+    : library_(library),
+      force_(request.force),
+      keepsIntact_(request.keepsIntact),
+      mode_(request.mode.value_or(library.store.syncMode())),
+      index_(library.store.allTargets(), resolver_) {
+  std::set<std::string> skillIds;
+  std::set<std::string> tools;
+  for (const auto& pair : request.pairs) {
+    skillIds.insert(pair.skillId);
+    tools.insert(pair.tool);
+  }
+  readSkills(skillIds);
+  readAgents(tools);
+  pairs_.reserve(request.pairs.size());
+  for (auto& pair : request.pairs) pairs_.push_back(makePair(std::move(pair)));
+  if (mode_ == SyncMode::copy) hashForCopies();
+}
+
+void DeployBatch::readSkills(const std::set<std::string>& wanted) {
   if (wanted.size() == 1) {
     if (const auto skill = library_.store.skill(*wanted.begin())) skills_.emplace(skill->id, *skill);
   } else {
@@ -84,12 +90,12 @@ void DeployBatch::readSkills(const std::vector<std::string>& skillIds) {
   }
   for (const auto& id : wanted) {
     const SkillRecord* skill = lookUp(skills_, id);
-    const auto failure = skill != nullptr ? failureOf(*skill) : SkillsError::notFound("Skill not found: " + id);
+    const auto failure = skill != nullptr ? whyUndeployable(*skill) : SkillsError::notFound("Skill not found: " + id);
     if (failure) skillFailures_.emplace(id, *failure);
   }
 }
 
-void DeployBatch::readAgents(const std::vector<std::string>& tools) {
+void DeployBatch::readAgents(const std::set<std::string>& tools) {
   const ToolOverrides overrides = library_.store.toolOverrides();
   const auto all = ToolAdapters::all(overrides);
   for (const auto& tool : tools) {
@@ -113,42 +119,50 @@ void DeployBatch::readAgents(const std::vector<std::string>& tools) {
 }
 
 void DeployBatch::hashForCopies() {
+  for (const auto& pair : pairs_) {
+    if (!pair.failure && !(keepsIntact_ && isIntact(pair))) currentHashes_.try_emplace(pair.skillId);
+  }
   std::vector<fs::path> folders;
-  for (const auto& [id, skill] : skills_) folders.emplace_back(skill.centralPath);
+  for (const auto& [id, hash] : currentHashes_) folders.emplace_back(skills_.at(id).centralPath);
   auto hashes = ContentHash::hashDirectories(folders);
   std::size_t i = 0;
-  for (const auto& [id, skill] : skills_) currentHashes_.emplace(id, std::move(hashes[i++]));
+  for (auto& [id, hash] : currentHashes_) hash = std::move(hashes[i++]);
 }
 
-DeployBatch::Pair DeployBatch::makePair(const std::string& skillId, const std::string& tool) const {
+DeployBatch::Pair DeployBatch::makePair(SkillToolPair names) const {
   Pair pair;
-  pair.skillId = skillId;
-  pair.tool = tool;
-  pair.skill = lookUp(skills_, skillId);
-  pair.adapter = lookUp(adapters_, tool);
-  pair.record = index_.find(skillId, tool);
-  const SkillsError* failure = pair.skill == nullptr ? lookUp(skillFailures_, skillId) : lookUp(agentFailures_, tool);
-  if (failure == nullptr) failure = lookUp(skillFailures_, skillId);
+  pair.skillId = std::move(names.skillId);
+  pair.tool = std::move(names.tool);
+  pair.skill = lookUp(skills_, pair.skillId);
+  pair.adapter = lookUp(adapters_, pair.tool);
+  pair.record = index_.find(pair.skillId, pair.tool);
+  const SkillsError* failure =
+      pair.skill == nullptr ? lookUp(skillFailures_, pair.skillId) : lookUp(agentFailures_, pair.tool);
+  if (failure == nullptr) failure = lookUp(skillFailures_, pair.skillId);
   if (failure != nullptr) {
     pair.failure = *failure;
     return pair;
   }
-  const Folder& folder = folders_.at(tool);
-  const std::string& name = dirNames_.at(skillId);
+  const Folder& folder = folders_.at(pair.tool);
+  const std::string& name = dirNames_.at(pair.skillId);
   pair.target = folder.path + name;
   pair.place = folder.place + name;
   return pair;
 }
 
-Plan DeployBatch::plan() {
+Plan DeployBatch::plan(const Plan& removals) {
   Plan plan;
+  std::set<std::string> cleared;
+  for (const auto& step : removals) {
+    if (step.action == Action::remove) cleared.insert(index_.place(step.path));
+  }
   std::set<std::string> filled;  // places that an earlier pair of this plan fills for the same skill
   std::vector<Pair*> possible;
   for (auto& pair : pairs_) {
     PlannedStep step = stepFor(pair);
     try {
       if (pair.failure) throw SkillsError(*pair.failure);
-      const Need need = examine(pair);
+      const Need need = cleared.contains(pair.place) ? Need{.action = Action::place} : examine(pair);
       step.action = filled.insert(pair.place + '\n' + pair.skillId).second ? need.action : Action::keep;
       possible.push_back(&pair);
     } catch (const SkillsError& error) {
@@ -210,6 +224,9 @@ std::vector<std::vector<std::size_t>> DeployBatch::groupsByPlace() const {
 
 // Throws what refuses the pair, with nothing changed.
 DeployBatch::Need DeployBatch::examine(const Pair& pair) {
+  if (keepsIntact_ && isIntact(pair)) {
+    return {.action = Action::keep, .mode = pair.record->mode, .sourceHash = pair.record->sourceHash};
+  }
   if (const SkillTarget* other = index_.otherAt(pair.place, pair.skillId, pair.tool)) {
     return needBesideOther(pair, *other);
   }
@@ -243,6 +260,13 @@ DeployBatch::Need DeployBatch::needBesideOther(const Pair& pair, const SkillTarg
 bool DeployBatch::isRecordedAtTarget(const Pair& pair) const {
   if (pair.record == nullptr || pair.record->status == kTargetDisabled) return false;
   return pair.record->targetPath == pair.target.native() || index_.place(pair.record->targetPath) == pair.place;
+}
+
+// What is recorded stands there, however old its content is.
+bool DeployBatch::isIntact(const Pair& pair) const {
+  if (!isRecordedAtTarget(pair) || pair.record->status != kTargetOk) return false;
+  return pair.record->mode == SyncMode::symlink ? SyncEngine::symlinkPointsTo(pair.target, pair.skill->centralPath)
+                                                : FS::isDirectory(pair.target);
 }
 
 bool DeployBatch::isInPlace(const Pair& pair) const {

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,17 @@
 #include "foundations/SkillsError.h"
 
 namespace orvanta {
+
+// What is to be deployed, and how.
+struct DeployRequest {
+  std::vector<SkillToolPair> pairs;
+  bool force = false;            // also over what the library did not place
+  bool keepsIntact = false;      // what stands where it is recorded stays, in whatever mode and with whatever content
+  std::optional<SyncMode> mode;  // else the library's
+};
+
+// Why a skill cannot be placed anywhere; nothing when it can.
+std::optional<SkillsError> whyUndeployable(const SkillRecord& skill);
 
 class DeployBatch {
  public:
@@ -42,11 +54,10 @@ class DeployBatch {
     [[nodiscard]] std::string agentName() const { return adapter != nullptr ? adapter->displayName : tool; }
   };
 
-  DeployBatch(Library& library, const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
-              bool force);
+  DeployBatch(Library& library, DeployRequest request);
 
-  // What each pair would need, changing nothing.
-  Plan plan();
+  // What each pair would need, changing nothing. `removals` are planned to be done before.
+  Plan plan(const Plan& removals = {});
   // Changes the agents' folders; every pair that was reached ends with `done` or a `failure`. The changes are taken
   // back when the batch goes, unless `keep` was called.
   void place(const OperationContext& context);
@@ -66,15 +77,16 @@ class DeployBatch {
     std::optional<std::string> sourceHash;  // what the records are to say of the content that stands there
   };
 
-  void readSkills(const std::vector<std::string>& skillIds);
-  void readAgents(const std::vector<std::string>& tools);
+  void readSkills(const std::set<std::string>& wanted);
+  void readAgents(const std::set<std::string>& tools);
   void hashForCopies();
-  Pair makePair(const std::string& skillId, const std::string& tool) const;
+  Pair makePair(SkillToolPair names) const;
   std::vector<std::vector<std::size_t>> groupsByPlace() const;
 
   Need examine(const Pair& pair);
   Need needBesideOther(const Pair& pair, const SkillTarget& other);
   [[nodiscard]] bool isInPlace(const Pair& pair) const;
+  [[nodiscard]] bool isIntact(const Pair& pair) const;
   // Of pairs that are done, or could be, those whose agent's folder has moved since, and whose old placement is
   // nobody's.
   std::vector<Pair*> leavingOldFolders(const std::vector<Pair*>& placed);
@@ -85,6 +97,7 @@ class DeployBatch {
 
   Library& library_;
   const bool force_;
+  const bool keepsIntact_;
   const SyncMode mode_;
   SyncEngine::FolderResolver resolver_;
   DeploymentIndex index_;

@@ -26,27 +26,34 @@ Placement placementOf(const DeployBatch::Pair& pair) {
 
 Placement Deployment::deploy(const std::string& skillId, const std::string& tool, bool force) {
   skills_.require(skillId);
-  DeployBatch batch(library_, {skillId}, {tool}, force);
+  DeployBatch batch(library_, {.pairs = {{skillId, tool}}, .force = force});
   batch.place({});
   const DeployBatch::Pair& pair = batch.pairs().front();
   if (pair.failure) {
-    record(pair, std::nullopt);
+    auto none = std::optional<ActivePreset>();
+    record(pair, none);
     throw SkillsError(*pair.failure);
   }
-  library_.transaction([&] { record(pair, presets_.activePreset()); });
+  library_.transaction([&] {
+    auto active = presetFollowing(Asker::hand);
+    record(pair, active);
+  });
   batch.keep();
   return placementOf(pair);
 }
 
-PlacementReport Deployment::deploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
-                                   bool force, const OperationContext& context) {
-  DeployBatch batch(library_, skillIds, tools, force);
+PlacementReport Deployment::deploy(DeployRequest request, Asker asker, const OperationContext& context) {
+  DeployBatch batch(library_, std::move(request));
   batch.place(context);
   PlacementReport report;
   std::vector<const DeployBatch::Pair*> news;  // what the records do not say yet
   for (const auto& pair : batch.pairs()) {
     if (pair.done) {
-      if (!DeployBatch::isRecorded(pair)) news.push_back(&pair);
+      if (DeployBatch::isRecorded(pair)) {
+        ++report.untouched;
+      } else {
+        news.push_back(&pair);
+      }
       report.done.push_back(placementOf(pair));
     } else if (pair.failure) {
       news.push_back(&pair);
@@ -57,17 +64,17 @@ PlacementReport Deployment::deploy(const std::vector<std::string>& skillIds, con
   }
   if (news.empty()) return report;
   library_.transaction([&] {
-    const auto active = presets_.activePreset();
+    auto active = presetFollowing(asker);
     for (const auto* pair : news) record(*pair, active);
   });
   batch.keep();
   return report;
 }
 
-void Deployment::record(const DeployBatch::Pair& pair, const std::optional<Preset>& active) {
+void Deployment::record(const DeployBatch::Pair& pair, std::optional<ActivePreset>& active) {
   if (pair.done) {
     library_.store.upsertTarget(DeployBatch::recordOf(pair));
-    presets_.setActivePresetToggle(active, pair.skillId, pair.tool, true);
+    if (active) active->setActivePresetToggle(pair.skillId, pair.tool, true);
   }
   library_.store.logAudit({.action = "deploy",
                            .skillId = pair.skillId,
@@ -77,9 +84,10 @@ void Deployment::record(const DeployBatch::Pair& pair, const std::optional<Prese
                            .detail = pair.failure ? std::optional(pair.failure->message()) : std::nullopt});
 }
 
-Plan Deployment::planDeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
-                            bool force) {
-  return DeployBatch(library_, skillIds, tools, force).plan();
+Plan Deployment::planDeploy(DeployRequest request) { return DeployBatch(library_, std::move(request)).plan(); }
+
+std::optional<ActivePreset> Deployment::presetFollowing(Asker asker) {
+  return asker == Asker::hand ? std::optional<ActivePreset>(std::in_place, library_) : std::nullopt;
 }
 
 }  // namespace orvanta

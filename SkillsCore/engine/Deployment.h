@@ -11,44 +11,44 @@
 #include <string>
 #include <vector>
 
+#include "engine/ActivePreset.h"
 #include "engine/DeployBatch.h"
 #include "engine/Library.h"
-#include "engine/Presets.h"
 #include "engine/Reports.h"
 #include "engine/Skills.h"
 #include "foundations/Operation.h"
 
 namespace orvanta {
 
+// Who asks for a deployment. The active preset follows what is done by hand.
+enum class Asker { hand, preset };
+
 class Deployment {
  public:
-  Deployment(Library& library, Skills& skills, Presets& presets)
-      : library_(library), skills_(skills), presets_(presets) {}
+  Deployment(Library& library, Skills& skills) : library_(library), skills_(skills) {}
 
   // One pair. A failure is logged and thrown.
   Placement deploy(const std::string& skillId, const std::string& tool, bool force);
   Placement undeploy(const std::string& skillId, const std::string& tool);
 
-  // Every pair, skill by skill. A pair that is in place and recorded so already is not touched, on the disk or in the
-  // records.
-  PlacementReport deploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools, bool force,
-                         const OperationContext& context);
-  PlacementReport undeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
-                           const OperationContext& context);
-  Plan planDeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools, bool force);
-  Plan planUndeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools);
+  // Every pair. One that is in place and recorded so already is not touched, on the disk or in the records.
+  PlacementReport deploy(DeployRequest request, Asker asker, const OperationContext& context);
+  Plan planDeploy(DeployRequest request);
+  // Pairs without a deployment are passed over.
+  PlacementReport undeploy(const std::vector<SkillToolPair>& pairs, Asker asker, const OperationContext& context);
+  Plan planUndeploy(const std::vector<SkillToolPair>& pairs);
 
   // Throws `refused` with every failure; what could be placed is, and nothing is taken out then.
   void setDeployedTools(const std::string& skillId, const std::set<std::string>& tools);
 
  private:
-  // Writes what became of the pair, and what it means for the active preset.
-  void record(const DeployBatch::Pair& pair, const std::optional<Preset>& active);
-  std::vector<SkillTarget> recordsOf(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools);
+  // Writes what became of the pair, and what it means for the active preset, if that follows.
+  void record(const DeployBatch::Pair& pair, std::optional<ActivePreset>& active);
+  std::optional<ActivePreset> presetFollowing(Asker asker);
+  std::vector<SkillTarget> recordsOf(const std::vector<SkillToolPair>& pairs);
 
   Library& library_;
   Skills& skills_;
-  Presets& presets_;
 };
 
 }  // namespace orvanta

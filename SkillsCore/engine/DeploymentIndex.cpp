@@ -1,5 +1,6 @@
 #include "engine/DeploymentIndex.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <utility>
 
@@ -34,6 +35,20 @@ const SkillTarget* DeploymentIndex::otherAt(const std::string& place, const std:
     if (target.skillId != skillId || target.tool != tool) return &target;
   }
   return nullptr;
+}
+
+std::vector<const SkillTarget*> DeploymentIndex::recordsAt(const std::string& place) const {
+  std::vector<const SkillTarget*> records;
+  const auto [begin, end] = byPlace_.equal_range(place);
+  for (auto entry = begin; entry != end; ++entry) records.push_back(&targets_[entry->second]);
+  return records;
+}
+
+const SkillTarget* DeploymentIndex::below(const std::string& folder) const {
+  const std::string prefix = folder + "/";
+  const auto found = std::find_if(byPlace_.begin(), byPlace_.end(),
+                                  [&](const auto& entry) { return entry.first.starts_with(prefix); });
+  return found == byPlace_.end() ? nullptr : &targets_[found->second];
 }
 
 const SkillTarget* DeploymentIndex::copyAround(const std::string& place) const {

@@ -27,6 +27,12 @@ class DeploymentIndex {
   [[nodiscard]] const SkillTarget* otherAt(const std::string& place, const std::string& skillId,
                                            const std::string& tool) const;
 
+  // All records whose files stand at the place.
+  [[nodiscard]] std::vector<const SkillTarget*> recordsAt(const std::string& place) const;
+
+  // A record whose files stand below the folder; nothing when there is none.
+  [[nodiscard]] const SkillTarget* below(const std::string& folder) const;
+
   // A record of a copy in whose folder the place lies; nothing when there is none.
   [[nodiscard]] const SkillTarget* copyAround(const std::string& place) const;
 

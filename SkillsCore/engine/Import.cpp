@@ -9,6 +9,8 @@
 #include "content/ContentHash.h"
 #include "content/Sha256.h"
 #include "content/SkillMetadata.h"
+#include "engine/ActivePreset.h"
+#include "engine/RepositoryGuard.h"
 #include "files/FS.h"
 #include "files/FileReader.h"
 #include "foundations/Clock.h"
@@ -22,20 +24,6 @@ namespace fs = std::filesystem;
 using Action = PlannedStep::Action;
 
 namespace {
-
-// The library keeps no version control of its skills' own, so a repository in the original would be lost with it.
-void refuseRepository(const fs::path& folder) {
-  if (FS::kind(folder) == FS::Kind::symlink) return;  // only the link is replaced
-  const UniqueFd fd = openFolder(folder);
-  const auto entries = listTree(fd.get(), folder, [](std::string_view) { return false; });
-  const auto repository = std::find_if(entries.begin(), entries.end(), [](const TreeEntry& entry) {
-    return fs::path(entry.relativePath).filename() == ".git";
-  });
-  if (repository == entries.end()) return;
-  throw SkillsError::refused(
-      "Refusing to replace \"" + folder.string() + "\": it holds a Git repository (" + repository->relativePath +
-      ") that the library would not keep. Import it without adopting, or move the repository away.");
-}
 
 bool sameBytes(const fs::path& a, const fs::path& b) {
   const auto hashOf = [](const fs::path& file) {
@@ -263,11 +251,11 @@ void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
 
 void Import::recordAdoptions(const std::vector<std::unique_ptr<Adoption>>& adoptions) {
   library_.transaction([&] {
-    const auto active = presets_.activePreset();
+    ActivePreset active(library_);
     for (const auto& adoption : adoptions) {
       for (const auto& target : adoption->targets()) {
         library_.store.upsertTarget(target);
-        presets_.setActivePresetToggle(active, target.skillId, target.tool, true);
+        active.setActivePresetToggle(target.skillId, target.tool, true);
       }
     }
   });
@@ -308,7 +296,7 @@ Import::Original Import::requireAdoptable(const fs::path& path, const std::strin
     throw SkillsError::refused(path.string() + " lies in a folder into which no active agent's skills are deployed; " +
                                "import it without adopting");
   }
-  refuseRepository(path);
+  refuseRepository(path, "Import it without adopting, or move the repository away.");
   return {path, owner->key};
 }
 

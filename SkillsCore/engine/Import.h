@@ -14,7 +14,6 @@
 #include "engine/AgentSettings.h"
 #include "engine/Installation.h"
 #include "engine/Library.h"
-#include "engine/Presets.h"
 #include "engine/Reports.h"
 #include "engine/Skills.h"
 #include "foundations/Operation.h"
@@ -23,8 +22,8 @@ namespace orvanta {
 
 class Import {
  public:
-  Import(Library& library, AgentSettings& agents, AgentFolders& folders, Skills& skills, Presets& presets)
-      : library_(library), agents_(agents), folders_(folders), skills_(skills), presets_(presets) {}
+  Import(Library& library, AgentSettings& agents, AgentFolders& folders, Skills& skills)
+      : library_(library), agents_(agents), folders_(folders), skills_(skills) {}
 
   SkillSummary importUnmanaged(const std::filesystem::path& path, const std::string& tool, bool adopt);
   Plan planImport(const std::filesystem::path& path, const std::string& tool, bool adopt);
@@ -75,7 +74,6 @@ class Import {
   AgentSettings& agents_;
   AgentFolders& folders_;
   Skills& skills_;
-  Presets& presets_;
 };
 
 }  // namespace orvanta

@@ -121,6 +121,14 @@ InstallReport Installation::settle(const PreparedInstall& prepared) {
   return report;
 }
 
+SkillSummary Installation::settleOne(const PreparedInstall& prepared) {
+  InstallReport report = settle(prepared);
+  if (!report.installed.empty()) return std::move(report.installed.front());
+  if (report.interrupted) throw SkillsError::io("Stopped before anything was installed");
+  const auto& failure = prepared.items.front().failure;
+  throw failure ? *failure : SkillsError::io(report.errors.front());
+}
+
 Plan Installation::plan(const std::vector<InstallRequest>& requests) {
   Plan plan;
   Installer::Taken taken;

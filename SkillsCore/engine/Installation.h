@@ -57,6 +57,8 @@ class Installation {
   // Gives the prepared skills their places and records. Failures of single skills are reported; if the records cannot
   // be written the folders are taken out again and the error is thrown.
   InstallReport settle(const PreparedInstall& prepared);
+  // The same for one skill alone, whose failure is thrown.
+  SkillSummary settleOne(const PreparedInstall& prepared);
 
   // The same checks and names as `prepare`, with nothing copied.
   Plan plan(const std::vector<InstallRequest>& requests);

@@ -4,6 +4,8 @@
 #include <array>
 #include <string>
 
+#include "content/ContentHash.h"
+#include "engine/Skills.h"
 #include "files/FS.h"
 #include "files/LibraryLock.h"
 #include "files/TemporaryFolder.h"
@@ -23,11 +25,16 @@ std::string setAsideName(const std::string& name, std::string_view prefix) {
   return rest.substr(0, rest.rfind('-'));
 }
 
-// Set aside while new content took its place: the old content counts only where the new never arrived.
-void healReplaced(const fs::path& leftover) {
+// One of two contents that were to change places. What has the skill's place counts; it may be the new one, of which
+// the record does not know yet.
+void healReplaced(Library& library, const fs::path& leftover) {
   const fs::path original = leftover.parent_path() / setAsideName(leftover.filename().string(), kReplacingPrefix);
-  if (FS::exists(original)) return FS::removeAny(leftover);
-  FS::renameExclusive(leftover, original);
+  if (!FS::exists(original)) return FS::renameExclusive(leftover, original);
+  const auto record = library.store.skillAtPath(comparablePath(original));
+  if (record && record->contentHash != ContentHash::hashDirectory(original)) {
+    Skills(library).refreshRecordFromDisk(*record);
+  }
+  FS::removeAny(leftover);
 }
 
 // Set aside to be removed: final once the record is gone.
@@ -51,7 +58,7 @@ void healInstalling(Library& library, const fs::path& leftover) {
 
 void heal(Library& library, const fs::path& leftover) {
   const std::string name = leftover.filename().string();
-  if (name.starts_with(kReplacingPrefix)) return healReplaced(leftover);
+  if (name.starts_with(kReplacingPrefix)) return healReplaced(library, leftover);
   if (name.starts_with(kRemovingPrefix)) return healRemoved(library, leftover);
   if (!StagingFolder::isInUse(leftover)) healInstalling(library, leftover);
 }

@@ -1,9 +1,11 @@
 #pragma once
 
-// Keeps the active preset in step with what the user deploys and undeploys by hand.
+// Named sets of skills: their names, members and switches. What follows from them in agents' folders is the matter of
+// PresetApplication.
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/Library.h"
 
@@ -13,15 +15,31 @@ class Presets {
  public:
   explicit Presets(Library& library) : library_(library) {}
 
-  // The preset that was applied last and is still in force.
-  std::optional<Preset> activePreset();
+  // Throws `notFound`.
+  Preset require(const std::string& id);
 
-  // Notes in the active preset, when it has the skill, that the agent is wanted or not. Writes nothing otherwise, or
-  // when that is noted already. `active` is what `activePreset` gave, read once for many pairs.
-  void setActivePresetToggle(const std::optional<Preset>& active, const std::string& skillId, const std::string& tool,
-                             bool enabled);
+  // Both throw `invalidInput` or `conflict` for a name that cannot be given.
+  Preset create(const std::string& name, const std::optional<std::string>& description,
+                const std::optional<std::string>& icon);
+  void update(const std::string& id, const std::string& name, const std::optional<std::string>& description,
+              const std::optional<std::string>& icon);
+  void erase(const std::string& id);
+  void reorder(const std::vector<std::string>& ids);
+  Preset duplicate(const std::string& id);
+
+  // All three throw `notFound` for a preset or a skill that does not exist.
+  void setSkills(const std::string& id, const std::vector<std::string>& skillIds);
+  void addSkills(const std::string& id, const std::vector<std::string>& skillIds);
+  void removeSkill(const std::string& id, const std::string& skillId);
+
+  // Makes the preset the active one, or none; throws `notFound`.
+  void setActive(const std::optional<std::string>& id);
 
  private:
+  std::string requireUsableName(const std::string& name, const std::optional<std::string>& ownId);
+  void requireSkills(const std::vector<std::string>& skillIds);
+  void log(const std::string& action, const std::string& presetName);
+
   Library& library_;
 };
 

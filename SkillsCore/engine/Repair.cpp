@@ -105,10 +105,18 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
   const std::string hash = ContentHash::hashDirectory(skill.centralPath);
   for (auto& target : library_.store.targets(skill.id)) {
     if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
-    TargetChange change = SyncEngine::place(skill.centralPath, target.targetPath, SyncMode::copy,
-                                            ReplacePolicy::recorded(SyncMode::copy), resolver_);
-    target.syncedAt = nowMillis();
-    target.sourceHash = hash;
+    TargetChange change;
+    try {
+      change = SyncEngine::place(skill.centralPath, target.targetPath, SyncMode::copy,
+                                 ReplacePolicy::recorded(SyncMode::copy), resolver_);
+      target.status = kTargetOk;
+      target.lastError.reset();
+      target.syncedAt = nowMillis();
+      target.sourceHash = hash;
+    } catch (const SkillsError& error) {
+      target.status = kTargetError;
+      target.lastError = error.message();
+    }
     library_.store.upsertTarget(target);
     change.keep();
   }

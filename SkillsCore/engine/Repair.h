@@ -22,8 +22,8 @@ class Repair {
   ApplyReport repairDeployments(const OperationContext& context);
   Plan plan();
 
-  // Copies the skill anew to every agent that holds it as a copy, after its library folder changed. Throws the first
-  // failure; the copies before it are refreshed and recorded.
+  // Copies the skill anew to every agent that holds it as a copy, after its library folder changed. A copy that
+  // cannot be replaced is recorded as broken.
   void resyncCopyTargets(const SkillRecord& skill);
 
  private:

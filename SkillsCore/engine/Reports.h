@@ -28,6 +28,7 @@ struct Placement {
 // Outcome of deploying or undeploying many pairs. Failures read "SKILL → AGENT: " and the error's text.
 struct PlacementReport {
   std::vector<Placement> done;
+  std::size_t untouched = 0;  // of those: in place and recorded so already
   std::vector<std::string> errors;
   bool interrupted = false;  // stopped on request between two pairs; what is in `done` is done and recorded
 };
@@ -37,6 +38,14 @@ struct InstallReport {
   std::vector<std::string> reusedIds;  // those of `installed` that the library held already with the same content
   std::vector<std::string> errors;
   bool interrupted = false;
+};
+
+// Library skills that are to be placed in a workspace.
+struct ProjectExport {
+  std::vector<std::string> skillIds;
+  std::vector<std::string> agents;  // keys
+  SyncMode mode = SyncMode::copy;   // copies travel with the project, links work on this machine only
+  bool force = false;               // replaces folders of the same name
 };
 
 // Outcome of enabling or disabling many skills. Failures read "SKILL: " and the error's text.

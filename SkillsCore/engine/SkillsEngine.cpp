@@ -1,132 +1,16 @@
 #include "engine/SkillsEngine.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include "content/Scanner.h"
-#include "engine/AgentFolders.h"
-#include "engine/AgentSettings.h"
-#include "engine/AuditLog.h"
 #include "engine/Dashboard.h"
-#include "engine/Deployment.h"
-#include "engine/Import.h"
-#include "engine/Installation.h"
-#include "engine/Library.h"
 #include "engine/LibraryRecovery.h"
-#include "engine/Presets.h"
-#include "engine/Repair.h"
-#include "engine/SkillActivation.h"
-#include "engine/SkillRemoval.h"
-#include "engine/Skills.h"
-#include "engine/Tags.h"
-#include "files/LibraryLock.h"
-#include "foundations/SkillsError.h"
-#include "foundations/ThreadSafety.h"
+#include "engine/Pairs.h"
+#include "engine/SkillsEngineState.h"
 
 namespace orvanta {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-constexpr std::chrono::seconds kLockPatience{10};
-
-// The components in the order in which they build on one another.
-struct Components {
-  explicit Components(Library& library)
-      : agents(library),
-        presets(library),
-        skills(library),
-        tags(library),
-        activation(library, skills),
-        removal(library, skills),
-        installation(library, skills),
-        deployment(library, skills, presets),
-        repair(library),
-        folders(library, agents),
-        import(library, agents, folders, skills, presets),
-        audit(library) {}
-
-  AgentSettings agents;
-  Presets presets;
-  Skills skills;
-  Tags tags;
-  SkillActivation activation;
-  SkillRemoval removal;
-  Installation installation;
-  Deployment deployment;
-  Repair repair;
-  AgentFolders folders;
-  Import import;
-  AuditLog audit;
-};
-
-// One operation's turn, while which no other runs in this process.
-class ORVANTA_SCOPED_CAPABILITY Turn {
- public:
-  explicit Turn(Mutex& mutex) ORVANTA_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
-  ~Turn() ORVANTA_RELEASE() { mutex_.unlock(); }
-  Turn(const Turn&) = delete;
-  Turn& operator=(const Turn&) = delete;
-
- private:
-  Mutex& mutex_;
-};
-
-const Paths& withDirectories(const Paths& paths) {
-  paths.ensureDirectories();
-  return paths;
-}
-
-}  // namespace
-
-struct SkillsEngine::State {
-  class ChangeTurn;
-
-  State(const Paths& libraryPaths, const UserFolders& userFolders)
-      : paths(libraryPaths),
-        user(userFolders),
-        library{withDirectories(libraryPaths), userFolders, SkillStore(libraryPaths.database())},
-        components(library) {}
-
-  const Paths paths;
-  const UserFolders user;
-  Mutex changers;  // held by the one operation that changes the library, or waits to
-  Mutex mutex;
-  Library library ORVANTA_GUARDED_BY(mutex);
-  Components components ORVANTA_GUARDED_BY(mutex);
-};
-
-// A turn that changes the library: no other process changes it meanwhile. The operations of this process that change
-// something queue apart from those that read, so that nobody reads late because another process keeps the library's
-// lock.
-class ORVANTA_SCOPED_CAPABILITY SkillsEngine::State::ChangeTurn {
- public:
-  explicit ChangeTurn(State& state) ORVANTA_ACQUIRE(state.mutex) ORVANTA_UNCHECKED
-      : queue_(state.changers),
-        lock_(LibraryLock::acquire(state.paths.lock(), kLockPatience)),
-        turn_(state.mutex) {}
-  ~ChangeTurn() ORVANTA_RELEASE() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
-  ChangeTurn(const ChangeTurn&) = delete;
-  ChangeTurn& operator=(const ChangeTurn&) = delete;
-
- private:
-  const Turn queue_;
-  const LibraryLock lock_;
-  const Turn turn_;
-};
-
-namespace {
-
-// The only skill of a report over one: its summary, or its failure without the folder's name in front.
-SkillSummary onlyOne(InstallReport report, const PreparedInstall& prepared) {
-  if (!report.installed.empty()) return std::move(report.installed.front());
-  if (report.interrupted) throw SkillsError::io("Stopped before anything was installed");
-  const auto& failure = prepared.items.front().failure;
-  throw failure ? *failure : SkillsError::io(report.errors.front());
-}
-
-}  // namespace
 
 SkillsEngine::SkillsEngine(const Paths& paths, const UserFolders& user) : state_(std::make_unique<State>(paths, user)) {
   const Turn turn(state_->mutex);
@@ -340,7 +224,7 @@ void SkillsEngine::deleteTag(const std::string& tag) {
 SkillSummary SkillsEngine::installLocal(const fs::path& folder, const std::optional<std::string>& name) {
   const auto prepared = Installation::prepare(state_->paths, Installation::localRequests({folder}, name), {});
   const State::ChangeTurn turn(*state_);
-  return onlyOne(state_->components.installation.settle(prepared), prepared);
+  return state_->components.installation.settleOne(prepared);
 }
 
 InstallReport SkillsEngine::installFolder(const fs::path& folder, int maxDepth, const OperationContext& context) {
@@ -362,7 +246,7 @@ SkillSummary SkillsEngine::installArchive(const fs::path& archive, const std::op
   const UnpackedArchive unpacked(archive, state_->user, context.stop);
   const auto prepared = Installation::prepare(state_->paths, {unpacked.request(name)}, context);
   const State::ChangeTurn turn(*state_);
-  return onlyOne(state_->components.installation.settle(prepared), prepared);
+  return state_->components.installation.settleOne(prepared);
 }
 
 std::vector<fs::path> SkillsEngine::findSkills(const fs::path& folder, int maxDepth) {
@@ -398,13 +282,14 @@ Placement SkillsEngine::undeploy(const std::string& skillId, const std::string& 
 PlacementReport SkillsEngine::deploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
                                      bool force, const OperationContext& context) {
   const State::ChangeTurn turn(*state_);
-  return state_->components.deployment.deploy(skillIds, tools, force, context);
+  return state_->components.deployment.deploy({.pairs = pairsOf(skillIds, tools), .force = force}, Asker::hand,
+                                              context);
 }
 
 PlacementReport SkillsEngine::undeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
                                        const OperationContext& context) {
   const State::ChangeTurn turn(*state_);
-  return state_->components.deployment.undeploy(skillIds, tools, context);
+  return state_->components.deployment.undeploy(pairsOf(skillIds, tools), Asker::hand, context);
 }
 
 void SkillsEngine::setDeployedTools(const std::string& skillId, const std::set<std::string>& tools) {
@@ -415,12 +300,12 @@ void SkillsEngine::setDeployedTools(const std::string& skillId, const std::set<s
 Plan SkillsEngine::planDeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
                               bool force) {
   const Turn turn(state_->mutex);
-  return state_->components.deployment.planDeploy(skillIds, tools, force);
+  return state_->components.deployment.planDeploy({.pairs = pairsOf(skillIds, tools), .force = force});
 }
 
 Plan SkillsEngine::planUndeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools) {
   const Turn turn(state_->mutex);
-  return state_->components.deployment.planUndeploy(skillIds, tools);
+  return state_->components.deployment.planUndeploy(pairsOf(skillIds, tools));
 }
 
 ApplyReport SkillsEngine::repairDeployments(const OperationContext& context) {

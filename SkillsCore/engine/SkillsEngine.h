@@ -7,10 +7,14 @@
 // Contents
 //   Library and settings   figures, settings, sync mode               engine/Library, engine/Dashboard
 //   Agents                 the table of agents and the user's changes  engine/AgentSettings
-//   Skills                 records, files, tags, enabling, removal     engine/Skills, SkillActivation, SkillRemoval,
-//   Tags Installation           folders and archives into the library       engine/Installation Deployment links and
-//   copies in agents' folders         engine/Deployment, engine/Repair Agents' folders        what lies there; import,
-//   adopt, delete      engine/AgentFolders, engine/Import Audit                  the log and its export engine/AuditLog
+//   Skills                 records, files, enabling, removal           engine/Skills, SkillActivation, SkillRemoval
+//   Tags                   names that skills share                     engine/Tags
+//   Installation           folders and archives into the library       engine/Installation
+//   Deployment             links and copies in agents' folders         engine/Deployment, engine/Repair
+//   Presets                named sets of skills, applied together      engine/Presets, PresetDemand, PresetApplication
+//   Agents' folders        what lies there; import, adopt, delete      engine/AgentFolders, engine/Import
+//   Projects               skills inside projects, both ways           engine/Projects, ProjectSkills, ProjectExchange
+//   Audit                  the log and its export                      engine/AuditLog
 //
 // Every operation may throw `SkillsError`: `database` when the records cannot be read or written, `io` when the system
 // refuses. An operation that throws has changed nothing, unless it says otherwise. Unknown ids and keys are `notFound`.
@@ -140,6 +144,44 @@ class SkillsEngine {
   ApplyReport repairDeployments(const OperationContext& context);
   Plan planRepair();
 
+  // ── Presets ──
+  std::vector<Preset> presets();
+  Preset preset(const std::string& id);
+  // `invalidInput` for a name with nothing in it, `conflict` for one that another preset has, letter case and Unicode
+  // composition ignored. Empty descriptions and icons count as absent.
+  Preset createPreset(const std::string& name, const std::optional<std::string>& description,
+                      const std::optional<std::string>& icon);
+  void updatePreset(const std::string& id, const std::string& name, const std::optional<std::string>& description,
+                    const std::optional<std::string>& icon);
+  // Deployments stay as they are.
+  void deletePreset(const std::string& id);
+  void reorderPresets(const std::vector<std::string>& ids);
+  // Named "NAME copy", or with the first number that is free.
+  Preset duplicatePreset(const std::string& id);
+  // Changes of the members change no deployment.
+  void setPresetSkills(const std::string& presetId, const std::vector<std::string>& skillIds);
+  void addSkillsToPreset(const std::string& presetId, const std::vector<std::string>& skillIds);
+  void removeSkillFromPreset(const std::string& presetId, const std::string& skillId);
+  // Notes whether the agent shall have the skill. In the active preset it gets or loses it at once, and what was
+  // deployed is returned; the choice stays noted when that fails.
+  std::optional<Placement> setPresetSkillTool(const std::string& presetId, const std::string& skillId,
+                                              const std::string& tool, bool enabled);
+  // What the preset wants: each enabled member for each active agent that is not switched off for it, skill by skill.
+  std::vector<SkillToolPair> desiredPairs(const Preset& preset);
+  PresetActivation presetActivation(const Preset& preset);
+  // By preset. A constant number of queries.
+  std::map<std::string, PresetActivation> presetActivations();
+  // Deploys what the preset wants and makes it the active one; `exclusive` first takes out every other deployment. Goes
+  // on past failures. The user's choices of agents in presets stay what they are. A stop between two pairs leaves what
+  // was done by then.
+  ApplyReport applyPreset(const std::string& id, bool exclusive, const OperationContext& context);
+  Plan planApplyPreset(const std::string& id, bool exclusive);
+  // Takes out what the preset wants; it is no longer the active one.
+  ApplyReport deactivatePreset(const std::string& id, const OperationContext& context);
+  Plan planDeactivatePreset(const std::string& id);
+  std::optional<std::string> activePresetId();
+  void setActivePreset(const std::optional<std::string>& id);
+
   // ── Agents' folders ──
   std::vector<AgentSkillEntry> agentEntries(const std::string& tool);
   // Copies a folder from an agent's folder into the library; `adopt` then replaces it by a managed deployment.
@@ -153,6 +195,49 @@ class SkillsEngine {
   // `invalidInput` when nothing is chosen; goes on past failures.
   InstallReport importDiscovered(const std::vector<DiscoveredGroup>& groups, bool adopt,
                                  const OperationContext& context);
+
+  // ── Projects ──
+  // The workspaces as they are recorded, without a look at their files.
+  std::vector<ProjectRecord> projectRecords();
+  // With the comparison of all their skills with the library.
+  std::vector<ProjectInfo> projects(const OperationContext& context);
+  // The skills of one workspace, by agent in display order; what agents share is listed once.
+  std::vector<ProjectSkill> projectSkills(const std::string& id, const OperationContext& context);
+  // `conflict` for a folder that is registered already, `invalidInput` for one inside the library. The folder's own
+  // name is used where none is given.
+  ProjectRecord addProject(const std::filesystem::path& path, const std::optional<std::string>& name);
+  // The agent's global folder as a workspace.
+  ProjectRecord addLinkedWorkspace(const std::string& agentKey);
+  // No file of the workspace is touched.
+  void removeProject(const std::string& id);
+  void reorderProjects(const std::vector<std::string>& ids);
+  // Folders at most `maxDepth` levels below `root` that hold skills of agents, by path. Links are not followed.
+  std::vector<ScannedProject> scanForProjects(const std::filesystem::path& root, int maxDepth,
+                                              const OperationContext& context);
+  // The operations on one skill take its absolute path; `refused` for a path that is no skill inside the workspace.
+  SkillSummary importProjectSkill(const std::string& projectId, const std::filesystem::path& path,
+                                  const OperationContext& context);
+  Plan planImportProjectSkill(const std::string& projectId, const std::filesystem::path& path);
+  // Every skill to every agent; goes on past failures.
+  ApplyReport exportToProject(const std::string& projectId, const ProjectExport& request,
+                              const OperationContext& context);
+  Plan planExportToProject(const std::string& projectId, const ProjectExport& request);
+  // Pull: the project's copy becomes what the library holds. Links into the library are left alone.
+  void updateProjectSkillFromCenter(const std::string& projectId, const std::filesystem::path& path);
+  Plan planUpdateProjectSkillFromCenter(const std::string& projectId, const std::filesystem::path& path);
+  // Push: the library's skill becomes what the project holds, and its copies in agents' folders follow.
+  SkillSummary updateCenterFromProject(const std::string& projectId, const std::filesystem::path& path);
+  Plan planUpdateCenterFromProject(const std::string& projectId, const std::filesystem::path& path);
+  // Moves the skill to the folder of disabled skills, or back. `conflict` when something stands there.
+  void setProjectSkillEnabled(const std::string& projectId, const std::filesystem::path& path, bool enabled);
+  Plan planSetProjectSkillEnabled(const std::string& projectId, const std::filesystem::path& path, bool enabled);
+  // A link goes, never what it points to; a managed deployment is undeployed.
+  void deleteProjectSkill(const std::string& projectId, const std::filesystem::path& path);
+  Plan planDeleteProjectSkill(const std::string& projectId, const std::filesystem::path& path);
+  // The agents' folders of a workspace and those of its disabled skills; whether they exist is not asked.
+  std::vector<std::filesystem::path> workspaceRoots(const ProjectRecord& record);
+  // Throws `refused` for a location outside of them, as it is spelled or by way of a link.
+  void assertInsideWorkspace(const std::filesystem::path& location, const ProjectRecord& record);
 
   // ── Audit ──
   std::vector<AuditEntry> auditEntries(std::int64_t limit, std::int64_t offset);

@@ -104,6 +104,7 @@ void UndeployBatch::takeOutPair(Pair& pair) {
                         : SyncEngine::takeAwayRecorded(pair.record.targetPath, pair.record.mode);
     } catch (const SkillsError& error) {
       pair.cleared = false;
+      pair.failed = true;
       pair.note = "remove failed: " + error.message();
     }
   }

@@ -23,6 +23,7 @@ class UndeployBatch {
     std::string centralPath;
     bool cleared = false;             // nothing stands at the place any more
     std::optional<std::string> note;  // why something does
+    bool failed = false;              // because it could not be removed
     bool isShared = false;            // because another agent's record names the place, too
     TargetChange change;
     bool done = false;

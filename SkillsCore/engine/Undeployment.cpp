@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <set>
 
 #include "engine/Deployment.h"
+#include "engine/Pairs.h"
 #include "engine/UndeployBatch.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
@@ -27,7 +29,7 @@ Placement placementOf(const UndeployBatch::Pair& pair) {
 
 Placement Deployment::undeploy(const std::string& skillId, const std::string& tool) {
   const SkillRecord skill = skills_.require(skillId);
-  const PlacementReport report = undeploy({skillId}, {tool}, {});
+  const PlacementReport report = undeploy({{skillId, tool}}, Asker::hand, {});
   if (!report.done.empty()) return report.done.front();
   return {.skillId = skillId,
           .skillName = skill.name,
@@ -38,13 +40,13 @@ Placement Deployment::undeploy(const std::string& skillId, const std::string& to
           .note = "not deployed"};
 }
 
-PlacementReport Deployment::undeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools,
+PlacementReport Deployment::undeploy(const std::vector<SkillToolPair>& pairs, Asker asker,
                                      const OperationContext& context) {
-  UndeployBatch batch(library_, recordsOf(skillIds, tools));
+  UndeployBatch batch(library_, recordsOf(pairs));
   batch.takeOut(context);
   PlacementReport report;
   library_.transaction([&] {
-    const auto active = presets_.activePreset();
+    auto active = presetFollowing(asker);
     for (const auto& pair : batch.pairs()) {
       if (!pair.done) {
         report.interrupted = true;
@@ -58,21 +60,27 @@ PlacementReport Deployment::undeploy(const std::vector<std::string>& skillIds, c
                                .tool = record.tool,
                                .detail = pair.note ? std::optional(record.targetPath + " (" + *pair.note + ")")
                                                    : std::optional(record.targetPath)});
-      presets_.setActivePresetToggle(active, record.skillId, record.tool, false);
       report.done.push_back(placementOf(pair));
+      if (pair.failed) {
+        report.errors.push_back(pair.skillName + " → " + record.tool + ": " + record.targetPath + ": " + *pair.note);
+      }
     }
-    if (report.interrupted) return;
-    // What was not deployed is not wanted from now on either.
-    for (const auto& skillId : skillIds) {
-      for (const auto& tool : tools) presets_.setActivePresetToggle(active, skillId, tool, false);
+    if (!active) return;
+    // What was not deployed is not wanted from now on either, but for what a stop left undone.
+    std::set<SkillToolPair> undone;
+    for (const auto& pair : batch.pairs()) {
+      if (!pair.done) undone.insert({pair.record.skillId, pair.record.tool});
+    }
+    for (const auto& pair : pairs) {
+      if (!undone.contains(pair)) active->setActivePresetToggle(pair.skillId, pair.tool, false);
     }
   });
   batch.keep();
   return report;
 }
 
-Plan Deployment::planUndeploy(const std::vector<std::string>& skillIds, const std::vector<std::string>& tools) {
-  return UndeployBatch(library_, recordsOf(skillIds, tools)).plan();
+Plan Deployment::planUndeploy(const std::vector<SkillToolPair>& pairs) {
+  return UndeployBatch(library_, recordsOf(pairs)).plan();
 }
 
 void Deployment::setDeployedTools(const std::string& skillId, const std::set<std::string>& tools) {
@@ -83,24 +91,23 @@ void Deployment::setDeployedTools(const std::string& skillId, const std::set<std
   std::vector<std::string> surplus;
   std::set_difference(tools.begin(), tools.end(), deployed.begin(), deployed.end(), std::back_inserter(missing));
   std::set_difference(deployed.begin(), deployed.end(), tools.begin(), tools.end(), std::back_inserter(surplus));
-  const PlacementReport report = deploy({skillId}, missing, /*force=*/false, {});
+  const PlacementReport report = deploy({.pairs = pairsOf({skillId}, missing)}, Asker::hand, {});
   if (!report.errors.empty()) throw SkillsError::refused(Text::join(report.errors, "; "));
-  undeploy({skillId}, surplus, {});
+  undeploy(pairsOf({skillId}, surplus), Asker::hand, {});
 }
 
-// The records of these pairs, in the order of the lists.
-std::vector<SkillTarget> Deployment::recordsOf(const std::vector<std::string>& skillIds,
-                                               const std::vector<std::string>& tools) {
-  std::map<std::pair<std::string, std::string>, SkillTarget> byPair;
-  library_.store.forEachTarget(skillIds, [&](SkillTarget&& target) {
-    byPair.emplace(std::pair(target.skillId, target.tool), std::move(target));
+// In the order of the pairs.
+std::vector<SkillTarget> Deployment::recordsOf(const std::vector<SkillToolPair>& pairs) {
+  std::set<std::string> skillIds;
+  for (const auto& pair : pairs) skillIds.insert(pair.skillId);
+  std::map<SkillToolPair, SkillTarget> byPair;
+  library_.store.forEachTarget({skillIds.begin(), skillIds.end()}, [&](SkillTarget&& target) {
+    byPair.emplace(SkillToolPair{target.skillId, target.tool}, std::move(target));
   });
   std::vector<SkillTarget> records;
-  for (const auto& skillId : skillIds) {
-    for (const auto& tool : tools) {
-      const auto record = byPair.find({skillId, tool});
-      if (record != byPair.end()) records.push_back(record->second);
-    }
+  for (const auto& pair : pairs) {
+    const auto record = byPair.find(pair);
+    if (record != byPair.end()) records.push_back(record->second);
   }
   return records;
 }

@@ -53,6 +53,12 @@ constexpr Names<ToolCategory, 2> kToolCategories{
 constexpr Names<WorkspaceType, 2> kWorkspaceTypes{
     {{WorkspaceType::project, "project"}, {WorkspaceType::linked, "linked"}}};
 
+constexpr Names<ProjectSyncStatus, 5> kProjectSyncStatuses{{{ProjectSyncStatus::projectOnly, "project_only"},
+                                                            {ProjectSyncStatus::inSync, "in_sync"},
+                                                            {ProjectSyncStatus::projectNewer, "project_newer"},
+                                                            {ProjectSyncStatus::centerNewer, "center_newer"},
+                                                            {ProjectSyncStatus::diverged, "diverged"}}};
+
 constexpr Names<AgentSkillEntry::Kind, 4> kEntryKinds{
     {{AgentSkillEntry::Kind::managed, "managed"},
      {AgentSkillEntry::Kind::unmanagedInLibrary, "unmanagedInLibrary"},
@@ -78,6 +84,11 @@ std::optional<ToolCategory> parseToolCategory(std::string_view raw) { return val
 std::string_view rawValue(WorkspaceType type) { return nameOf(kWorkspaceTypes, type); }
 std::optional<WorkspaceType> parseWorkspaceType(std::string_view raw) { return valueOf(kWorkspaceTypes, raw); }
 
+std::string_view rawValue(ProjectSyncStatus status) { return nameOf(kProjectSyncStatuses, status); }
+std::optional<ProjectSyncStatus> parseProjectSyncStatus(std::string_view raw) {
+  return valueOf(kProjectSyncStatuses, raw);
+}
+
 std::string_view rawValue(AgentSkillEntry::Kind kind) { return nameOf(kEntryKinds, kind); }
 
 std::vector<std::string> SkillSummary::deployedTools() const {
@@ -93,6 +104,16 @@ bool Preset::isToolEnabled(const std::string& skillId, const std::string& tool) 
   if (skill == toolToggles.end()) return true;
   const auto toggle = skill->second.find(tool);
   return toggle == skill->second.end() || toggle->second;
+}
+
+void SyncHealth::count(ProjectSyncStatus status) {
+  switch (status) {
+    case ProjectSyncStatus::projectOnly: ++projectOnly; break;
+    case ProjectSyncStatus::inSync: ++inSync; break;
+    case ProjectSyncStatus::projectNewer: ++projectNewer; break;
+    case ProjectSyncStatus::centerNewer: ++centerNewer; break;
+    case ProjectSyncStatus::diverged: ++diverged; break;
+  }
 }
 
 }  // namespace orvanta

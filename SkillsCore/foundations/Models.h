@@ -4,6 +4,7 @@
 // by field. The raw values of the enumerations are persistent (database, settings, JSON) and spelled exactly as here.
 
 #include <array>
+#include <compare>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -46,6 +47,14 @@ enum class WorkspaceType { project, linked };
 std::string_view rawValue(WorkspaceType type);
 std::optional<WorkspaceType> parseWorkspaceType(std::string_view raw);
 
+// How a skill inside a project compares with the library.
+enum class ProjectSyncStatus { projectOnly, inSync, projectNewer, centerNewer, diverged };
+inline constexpr std::array kAllProjectSyncStatuses{ProjectSyncStatus::projectOnly, ProjectSyncStatus::inSync,
+                                                    ProjectSyncStatus::projectNewer, ProjectSyncStatus::centerNewer,
+                                                    ProjectSyncStatus::diverged};
+std::string_view rawValue(ProjectSyncStatus status);
+std::optional<ProjectSyncStatus> parseProjectSyncStatus(std::string_view raw);
+
 // One skill in the library.
 struct SkillRecord {
   std::string id;
@@ -75,6 +84,14 @@ struct SkillRecord {
 inline constexpr std::string_view kTargetOk = "ok";
 inline constexpr std::string_view kTargetDisabled = "disabled";
 inline constexpr std::string_view kTargetError = "error";
+
+// A skill and an agent that has, shall have or shall lose it.
+struct SkillToolPair {
+  std::string skillId;
+  std::string tool;  // the agent's key
+
+  friend auto operator<=>(const SkillToolPair&, const SkillToolPair&) = default;
+};
 
 // One deployment of a skill to one agent.
 struct SkillTarget {
@@ -216,6 +233,16 @@ struct Preset {
   friend bool operator==(const Preset&, const Preset&) = default;
 };
 
+// How much of what a preset wants is deployed, in pairs of skill and agent.
+struct PresetActivation {
+  std::int64_t active = 0;
+  std::int64_t total = 0;
+
+  [[nodiscard]] bool isComplete() const { return total > 0 && active == total; }
+
+  friend bool operator==(const PresetActivation&, const PresetActivation&) = default;
+};
+
 // Counts of a bulk operation; `errors` has one complete text per failure.
 struct ApplyReport {
   std::int64_t deployed = 0;
@@ -240,6 +267,63 @@ struct ProjectRecord {
   std::int64_t updatedAt = 0;
 
   friend bool operator==(const ProjectRecord&, const ProjectRecord&) = default;
+};
+
+// How many skills of a workspace compare how with the library.
+struct SyncHealth {
+  std::int64_t inSync = 0;
+  std::int64_t projectNewer = 0;
+  std::int64_t centerNewer = 0;
+  std::int64_t diverged = 0;
+  std::int64_t projectOnly = 0;
+
+  void count(ProjectSyncStatus status);
+  // The skills for which somebody has to decide which side is right.
+  [[nodiscard]] std::int64_t needsAttention() const { return projectNewer + centerNewer + diverged; }
+
+  friend bool operator==(const SyncHealth&, const SyncHealth&) = default;
+};
+
+// One workspace as a list shows it.
+struct ProjectInfo {
+  ProjectRecord record;
+  std::int64_t skillCount = 0;
+  SyncHealth health;
+  bool exists = false;  // its folder does
+
+  friend bool operator==(const ProjectInfo&, const ProjectInfo&) = default;
+};
+
+// One skill inside a workspace.
+struct ProjectSkill {
+  std::string name;
+  std::optional<std::string> description;
+  std::string path;          // absolute
+  std::string relativePath;  // below the agent's folder, or the one of its disabled skills
+  std::string agent;         // its key
+  std::string agentDisplayName;
+  bool enabled = true;
+  bool isSymlink = false;
+  bool inCenter = false;  // the library has a skill of this name
+  std::optional<std::string> centerSkillId;
+  ProjectSyncStatus syncStatus = ProjectSyncStatus::projectOnly;
+  std::optional<std::int64_t> lastModifiedAt;
+  std::optional<std::string> contentHash;
+
+  [[nodiscard]] std::string id() const { return agent + "|" + path; }
+
+  friend bool operator==(const ProjectSkill&, const ProjectSkill&) = default;
+};
+
+// A folder that holds skills of agents, and so may be worth registering.
+struct ScannedProject {
+  std::string path;
+  std::string name;
+  std::vector<std::string> agents;  // keys
+  std::int64_t skillCount = 0;
+  bool alreadyAdded = false;
+
+  friend bool operator==(const ScannedProject&, const ScannedProject&) = default;
 };
 
 // One row of the audit log.

@@ -105,11 +105,73 @@ void to_json(Json& json, const DiscoveredGroup& group) {
   putOptional(json, "description", group.description);
 }
 
+void to_json(Json& json, const Preset& preset) {
+  json = Json{{"id", preset.id},
+              {"name", preset.name},
+              {"sortOrder", preset.sortOrder},
+              {"createdAt", preset.createdAt},
+              {"updatedAt", preset.updatedAt},
+              {"skillIds", preset.skillIds},
+              {"toolToggles", preset.toolToggles}};
+  putOptional(json, "description", preset.description);
+  putOptional(json, "icon", preset.icon);
+}
+
+void to_json(Json& json, const PresetActivation& activation) {
+  json = Json{{"active", activation.active}, {"total", activation.total}};
+}
+
 void to_json(Json& json, const ApplyReport& report) {
   json = Json{{"deployed", report.deployed},
               {"removed", report.removed},
               {"skipped", report.skipped},
               {"errors", report.errors}};
+}
+
+void to_json(Json& json, const ProjectRecord& record) {
+  json = Json{{"id", record.id},
+              {"name", record.name},
+              {"path", record.path},
+              {"workspaceType", rawValue(record.workspaceType)},
+              {"sortOrder", record.sortOrder},
+              {"createdAt", record.createdAt},
+              {"updatedAt", record.updatedAt}};
+  putOptional(json, "linkedAgentKey", record.linkedAgentKey);
+  putOptional(json, "linkedAgentName", record.linkedAgentName);
+  putOptional(json, "disabledPath", record.disabledPath);
+}
+
+void to_json(Json& json, const SyncHealth& health) {
+  json = Json{{"inSync", health.inSync},           {"projectNewer", health.projectNewer},
+              {"centerNewer", health.centerNewer}, {"diverged", health.diverged},
+              {"projectOnly", health.projectOnly}, {"needsAttention", health.needsAttention()}};
+}
+
+void to_json(Json& json, const ProjectInfo& project) {
+  json = Json{{"record", project.record},
+              {"skillCount", project.skillCount},
+              {"health", project.health},
+              {"exists", project.exists}};
+}
+
+void to_json(Json& json, const ProjectSkill& skill) {
+  json = Json{{"id", skill.id()},           {"name", skill.name},
+              {"path", skill.path},         {"relativePath", skill.relativePath},
+              {"agent", skill.agent},       {"agentDisplayName", skill.agentDisplayName},
+              {"enabled", skill.enabled},   {"isSymlink", skill.isSymlink},
+              {"inCenter", skill.inCenter}, {"syncStatus", rawValue(skill.syncStatus)}};
+  putOptional(json, "description", skill.description);
+  putOptional(json, "centerSkillId", skill.centerSkillId);
+  putOptional(json, "lastModifiedAt", skill.lastModifiedAt);
+  putOptional(json, "contentHash", skill.contentHash);
+}
+
+void to_json(Json& json, const ScannedProject& project) {
+  json = Json{{"path", project.path},
+              {"name", project.name},
+              {"agents", project.agents},
+              {"skillCount", project.skillCount},
+              {"alreadyAdded", project.alreadyAdded}};
 }
 
 void to_json(Json& json, const AuditEntry& entry) {

@@ -23,7 +23,15 @@ void to_json(Json& json, const ToolInfo& tool);
 void to_json(Json& json, const AgentSkillEntry& entry);
 void to_json(Json& json, const DiscoveredLocation& location);
 void to_json(Json& json, const DiscoveredGroup& group);
+void to_json(Json& json, const Preset& preset);
+void to_json(Json& json, const PresetActivation& activation);
 void to_json(Json& json, const ApplyReport& report);
+void to_json(Json& json, const ProjectRecord& record);
+// With the derived "needsAttention".
+void to_json(Json& json, const SyncHealth& health);
+void to_json(Json& json, const ProjectInfo& project);
+void to_json(Json& json, const ProjectSkill& skill);
+void to_json(Json& json, const ScannedProject& project);
 void to_json(Json& json, const AuditEntry& entry);
 void to_json(Json& json, const DashboardStats& stats);
 void to_json(Json& json, const SkillFileEntry& entry);

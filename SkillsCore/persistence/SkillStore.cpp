@@ -137,6 +137,17 @@ void SkillStore::setSkillEnabled(const std::string& id, bool enabled) {
   connection_.run("UPDATE skills SET enabled = ?, updated_at = ? WHERE id = ?", {enabled, nowMillis(), id});
 }
 
+std::set<std::string> SkillStore::skillIds() {
+  std::set<std::string> ids;
+  connection_.forEach("SELECT id FROM skills", {}, [&](const SQLRow& row) { ids.emplace(row.text(0)); });
+  return ids;
+}
+
+std::vector<std::string> SkillStore::enabledSkillIds() {
+  return connection_.query("SELECT id FROM skills WHERE enabled <> 0", {},
+                           [](const SQLRow& row) { return std::string(row.text(0)); });
+}
+
 void SkillStore::setUpdateStatus(const std::string& id, const UpdateCheck& check) {
   std::string sql = "UPDATE skills SET update_status = ?";
   SQLiteConnection::Params params{rawValue(check.status)};
@@ -204,6 +215,11 @@ std::map<std::string, std::int64_t> SkillStore::targetCounts() {
 
 std::map<std::string, std::vector<std::string>> SkillStore::deployedToolsBySkill() {
   return grouped(connection_, "SELECT skill_id, tool FROM skill_targets WHERE status = 'ok'");
+}
+
+void SkillStore::forEachDeployedPair(const std::function<void(std::string_view, std::string_view)>& each) {
+  connection_.forEach("SELECT skill_id, tool FROM skill_targets WHERE status = 'ok'", {},
+                      [&](const SQLRow& row) { each(row.text(0), row.text(1)); });
 }
 
 std::vector<std::string> SkillStore::tags(const std::string& skillId) {

@@ -9,7 +9,9 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "foundations/Models.h"
@@ -64,6 +66,8 @@ class SkillStore {
   void updateSkill(const SkillRecord& record);
   void deleteSkill(const std::string& id);
   void setSkillEnabled(const std::string& id, bool enabled);
+  std::set<std::string> skillIds();
+  std::vector<std::string> enabledSkillIds();
 
   // What a check for updates writes; absent outer values leave the stored ones, an inner absent error clears it.
   struct UpdateCheck {
@@ -89,6 +93,8 @@ class SkillStore {
   std::map<std::string, std::int64_t> targetCounts();
   // Skill id → agents that hold it (status "ok").
   std::map<std::string, std::vector<std::string>> deployedToolsBySkill();
+  // The same pairs one by one, in no order; the texts are valid during the call.
+  void forEachDeployedPair(const std::function<void(std::string_view skillId, std::string_view tool)>& each);
 
   // ── Tags ──
   std::vector<std::string> tags(const std::string& skillId);
@@ -111,9 +117,17 @@ class SkillStore {
   void deletePreset(const std::string& id);
   void reorderPresets(const std::vector<std::string>& ids);
   void setPresetSkills(const std::string& presetId, const std::vector<std::string>& skillIds);
+  // After the members it has; those keep their places.
+  void addPresetSkills(const std::string& presetId, const std::vector<std::string>& skillIds);
+  // With its toggles.
+  void removePresetSkill(const std::string& presetId, const std::string& skillId);
+  // A new preset with the members and toggles of another.
+  Preset copyPreset(const Preset& source, const std::string& name);
   void setPresetSkillTool(const std::string& presetId, const std::string& skillId, const std::string& tool,
                           bool enabled);
   std::map<std::string, std::vector<std::string>> presetIdsBySkill();
+  std::optional<std::string> activePresetId();
+  void setActivePresetId(const std::optional<std::string>& id);
 
   // ── Projects ──
   std::vector<ProjectRecord> projects();
@@ -150,6 +164,7 @@ class SkillStore {
   explicit SkillStore(InMemory);
 
   static SkillsError unreadableSetting(const std::string& key, const std::string& reason);
+  void fillPresets(std::vector<Preset>& presets, const std::string& where, const SQLiteConnection::Params& params);
   void reorder(const std::string& sql, const std::vector<std::string>& ids);
 
   SQLiteConnection connection_;

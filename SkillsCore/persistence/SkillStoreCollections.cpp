@@ -11,6 +11,8 @@ namespace {
 const std::string kProjectColumns =
     "id, name, path, workspace_type, linked_agent_key, linked_agent_name, disabled_path, sort_order, created_at, "
     "updated_at";
+const std::string kSelectPresets =
+    "SELECT id, name, description, icon, sort_order, created_at, updated_at FROM scenarios";
 const std::string kSelectProjects = "SELECT " + kProjectColumns + " FROM projects";
 
 Preset readPreset(const SQLRow& row) {
@@ -41,32 +43,35 @@ ProjectRecord readProject(const SQLRow& row) {
 }  // namespace
 
 std::vector<Preset> SkillStore::presets() {
-  auto presets = connection_.query(
-      "SELECT id, name, description, icon, sort_order, created_at, updated_at FROM scenarios ORDER BY sort_order, "
-      "created_at",
-      {}, readPreset);
-  std::map<std::string, Preset*> byId;
-  for (auto& preset : presets) byId[preset.id] = &preset;
-  connection_.forEach("SELECT scenario_id, skill_id FROM scenario_skills ORDER BY sort_order, added_at", {},
-                      [&](const SQLRow& row) {
-                        const auto preset = byId.find(std::string(row.text(0)));
-                        if (preset != byId.end()) preset->second->skillIds.emplace_back(row.text(1));
-                      });
-  connection_.forEach("SELECT scenario_id, skill_id, tool, enabled FROM scenario_skill_tools", {},
-                      [&](const SQLRow& row) {
-                        const auto preset = byId.find(std::string(row.text(0)));
-                        if (preset == byId.end()) return;
-                        auto& toggles = preset->second->toolToggles[std::string(row.text(1))];
-                        toggles[std::string(row.text(2))] = row.boolean(3);
-                      });
+  auto presets = connection_.query(kSelectPresets + " ORDER BY sort_order, created_at", {}, readPreset);
+  fillPresets(presets, "", {});
   return presets;
 }
 
 std::optional<Preset> SkillStore::preset(const std::string& id) {
-  for (auto& preset : presets()) {
-    if (preset.id == id) return std::move(preset);
-  }
-  return std::nullopt;
+  auto found = connection_.query(kSelectPresets + " WHERE id = ?", {id}, readPreset);
+  if (found.empty()) return std::nullopt;
+  fillPresets(found, " WHERE scenario_id = ?", {id});
+  return std::move(found.front());
+}
+
+// Adds members and toggles, by one query each whatever the number of presets.
+void SkillStore::fillPresets(std::vector<Preset>& presets, const std::string& where,
+                             const SQLiteConnection::Params& params) {
+  std::map<std::string, Preset*, std::less<>> byId;
+  for (auto& preset : presets) byId[preset.id] = &preset;
+  connection_.forEach("SELECT scenario_id, skill_id FROM scenario_skills" + where + " ORDER BY sort_order, added_at",
+                      params, [&](const SQLRow& row) {
+                        const auto preset = byId.find(row.text(0));
+                        if (preset != byId.end()) preset->second->skillIds.emplace_back(row.text(1));
+                      });
+  connection_.forEach("SELECT scenario_id, skill_id, tool, enabled FROM scenario_skill_tools" + where, params,
+                      [&](const SQLRow& row) {
+                        const auto preset = byId.find(row.text(0));
+                        if (preset == byId.end()) return;
+                        auto& toggles = preset->second->toolToggles[std::string(row.text(1))];
+                        toggles[std::string(row.text(2))] = row.boolean(3);
+                      });
 }
 
 Preset SkillStore::createPreset(const std::string& name, const std::optional<std::string>& description,
@@ -121,6 +126,43 @@ void SkillStore::setPresetSkills(const std::string& presetId, const std::vector<
   });
 }
 
+void SkillStore::addPresetSkills(const std::string& presetId, const std::vector<std::string>& skillIds) {
+  connection_.transaction([&] {
+    const std::int64_t now = nowMillis();
+    std::int64_t position = connection_.scalarInt(
+        "SELECT COALESCE(MAX(sort_order), -1) + 1 FROM scenario_skills WHERE scenario_id = ?", {presetId});
+    for (const auto& skillId : skillIds) {
+      connection_.run(
+          "INSERT OR IGNORE INTO scenario_skills (scenario_id, skill_id, added_at, sort_order) VALUES (?, ?, ?, ?)",
+          {presetId, skillId, now, position++});
+    }
+    connection_.run("UPDATE scenarios SET updated_at = ? WHERE id = ?", {now, presetId});
+  });
+}
+
+void SkillStore::removePresetSkill(const std::string& presetId, const std::string& skillId) {
+  connection_.transaction([&] {
+    connection_.run("DELETE FROM scenario_skills WHERE scenario_id = ? AND skill_id = ?", {presetId, skillId});
+    connection_.run("DELETE FROM scenario_skill_tools WHERE scenario_id = ? AND skill_id = ?", {presetId, skillId});
+    connection_.run("UPDATE scenarios SET updated_at = ? WHERE id = ?", {nowMillis(), presetId});
+  });
+}
+
+Preset SkillStore::copyPreset(const Preset& source, const std::string& name) {
+  return connection_.transaction([&] {
+    Preset copy = createPreset(name, source.description, source.icon);
+    connection_.run(
+        "INSERT INTO scenario_skills (scenario_id, skill_id, added_at, sort_order) "
+        "SELECT ?, skill_id, added_at, sort_order FROM scenario_skills WHERE scenario_id = ?",
+        {copy.id, source.id});
+    connection_.run(
+        "INSERT INTO scenario_skill_tools (scenario_id, skill_id, tool, enabled, updated_at) "
+        "SELECT ?, skill_id, tool, enabled, updated_at FROM scenario_skill_tools WHERE scenario_id = ?",
+        {copy.id, source.id});
+    return copy;
+  });
+}
+
 void SkillStore::setPresetSkillTool(const std::string& presetId, const std::string& skillId, const std::string& tool,
                                     bool enabled) {
   connection_.run(
@@ -137,6 +179,18 @@ std::map<std::string, std::vector<std::string>> SkillStore::presetIdsBySkill() {
       "s.sort_order",
       {}, [&](const SQLRow& row) { presets[std::string(row.text(0))].emplace_back(row.text(1)); });
   return presets;
+}
+
+std::optional<std::string> SkillStore::activePresetId() {
+  return connection_.scalarString("SELECT scenario_id FROM active_scenario WHERE key = 'current'");
+}
+
+void SkillStore::setActivePresetId(const std::optional<std::string>& id) {
+  if (id) {
+    connection_.run("INSERT OR REPLACE INTO active_scenario (key, scenario_id) VALUES ('current', ?)", {*id});
+  } else {
+    connection_.run("DELETE FROM active_scenario WHERE key = 'current'");
+  }
 }
 
 std::vector<ProjectRecord> SkillStore::projects() {

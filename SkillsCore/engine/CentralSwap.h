@@ -1,0 +1,30 @@
+#pragma once
+
+// Replacing a skill's folder in the library as a whole. The old content stands until the new is complete beside it,
+// then the two change places in one step; it comes back unless the change is kept, and the next opening of the library
+// clears up after a process that was killed in between.
+
+#include <filesystem>
+
+namespace orvanta {
+
+class CentralSwap {
+ public:
+  // Puts the folder `staged` in the place of `central`, or there where nothing stands; `staged` is used up. Throws `io`
+  // with `central` as it was.
+  CentralSwap(const std::filesystem::path& staged, const std::filesystem::path& central);
+  // Takes the change back unless it was kept.
+  ~CentralSwap();
+  CentralSwap(const CentralSwap&) = delete;
+  CentralSwap& operator=(const CentralSwap&) = delete;
+
+  void keep() noexcept;
+
+ private:
+  const std::filesystem::path central_;
+  const std::filesystem::path aside_;
+  bool replaced_ = false;  // the old content waits at `aside_`
+  bool kept_ = false;
+};
+
+}  // namespace orvanta

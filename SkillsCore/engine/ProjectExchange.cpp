@@ -1,0 +1,234 @@
+#include "engine/ProjectExchange.h"
+
+#include "agents/TargetChange.h"
+#include "content/ContentHash.h"
+#include "engine/CentralSwap.h"
+#include "engine/DeploymentIndex.h"
+#include "engine/Pairs.h"
+#include "engine/ProjectExportBatch.h"
+#include "engine/RepositoryGuard.h"
+#include "files/FS.h"
+#include "files/TemporaryFolder.h"
+#include "files/TreeCopy.h"
+#include "foundations/Clock.h"
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+using Action = PlannedStep::Action;
+
+namespace {
+
+bool isLinked(const Workspace& workspace) { return workspace.record().workspaceType == WorkspaceType::linked; }
+
+// A linked workspace is one agent's folder, where skills are deployed and recorded.
+DeployRequest deploymentOf(const Workspace& workspace, const ProjectExport& request) {
+  for (const auto& agent : request.agents) {
+    if (agent == workspace.record().linkedAgentKey) continue;
+    throw SkillsError::invalidInput("Workspace '" + workspace.record().name + "' is the folder of " +
+                                    workspace.record().linkedAgentName.value_or("another agent") +
+                                    " alone; name that agent");
+  }
+  return {.pairs = pairsOf(request.skillIds, request.agents), .force = request.force, .mode = request.mode};
+}
+
+ApplyReport asApplied(const PlacementReport& placed) {
+  ApplyReport report;
+  report.skipped = static_cast<std::int64_t>(placed.untouched);
+  report.deployed = static_cast<std::int64_t>(placed.done.size()) - report.skipped;
+  report.errors = placed.errors;
+  return report;
+}
+
+// What would happen, or why nothing would.
+template <typename Check>
+Plan planOf(const Workspace& workspace, const fs::path& path, Check check) {
+  PlannedStep step{.action = Action::refused,
+                   .skillName = path.filename().string(),
+                   .skillId = {},
+                   .tool = workspace.record().linkedAgentKey,
+                   .path = path.string(),
+                   .reason = {}};
+  try {
+    return check(step);
+  } catch (const SkillsError& error) {
+    step.reason = error.message();
+    return {step};
+  }
+}
+
+}  // namespace
+
+ApplyReport ProjectExchange::exportSkills(const Workspace& workspace, const ProjectExport& request,
+                                          const OperationContext& context) {
+  if (isLinked(workspace)) {
+    return asApplied(deployment_.deploy(deploymentOf(workspace, request), Asker::hand, context));
+  }
+  workspace.requireExists();
+  ProjectExportBatch batch(library_, workspace, request);
+  batch.place(context);
+  ApplyReport report;
+  library_.transaction([&] {
+    for (const auto& item : batch.items()) {
+      if (!item.done && !item.failure) continue;
+      const std::string where = item.target.string() + " (" + std::string(rawValue(request.mode)) + ")";
+      library_.store.logAudit({.action = "export_to_project",
+                               .skillId = item.names.skillId,
+                               .skillName = item.skillName(),
+                               .tool = item.names.tool,
+                               .success = item.done,
+                               .detail = item.failure ? item.failure->message() : where});
+      if (item.failure) {
+        report.errors.push_back(item.skillName() + " → " + item.agentName + ": " + item.failure->message());
+      } else {
+        ++(item.action == Action::keep ? report.skipped : report.deployed);
+      }
+    }
+  });
+  return report;
+}
+
+Plan ProjectExchange::planExport(const Workspace& workspace, const ProjectExport& request) {
+  if (isLinked(workspace)) return deployment_.planDeploy(deploymentOf(workspace, request));
+  workspace.requireExists();
+  return ProjectExportBatch(library_, workspace, request).plan();
+}
+
+InstallRequest ProjectExchange::importRequest(const Workspace& workspace, const fs::path& path) {
+  workspace.requireExists();
+  const ProjectSkill skill = ProjectComparison({}).compareOne(workspace, path);
+  return {.folder = skill.path,
+          .name = {},
+          .source = {.type = SourceType::imported,
+                     .ref = skill.path,
+                     .resolved = {},
+                     .branch = {},
+                     .subpath = {},
+                     .revision = {}},
+          .action = "import_project_skill"};
+}
+
+// The old content goes when the new one stands and the records say so.
+void ProjectExchange::pull(const Workspace& workspace, const fs::path& path) {
+  const Counterparts pair = checkPull(workspace, path);
+  if (pair.isSame()) return;
+  const fs::path target = pair.own.path;
+  sweepStages(target.parent_path());
+  TargetChange change = TargetChange::putCopy(pair.center.centralPath, target, FS::Kind::directory);
+  library_.transaction([&] {
+    refreshRecordsAt(pair.own, pair.center);
+    library_.store.logAudit({.action = "project_pull_from_center",
+                             .skillId = pair.center.id,
+                             .skillName = pair.center.name,
+                             .tool = pair.own.agent,
+                             .detail = pair.own.path});
+  });
+  change.keep();
+}
+
+Plan ProjectExchange::planPull(const Workspace& workspace, const fs::path& path) {
+  return planOf(workspace, path, [&](PlannedStep& step) -> Plan {
+    const Counterparts pair = checkPull(workspace, path);
+    step.action = pair.isSame() ? Action::keep : Action::replace;
+    if (pair.isSame()) step.reason = pair.reason();
+    step.skillName = pair.center.name;
+    step.skillId = pair.center.id;
+    step.tool = pair.own.agent;
+    step.path = pair.own.path;
+    return {step};
+  });
+}
+
+SkillSummary ProjectExchange::push(const Workspace& workspace, const fs::path& path) {
+  const Counterparts pair = checkPush(workspace, path);
+  if (pair.isSame()) return skills_.summary(pair.center.id);
+  const TemporaryFolder staging(library_.user.temp, "orvanta-project-");
+  const fs::path staged = staging.path() / "skill";
+  FS::copySkillTree(FS::resolved(pair.own.path), staged);
+  CentralSwap swap(staged, pair.center.centralPath);
+  const SkillRecord fresh = library_.transaction([&] {
+    library_.store.logAudit({.action = "project_push_to_center",
+                             .skillId = pair.center.id,
+                             .skillName = pair.center.name,
+                             .tool = pair.own.agent,
+                             .detail = pair.own.path});
+    return skills_.refreshRecordFromDisk(pair.center);
+  });
+  swap.keep();
+  repair_.resyncCopyTargets(fresh);
+  return skills_.summary(fresh.id);
+}
+
+Plan ProjectExchange::planPush(const Workspace& workspace, const fs::path& path) {
+  return planOf(workspace, path, [&](PlannedStep& step) -> Plan {
+    const Counterparts pair = checkPush(workspace, path);
+    step.action = pair.isSame() ? Action::keep : Action::replace;
+    if (pair.isSame()) step.reason = pair.reason();
+    step.skillName = pair.center.name;
+    step.skillId = pair.center.id;
+    step.tool.reset();
+    step.path = pair.center.centralPath;
+    Plan plan{step};
+    if (pair.isSame()) return plan;
+    for (const auto& target : library_.store.targets(pair.center.id)) {
+      if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
+      step.tool = target.tool;
+      step.path = target.targetPath;
+      plan.push_back(step);
+    }
+    return plan;
+  });
+}
+
+ProjectExchange::Counterparts ProjectExchange::counterparts(const Workspace& workspace, const fs::path& path) {
+  workspace.requireExists();
+  const ProjectComparison comparison(library_.store.allSkills());
+  Counterparts pair{.own = comparison.compareOne(workspace, path), .center = {}};
+  if (!pair.own.centerSkillId) {
+    throw SkillsError::notFound("No library skill matches " + pair.own.name + "; import it instead");
+  }
+  pair.center = comparison.record(*pair.own.centerSkillId);
+  pair.isLink = comparison.isLinkIntoLibrary(pair.own);
+  if (!FS::resolvesToDirectory(pair.center.centralPath)) {
+    throw SkillsError::notFound("Library directory missing for '" + pair.center.name + "'");
+  }
+  return pair;
+}
+
+ProjectExchange::Counterparts ProjectExchange::checkPull(const Workspace& workspace, const fs::path& path) {
+  Counterparts pair = counterparts(workspace, path);
+  if (pair.isSame()) return pair;
+  // A link to somewhere else is the user's own arrangement.
+  if (pair.own.isSymlink) throw SkillsError::refused(pair.own.path + " is not managed by Orvanta");
+  refuseRepository(pair.own.path, "Move the repository away and pull again.");
+  SyncEngine::FolderResolver resolver;
+  const DeploymentIndex deployments(library_.store.allTargets(), resolver);
+  if (const SkillTarget* inner = deployments.below(deployments.place(pair.own.path))) {
+    throw SkillsError::refused(pair.own.path + " holds the deployment " + inner->targetPath + "; undeploy that first");
+  }
+  return pair;
+}
+
+ProjectExchange::Counterparts ProjectExchange::checkPush(const Workspace& workspace, const fs::path& path) {
+  Counterparts pair = counterparts(workspace, path);
+  if (!pair.isSame()) refuseRepository(pair.center.centralPath, "Move the repository away and push again.");
+  return pair;
+}
+
+// In a linked workspace the copy can be a recorded deployment.
+void ProjectExchange::refreshRecordsAt(const ProjectSkill& skill, const SkillRecord& center) {
+  SyncEngine::FolderResolver resolver;
+  const DeploymentIndex deployments(library_.store.allTargets(), resolver);
+  for (const auto* record : deployments.recordsAt(deployments.place(skill.path))) {
+    SkillTarget fresh = *record;
+    fresh.status = kTargetOk;
+    fresh.lastError.reset();
+    fresh.syncedAt = nowMillis();
+    fresh.sourceHash = ContentHash::hashDirectory(center.centralPath);
+    library_.store.upsertTarget(fresh);
+  }
+}
+
+}  // namespace orvanta

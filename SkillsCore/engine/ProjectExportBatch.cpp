@@ -1,0 +1,159 @@
+#include "engine/ProjectExportBatch.h"
+
+#include <algorithm>
+#include <mutex>
+#include <set>
+
+#include "content/ContentHash.h"
+#include "engine/DeployBatch.h"
+#include "engine/Pairs.h"
+#include "files/FS.h"
+#include "files/Paths.h"
+#include "foundations/Parallel.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+using Action = PlannedStep::Action;
+
+namespace {
+
+bool isSameContent(const fs::path& a, const fs::path& b) {
+  try {
+    return ContentHash::hashDirectory(a) == ContentHash::hashDirectory(b);
+  } catch (const SkillsError&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+ProjectExportBatch::ProjectExportBatch(Library& library, const Workspace& workspace, const ProjectExport& request)
+    : library_(library),
+      mode_(request.mode),
+      force_(request.force),
+      adapters_(ToolAdapters::all(library.store.toolOverrides())) {
+  for (auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, std::move(skill));
+  for (auto& names : pairsOf(request.skillIds, request.agents)) {
+    Item& item = items_.emplace_back();
+    item.names = std::move(names);
+    item.agentName = item.names.tool;
+    try {
+      locate(item, workspace);
+    } catch (const SkillsError& error) {
+      item.failure = error;
+    }
+  }
+}
+
+Plan ProjectExportBatch::plan() {
+  Plan plan;
+  std::set<fs::path> filled;  // places that an earlier pair of this plan fills
+  for (auto& item : items_) {
+    PlannedStep step{.action = Action::refused,
+                     .skillName = item.skillName(),
+                     .skillId = item.names.skillId,
+                     .tool = item.names.tool,
+                     .path = item.target.string(),
+                     .reason = {}};
+    try {
+      if (item.failure) throw SkillsError(*item.failure);
+      examine(item);
+      step.action = filled.insert(item.place).second ? item.action : Action::keep;
+    } catch (const SkillsError& error) {
+      step.reason = error.message();
+    }
+    plan.push_back(step);
+  }
+  return plan;
+}
+
+void ProjectExportBatch::place(const OperationContext& context) {
+  std::set<fs::path> folders;
+  std::map<fs::path, std::vector<Item*>> byPlace;  // agents that share a folder take turns
+  for (auto& item : items_) {
+    if (item.failure) continue;
+    folders.insert(item.target.parent_path());
+    byPlace[item.place].push_back(&item);
+  }
+  for (const auto& folder : folders) sweepStages(folder);
+  std::vector<std::vector<Item*>*> groups;
+  for (auto& [place, group] : byPlace) groups.push_back(&group);
+  std::mutex progress;
+  std::size_t finished = 0;
+  parallelFor(groups.size(), [&](std::size_t g) {
+    if (context.stop.stop_requested()) return;
+    for (Item* item : *groups[g]) placeItem(*item);
+    const std::lock_guard lock(progress);
+    context.report("Exporting", finished += groups[g]->size(), items_.size());
+  });
+}
+
+void ProjectExportBatch::placeItem(Item& item) {
+  try {
+    examine(item);
+    if (item.action != Action::keep) SyncEngine::put(item.skill->centralPath, item.target, mode_, item.found).keep();
+    item.done = true;
+  } catch (const SkillsError& error) {
+    item.failure = error;
+  }
+}
+
+void ProjectExportBatch::locate(Item& item, const Workspace& workspace) {
+  const auto skill = skills_.find(item.names.skillId);
+  if (skill == skills_.end()) throw SkillsError::notFound("Skill not found: " + item.names.skillId);
+  item.skill = &skill->second;
+  if (const auto failure = whyUndeployable(*item.skill)) throw SkillsError(*failure);
+  const auto adapter = std::find_if(adapters_.begin(), adapters_.end(),
+                                    [&](const ToolAdapter& each) { return each.key == item.names.tool; });
+  if (adapter == adapters_.end()) throw SkillsError::notFound("Agent not found: " + item.names.tool);
+  item.agentName = adapter->displayName;
+  const auto& folders = workspace.folders();
+  const auto folder = std::find_if(folders.begin(), folders.end(), [&](const Workspace::Folder& each) {
+    return each.agent == item.names.tool && each.holdsEnabled;
+  });
+  if (folder == folders.end()) {
+    throw SkillsError::invalidInput(adapter->displayName +
+                                    " has no skills folder inside projects; give it one with 'agent project-path'");
+  }
+  if (folder->leadsOutside) {
+    throw SkillsError::refused(folder->path.string() + " leads out of the project by a link, to " +
+                               folder->real.string() + "; nothing is placed there");
+  }
+  requireNoAgentsOwn(*folder);
+  const std::string name = SyncEngine::targetDirName(item.skill->centralPath, item.skill->name);
+  item.target = folder->path / name;
+  item.place = folder->real / name;
+}
+
+// What stands in an agent's global folder is recorded, and so is not for an export.
+void ProjectExportBatch::requireNoAgentsOwn(const Workspace::Folder& folder) {
+  for (const auto& adapter : adapters_) {
+    const fs::path own = resolver_.resolve(adapter.skillsDir(library_.user));
+    if (!isInside(folder.real, own)) continue;
+    throw SkillsError::refused(folder.path.string() + " is the global skills folder of " + adapter.displayName +
+                               "; use 'deploy' for it");
+  }
+}
+
+// Throws what refuses the item, with nothing changed.
+void ProjectExportBatch::examine(Item& item) {
+  const fs::path source = item.skill->centralPath;
+  item.found = SyncEngine::classifyTarget(source, item.target);
+  const bool isInPlace = mode_ == SyncMode::symlink
+                             ? item.found == TargetState::linkToSource
+                             : item.found == TargetState::realDir && isSameContent(source, item.target);
+  item.action = Action::keep;
+  if (isInPlace) return;
+  const bool isFree = item.found == TargetState::absent || item.found == TargetState::linkToSource;
+  if (!isFree && !force_) {
+    throw SkillsError::refused("Refusing to replace \"" + item.target.string() +
+                               "\". The existing content was left untouched — import it into the library, or move it "
+                               "aside, and try again.");
+  }
+  SyncEngine::ensureDstNotInsideSrc(source, item.target, resolver_);
+  item.action = item.found == TargetState::absent ? Action::place : Action::replace;
+}
+
+}  // namespace orvanta

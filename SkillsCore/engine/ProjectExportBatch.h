@@ -1,0 +1,64 @@
+#pragma once
+
+// Placing library skills in a project's folders, as copies that travel with it or as links that stay in sync. What
+// stands there already is replaced only when the user asked for it. Nothing is recorded: these folders are the
+// project's from then on.
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agents/SyncEngine.h"
+#include "agents/ToolAdapters.h"
+#include "engine/Library.h"
+#include "engine/Reports.h"
+#include "engine/Workspace.h"
+#include "foundations/Operation.h"
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+class ProjectExportBatch {
+ public:
+  // One pair and what became of it.
+  struct Item {
+    SkillToolPair names;
+    const SkillRecord* skill = nullptr;
+    std::string agentName;
+    std::filesystem::path target;
+    std::filesystem::path place;  // the target with the links of its folder resolved
+    std::optional<SkillsError> failure;
+    PlannedStep::Action action = PlannedStep::Action::keep;
+    TargetState found = TargetState::absent;
+    bool done = false;
+
+    [[nodiscard]] std::string skillName() const { return skill != nullptr ? skill->name : names.skillId; }
+  };
+
+  ProjectExportBatch(Library& library, const Workspace& workspace, const ProjectExport& request);
+
+  // What each pair would need, changing nothing.
+  Plan plan();
+  // Every pair that was reached before a request to stop ends with `done` or a `failure`.
+  void place(const OperationContext& context);
+
+  [[nodiscard]] const std::vector<Item>& items() const { return items_; }
+
+ private:
+  void locate(Item& item, const Workspace& workspace);
+  void requireNoAgentsOwn(const Workspace::Folder& folder);
+  void examine(Item& item);
+  void placeItem(Item& item);
+
+  Library& library_;
+  const SyncMode mode_;
+  const bool force_;
+  SyncEngine::FolderResolver resolver_;
+  std::map<std::string, SkillRecord> skills_;
+  std::vector<ToolAdapter> adapters_;
+  std::vector<Item> items_;
+};
+
+}  // namespace orvanta

@@ -1,0 +1,124 @@
+#pragma once
+
+// What is behind the facade: the library, its components, and the turns by which operations share them. Only for the
+// facade's own files.
+
+#include <chrono>
+
+#include "engine/AgentFolders.h"
+#include "engine/AgentSettings.h"
+#include "engine/AuditLog.h"
+#include "engine/Deployment.h"
+#include "engine/Import.h"
+#include "engine/Installation.h"
+#include "engine/Library.h"
+#include "engine/PresetApplication.h"
+#include "engine/Presets.h"
+#include "engine/ProjectExchange.h"
+#include "engine/ProjectSkillMoves.h"
+#include "engine/Projects.h"
+#include "engine/Repair.h"
+#include "engine/SkillActivation.h"
+#include "engine/SkillRemoval.h"
+#include "engine/Skills.h"
+#include "engine/SkillsEngine.h"
+#include "engine/Tags.h"
+#include "files/LibraryLock.h"
+#include "foundations/ThreadSafety.h"
+
+namespace orvanta {
+
+inline constexpr std::chrono::seconds kLockPatience{10};
+
+// The components in the order in which they build on one another.
+struct Components {
+  explicit Components(Library& library)
+      : agents(library),
+        presets(library),
+        skills(library),
+        tags(library),
+        activation(library, skills),
+        removal(library, skills),
+        installation(library, skills),
+        deployment(library, skills),
+        repair(library),
+        presetApplication(library, presets, deployment),
+        folders(library, agents),
+        import(library, agents, folders, skills),
+        projects(library),
+        projectExchange(library, skills, deployment, repair),
+        projectMoves(library, deployment),
+        audit(library) {}
+
+  AgentSettings agents;
+  Presets presets;
+  Skills skills;
+  Tags tags;
+  SkillActivation activation;
+  SkillRemoval removal;
+  Installation installation;
+  Deployment deployment;
+  Repair repair;
+  PresetApplication presetApplication;
+  AgentFolders folders;
+  Import import;
+  Projects projects;
+  ProjectExchange projectExchange;
+  ProjectSkillMoves projectMoves;
+  AuditLog audit;
+};
+
+// One operation's turn, while which no other runs in this process.
+class ORVANTA_SCOPED_CAPABILITY Turn {
+ public:
+  explicit Turn(Mutex& mutex) ORVANTA_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+  ~Turn() ORVANTA_RELEASE() { mutex_.unlock(); }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  Mutex& mutex_;
+};
+
+inline const Paths& withDirectories(const Paths& paths) {
+  paths.ensureDirectories();
+  return paths;
+}
+
+struct SkillsEngine::State {
+  class ChangeTurn;
+
+  State(const Paths& libraryPaths, const UserFolders& userFolders)
+      : paths(libraryPaths),
+        user(userFolders),
+        library{withDirectories(libraryPaths), userFolders, SkillStore(libraryPaths.database())},
+        components(library) {}
+
+  const Paths paths;
+  const UserFolders user;
+  Mutex changers;  // held by the one operation that changes the library, or waits to
+  Mutex mutex;
+  Library library ORVANTA_GUARDED_BY(mutex);
+  Components components ORVANTA_GUARDED_BY(mutex);
+};
+
+// A turn that changes the library: no other process changes it meanwhile. The operations of this process that change
+// something queue apart from those that read, so that nobody reads late because another process keeps the library's
+// lock.
+class ORVANTA_SCOPED_CAPABILITY SkillsEngine::State::ChangeTurn {
+ public:
+  explicit ChangeTurn(State& state) ORVANTA_ACQUIRE(state.mutex) ORVANTA_UNCHECKED
+      : queue_(state.changers),
+        lock_(LibraryLock::acquire(state.paths.lock(), kLockPatience)),
+        turn_(state.mutex) {}
+  ~ChangeTurn() ORVANTA_RELEASE() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
+  ChangeTurn(const ChangeTurn&) = delete;
+  ChangeTurn& operator=(const ChangeTurn&) = delete;
+
+ private:
+  const Turn queue_;
+  const LibraryLock lock_;
+  const Turn turn_;
+};
+
+}  // namespace orvanta
