@@ -24,7 +24,7 @@ class ParseError;
 namespace orvanta::cli {
 
 // What the words of an argument name, so that a shell can offer them.
-enum class Completes { nothing, skills, agents, tags, files, commands };
+enum class Completes { nothing, skills, agents, tags, presets, projects, files, commands };
 
 // One argument or option of a command, as it was registered.
 struct Input {

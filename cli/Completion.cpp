@@ -70,6 +70,8 @@ Candidates valuesOf(const Input& input, const LibraryWords& library) {
     case Completes::skills: return library.skills();
     case Completes::agents: return library.agents();
     case Completes::tags: return library.tags();
+    case Completes::presets: return library.presets();
+    case Completes::projects: return library.projects();
     case Completes::files: return {{std::string(kFilesCandidate), ""}};
     case Completes::commands: return commandNames("");
   }
@@ -116,6 +118,9 @@ bool fits(const Candidate& candidate, const std::string& wanted) {
 // A word with control characters cannot be typed, and in a script's answer it would end the line.
 bool isTypable(const std::string& word) { return Text::singleLine(word) == word; }
 
+// What is typed for something with a name and an id.
+std::string wordFor(const std::string& name, const std::string& id) { return isTypable(name) ? name : id; }
+
 LibraryWords wordsOf(Session& session) {
   // Looking must not make a library where there is none.
   const auto exists = [&session] {
@@ -127,7 +132,7 @@ LibraryWords wordsOf(Session& session) {
     Candidates skills;
     if (!exists()) return skills;
     for (const SkillRecord& record : session.engine().skills()) {
-      skills.push_back({isTypable(record.name) ? record.name : record.id, record.description.value_or("")});
+      skills.push_back({wordFor(record.name, record.id), record.description.value_or("")});
     }
     return skills;
   };
@@ -144,6 +149,22 @@ LibraryWords wordsOf(Session& session) {
       tags.push_back({tag.tag, counted(static_cast<std::size_t>(tag.count), "skill")});
     }
     return tags;
+  };
+  library.presets = [&session, exists] {
+    Candidates presets;
+    if (!exists()) return presets;
+    for (const Preset& preset : session.engine().presets()) {
+      presets.push_back({wordFor(preset.name, preset.id), counted(preset.skillIds.size(), "skill")});
+    }
+    return presets;
+  };
+  library.projects = [&session, exists] {
+    Candidates projects;
+    if (!exists()) return projects;
+    for (const ProjectRecord& project : session.engine().projectRecords()) {
+      projects.push_back({wordFor(project.name, project.id), project.path});
+    }
+    return projects;
   };
   return library;
 }

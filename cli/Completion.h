@@ -1,7 +1,8 @@
 #pragma once
 
 // What a shell offers while a command line is being typed. The shells' scripts are a few lines that ask the program
-// itself, so they know every command, option, skill, agent and tag. Nothing here fails, asks or creates a library.
+// itself, so they know every command, option, skill, agent, tag, preset and project. Nothing here fails, asks or
+// creates a library.
 
 #include <functional>
 #include <ostream>
@@ -26,6 +27,8 @@ struct LibraryWords {
   std::function<std::vector<Candidate>()> skills;
   std::function<std::vector<Candidate>()> agents;
   std::function<std::vector<Candidate>()> tags;
+  std::function<std::vector<Candidate>()> presets;
+  std::function<std::vector<Candidate>()> projects;
 };
 
 // What may stand in the place of the last of the words, which may be empty.

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "cli/Format.h"
+#include "files/Paths.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
 
@@ -36,6 +38,30 @@ NameTable agentTable(const std::vector<ToolAdapter>& adapters) {
         {adapter.key, {adapter.key, agentName(adapter.key), agentName(adapter.displayName)}, adapter.displayName});
   }
   return {"agent", "orvanta agent list", NameTable::Ids::whole, std::move(entries)};
+}
+
+NameTable presetTable(const std::vector<Preset>& presets) {
+  std::vector<Named> entries;
+  for (const Preset& preset : presets) {
+    entries.push_back({preset.id, {preset.name}, counted(preset.skillIds.size(), "skill")});
+  }
+  return {"preset", "orvanta preset list", NameTable::Ids::byPrefix, std::move(entries)};
+}
+
+NameTable projectTable(const std::vector<ProjectRecord>& records) {
+  std::vector<Named> entries;
+  for (const ProjectRecord& record : records) entries.push_back({record.id, {record.name}, record.path});
+  return {"project", "orvanta project list", NameTable::Ids::byPrefix, std::move(entries)};
+}
+
+// The id of the project in the folder that is named; a text that names no such folder stays what it is.
+std::string idInFolder(const std::vector<ProjectRecord>& records, const std::string& text) {
+  const bool isPath = text == "." || text == ".." || text.find('/') != std::string::npos;
+  if (!isPath) return text;
+  const std::string folder = comparablePath(text);
+  const auto isThere = [&](const ProjectRecord& record) { return comparablePath(record.path) == folder; };
+  const auto found = std::find_if(records.begin(), records.end(), isThere);
+  return found == records.end() ? text : found->id;
 }
 
 template <typename Entry>
@@ -143,6 +169,24 @@ std::vector<std::string> activeAgents(SkillsEngine& engine) {
         "'orvanta agent add' adds one of your own.");
   }
   return keys;
+}
+
+std::vector<Preset> presetsNamed(SkillsEngine& engine, const std::vector<std::string>& names) {
+  const auto presets = engine.presets();
+  return entriesNamed(presets, presetTable(presets), names);
+}
+
+Preset presetNamed(SkillsEngine& engine, const std::string& name) { return presetsNamed(engine, {name}).front(); }
+
+std::vector<ProjectRecord> projectsNamed(SkillsEngine& engine, const std::vector<std::string>& names) {
+  const auto records = engine.projectRecords();
+  std::vector<std::string> namesOrIds;
+  for (const std::string& name : names) namesOrIds.push_back(idInFolder(records, name));
+  return entriesNamed(records, projectTable(records), namesOrIds);
+}
+
+ProjectRecord projectNamed(SkillsEngine& engine, const std::string& name) {
+  return projectsNamed(engine, {name}).front();
 }
 
 std::vector<DiscoveredGroup> groupsNamed(const std::vector<DiscoveredGroup>& groups,

@@ -57,6 +57,14 @@ std::string agentNamed(SkillsEngine& engine, const std::string& name);
 // Agents that are installed and switched on. Throws `notFound` when there are none.
 std::vector<std::string> activeAgents(SkillsEngine& engine);
 
+// Presets by name or id.
+std::vector<Preset> presetsNamed(SkillsEngine& engine, const std::vector<std::string>& names);
+Preset presetNamed(SkillsEngine& engine, const std::string& name);
+
+// Projects by name or id, or by the path of their folder: a text with a "/" in it, "." or "..".
+std::vector<ProjectRecord> projectsNamed(SkillsEngine& engine, const std::vector<std::string>& names);
+ProjectRecord projectNamed(SkillsEngine& engine, const std::string& name);
+
 // Groups of discovered skills, by name or the beginning of their fingerprint.
 std::vector<DiscoveredGroup> groupsNamed(const std::vector<DiscoveredGroup>& groups,
                                          const std::vector<std::string>& names);

@@ -46,6 +46,10 @@ class JsonObject {
   JsonObject(const JsonObject&) = delete;
   JsonObject& operator=(const JsonObject&) = delete;
 
+  void member(std::string_view key, const Json& value) {
+    begin(key);
+    *out_ << jsonText(value);
+  }
   template <typename Range>
   void array(std::string_view key, const Range& elements) {
     begin(key);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -56,6 +57,24 @@ ExitStatus showPlan(Session& session, const Plan& plan) {
   tableOf(plan, session.user()).write(session.out());
   session.note("This is a dry run: nothing was changed.");
   return ExitStatus::done;
+}
+
+Plan forcedReplacements(const Plan& careful, const Plan& forced) {
+  std::set<std::string> refused;
+  for (const PlannedStep& step : careful) {
+    if (step.action == PlannedStep::Action::refused) refused.insert(step.path);
+  }
+  Plan replaced;
+  for (const PlannedStep& step : forced) {
+    if (step.action == PlannedStep::Action::replace && refused.count(step.path) > 0) replaced.push_back(step);
+  }
+  return replaced;
+}
+
+void confirmLosses(Session& session, const Plan& plan, std::string_view question) {
+  if (std::none_of(plan.begin(), plan.end(), destroys)) return;
+  if (session.willAsk()) showLosses(session, plan);
+  session.confirm(question);
 }
 
 void showLosses(Session& session, const Plan& plan) {

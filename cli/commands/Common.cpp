@@ -79,6 +79,28 @@ void showPlacements(Session& session, const std::vector<Placement>& placements, 
                                : fmt::format("{} {}, {} left as it was.", counted(changed, "deployment"), verb, kept));
 }
 
+std::string figuresOf(const ApplyReport& report) {
+  std::vector<std::string> figures;
+  const auto add = [&](std::int64_t count, const char* what) {
+    if (count > 0) figures.push_back(fmt::format("{} {}", count, what));
+  };
+  add(report.deployed, "placed");
+  add(report.removed, "removed");
+  add(report.skipped, "already there");
+  return figures.empty() ? "nothing was changed." : Text::join(figures, ", ") + ".";
+}
+
+ExitStatus showReport(const Session& session, const ApplyReport& report, const std::string& sentence) {
+  if (session.json()) {
+    writeJson(session.out().stream(), report);
+  } else {
+    session.out().line(sentence);
+  }
+  showProblems(session, report.errors, session.wasInterrupted());
+  return bulkStatus(static_cast<std::size_t>(report.deployed + report.removed + report.skipped), report.errors.size(),
+                    session.wasInterrupted());
+}
+
 void showProblems(const Session& session, const std::vector<std::string>& errors, bool interrupted) {
   session.problems(errors);
   if (!interrupted) return;

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <set>
 
 #include <fmt/format.h>
 
@@ -10,6 +9,7 @@
 #include "cli/Plans.h"
 #include "cli/UsageError.h"
 #include "cli/commands/Common.h"
+#include "cli/commands/Presets.h"
 
 namespace orvanta::cli {
 
@@ -50,26 +50,23 @@ Plan joined(Plan plan, const Plan& more) {
   return plan;
 }
 
-// What only --force makes way for: folders that the library did not place.
-Plan forcedReplacements(SkillsEngine& engine, const std::vector<std::string>& ids,
-                        const std::vector<std::string>& agents) {
-  std::set<std::string> refused;
-  for (const PlannedStep& step : engine.planDeploy(ids, agents, false)) {
-    if (step.action == PlannedStep::Action::refused) refused.insert(step.path);
-  }
-  Plan replaced = engine.planDeploy(ids, agents, true);
-  const auto isOther = [&](const PlannedStep& step) {
-    return step.action != PlannedStep::Action::replace || refused.count(step.path) == 0;
-  };
-  replaced.erase(std::remove_if(replaced.begin(), replaced.end(), isOther), replaced.end());
-  return replaced;
+void confirmReplacing(Session& session, const Plan& losses) {
+  const std::string what = losses.size() == 1 ? "this folder" : fmt::format("these {} folders", losses.size());
+  confirmLosses(session, losses, fmt::format("Replace {}, which Orvanta did not place?", what));
 }
 
-void confirmReplacing(Session& session, const Plan& losses) {
-  if (losses.empty()) return;
-  if (session.willAsk()) showLosses(session, losses);
-  const std::string what = losses.size() == 1 ? "this folder" : fmt::format("these {} folders", losses.size());
-  session.confirm(fmt::format("Replace {}, which Orvanta did not place?", what));
+// Deploying and undeploying by hand changes what the active preset wants; whoever does it should know.
+void notePreset(Session& session, const std::vector<Placement>& placements) {
+  if (session.json() || placements.empty()) return;
+  const auto preset = activePreset(session.engine());
+  if (!preset) return;
+  const auto isMember = [&](const Placement& placement) {
+    const auto& ids = preset->skillIds;
+    return std::find(ids.begin(), ids.end(), placement.skillId) != ids.end();
+  };
+  if (std::any_of(placements.begin(), placements.end(), isMember)) {
+    session.note(fmt::format("The active preset {} follows.", inQuotes(preset->name)));
+  }
 }
 
 void append(std::vector<std::string>& texts, const std::vector<std::string>& more) {
@@ -89,6 +86,7 @@ ExitStatus showResult(Session& session, const PlacementReport& placed, const Pla
     showPlacements(session, placed.done, "placed");
     if (!removed.done.empty()) showPlacements(session, removed.done, "removed");
   }
+  notePreset(session, placed.done);
   showProblems(session, errors, interrupted);
   return bulkStatus(placed.done.size() + removed.done.size(), errors.size(), interrupted);
 }
@@ -103,7 +101,10 @@ ExitStatus deploy(Session& session, const DeployOptions& options) {
     const Plan plan = engine.planDeploy(ids, agents, options.force);
     return showPlan(session, options.only ? joined(plan, engine.planUndeploy(ids, others)) : plan);
   }
-  if (options.force && !session.options().yes) confirmReplacing(session, forcedReplacements(engine, ids, agents));
+  if (options.force && !session.options().yes) {
+    confirmReplacing(session,
+                     forcedReplacements(engine.planDeploy(ids, agents, false), engine.planDeploy(ids, agents, true)));
+  }
   return session.change([&](const OperationContext& context) {
     PlacementReport placed = engine.deploy(ids, agents, options.force, context);
     // Whoever loses a skill must not lose it while those who shall have it do not.
@@ -129,6 +130,7 @@ ExitStatus undeploy(Session& session, const UndeployOptions& options) {
   } else {
     showPlacements(session, report.done, "removed");
   }
+  notePreset(session, report.done);
   showProblems(session, report.errors, report.interrupted);
   return bulkStatus(report.done.size(), report.errors.size(), report.interrupted);
 }

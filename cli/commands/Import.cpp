@@ -49,7 +49,7 @@ ExitStatus importPath(Session& session, const Options& options) {
   return session.change([&](const OperationContext& context) {
     InstallReport report;
     report.installed.push_back(engine.importUnmanaged(path, agent, options.adopt));
-    return deployInstalled(session, report, {}, context);
+    return showInstalled(session, report, {}, context);
   });
 }
 
@@ -97,7 +97,7 @@ ExitStatus importDiscovered(Session& session, const Options& options) {
   return session.change([&](const OperationContext& context) {
     const InstallReport report =
         groups.empty() ? InstallReport{} : engine.importDiscovered(groups, options.adopt, context);
-    return deployInstalled(session, report, {}, context);
+    return showInstalled(session, report, {}, context);
   });
 }
 

@@ -31,6 +31,7 @@ struct Options {
   std::vector<std::string> paths;
   bool all = false;
   std::vector<std::string> agents;
+  std::string preset;
   bool dryRun = false;
 
   [[nodiscard]] std::optional<std::string> givenName() const {
@@ -192,15 +193,17 @@ InstallReport install(SkillsEngine& engine, const Sources& sources, const Option
 
 ExitStatus run(Session& session, const Options& options) {
   SkillsEngine& engine = session.engine();
-  const auto agents = agentsNamed(engine, options.agents);
+  Destinations destinations{agentsNamed(engine, options.agents)};
+  if (!options.preset.empty()) destinations.preset = presetNamed(engine, options.preset);
   const Sources sources = sourcesOf(session, options);
   if (options.dryRun) {
-    if (!agents.empty()) session.note("Deployment is checked when the skills are installed, so it is not shown here.");
+    if (!destinations.agents.empty()) {
+      session.note("Deployment is checked when the skills are installed, so it is not shown here.");
+    }
     return showPlan(session, planOf(session, sources, options));
   }
   return session.change([&](const OperationContext& context) {
-    const InstallReport report = install(engine, sources, options, context);
-    return deployInstalled(session, report, agents, context);
+    return showInstalled(session, install(engine, sources, options, context), destinations, context);
   });
 }
 
@@ -217,6 +220,7 @@ void setUpInstall(CommandLine& line) {
   auto& paths = line.option("--path", options.paths, "REL", "Only the skills at these paths below the folder");
   line.flag("--all", options.all, "All skills below the folder").excludes(paths);
   agentsOption(line, "--to", options.agents, "Deploy what was installed to these agents");
+  line.option("--preset", options.preset, "PRESET", "Add what was installed to this preset", Completes::presets);
   line.dryRunFlag(options.dryRun);
   line.example("orvanta install ~/skills/pdf --to cursor", "Install one skill and deploy it");
   line.example("orvanta install ~/skills --all", "Install every skill below a folder");

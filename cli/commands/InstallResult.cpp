@@ -8,6 +8,7 @@
 #include "cli/Output.h"
 #include "cli/Table.h"
 #include "cli/commands/Common.h"
+#include "cli/commands/Presets.h"
 #include "foundations/Text.h"
 
 namespace orvanta::cli {
@@ -16,12 +17,39 @@ namespace {
 
 constexpr std::size_t kScreenful = 20;
 
-void writeJson(const Session& session, const InstallReport& report, const PlacementReport& placements, bool hasAgents) {
+std::vector<std::string> idsOf(const InstallReport& report) {
+  std::vector<std::string> ids;
+  for (const SkillSummary& summary : report.installed) ids.push_back(summary.record.id);
+  return ids;
+}
+
+// What was installed stays so when the preset cannot take it. Returns whether it did.
+bool addToPreset(SkillsEngine& engine, const Preset& preset, InstallReport& report) {
+  if (report.installed.empty()) return false;
+  try {
+    engine.addSkillsToPreset(preset.id, idsOf(report));
+    return true;
+  } catch (const SkillsError& error) {
+    report.errors.push_back(fmt::format("Preset {}: {}", inQuotes(preset.name), error.message()));
+    return false;
+  }
+}
+
+// With the agents and presets that the skills have by now.
+std::vector<SkillSummary> currentSummaries(SkillsEngine& engine, const InstallReport& report) {
+  std::vector<SkillRecord> records;
+  for (const SkillSummary& summary : report.installed) records.push_back(summary.record);
+  return engine.summaries(records);
+}
+
+void writeJson(Session& session, const InstallReport& report, const PlacementReport& placements,
+               const Destinations& destinations) {
   std::vector<std::string> errors = report.errors;
   errors.insert(errors.end(), placements.errors.begin(), placements.errors.end());
   JsonObject document(session.out().stream());
-  document.array("installed", report.installed);
-  if (hasAgents) document.array("deployed", placements.done);
+  document.array("installed", currentSummaries(session.engine(), report));
+  if (!destinations.agents.empty()) document.array("deployed", placements.done);
+  if (destinations.preset) document.member("preset", presetReference(*destinations.preset));
   document.array("errors", errors);
 }
 
@@ -55,19 +83,20 @@ void suggestDeploying(const Session& session, const InstallReport& report) {
 
 }  // namespace
 
-ExitStatus deployInstalled(Session& session, const InstallReport& report, const std::vector<std::string>& agents,
-                           const OperationContext& context) {
+ExitStatus showInstalled(Session& session, InstallReport report, Destinations destinations,
+                         const OperationContext& context) {
+  auto& [agents, preset] = destinations;
+  if (preset && !addToPreset(session.engine(), *preset, report)) preset.reset();
   PlacementReport placements;
   if (!agents.empty() && !report.interrupted) {
-    std::vector<std::string> ids;
-    for (const SkillSummary& summary : report.installed) ids.push_back(summary.record.id);
-    placements = session.engine().deploy(ids, agents, false, context);
+    placements = session.engine().deploy(idsOf(report), agents, false, context);
   }
   const bool interrupted = report.interrupted || placements.interrupted;
   if (session.json()) {
-    writeJson(session, report, placements, !agents.empty());
+    writeJson(session, report, placements, destinations);
   } else {
     writeText(session, report);
+    if (preset) session.out().line(fmt::format("Added to the preset {}.", inQuotes(preset->name)));
     if (!agents.empty()) showPlacements(session, placements.done, "placed");
   }
   showProblems(session, report.errors, false);

@@ -1,7 +1,9 @@
 #pragma once
 
-// The end of every command that brings skills into the library: deploying them at once, and saying what came of it.
+// The end of every command that brings skills into the library: what is done with them at once, and saying what came of
+// it.
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,8 +12,14 @@
 
 namespace orvanta::cli {
 
-// Deploys the installed skills to the agents, if any, and shows all of it.
-ExitStatus deployInstalled(Session& session, const InstallReport& report, const std::vector<std::string>& agents,
-                           const OperationContext& context);
+// Where installed skills go.
+struct Destinations {
+  std::vector<std::string> agents = {};
+  std::optional<Preset> preset = {};
+};
+
+// Adds the installed skills to the preset and deploys them to the agents, if any, and shows all of it.
+ExitStatus showInstalled(Session& session, InstallReport report, Destinations destinations,
+                         const OperationContext& context);
 
 }  // namespace orvanta::cli

@@ -26,12 +26,14 @@ struct Options {
   std::string query;
   std::vector<std::string> tags;
   std::string agent;
+  std::string preset;
   std::string source;
   bool updates = false;
   bool disabled = false;
 
   [[nodiscard]] bool filters() const {
-    return !query.empty() || !tags.empty() || !agent.empty() || !source.empty() || updates || disabled;
+    return !query.empty() || !tags.empty() || !agent.empty() || !preset.empty() || !source.empty() || updates ||
+           disabled;
   }
 };
 
@@ -54,6 +56,7 @@ class Listing {
     query_ = Text::comparisonKey(Text::trim(options.query));
     for (std::string& tag : options_.tags) tag = Text::lowercase(Text::trim(tag));
     if (!options.agent.empty()) options_.agent = agentNamed(engine, options.agent);
+    if (!options.preset.empty()) members_ = presetNamed(engine, options.preset).skillIds;
     records_ = engine.skills();
     if (!options.filters()) return;
     records_.erase(std::remove_if(records_.begin(), records_.end(), [this](const auto& each) { return !fits(each); }),
@@ -75,6 +78,7 @@ class Listing {
     if (options_.updates && record.updateStatus != UpdateStatus::available) return false;
     if (!options_.source.empty() && rawValue(record.sourceType) != options_.source) return false;
     if (!options_.agent.empty() && !contains(tools(record), options_.agent)) return false;
+    if (!options_.preset.empty() && !contains(members_, record.id)) return false;
     const auto isThere = [&](const std::string& tag) { return contains(tags(record), tag); };
     return std::all_of(options_.tags.begin(), options_.tags.end(), isThere) && fitsQuery(record);
   }
@@ -92,6 +96,7 @@ class Listing {
   std::string query_;
   TextsBySkill tools_;
   TextsBySkill tags_;
+  std::vector<std::string> members_;  // of the preset that is asked for
   std::vector<SkillRecord> records_;
 };
 
@@ -152,6 +157,7 @@ void setUpList(CommandLine& line) {
   line.argument("QUERY", options.query, "Only skills with this text in the name, the description or a tag");
   line.option("--tag", options.tags, "TAG", "Only skills with all of these tags", Completes::tags);
   agentOption(line, "--agent", options.agent, "Only skills that are deployed to this agent");
+  line.option("--preset", options.preset, "PRESET", "Only the skills of this preset", Completes::presets);
   std::vector<std::string> sources;
   for (const SourceType type : kAllSourceTypes) sources.emplace_back(rawValue(type));
   line.option("--source", options.source, "TYPE", "Only skills from this kind of source: " + Text::join(sources, ", "))

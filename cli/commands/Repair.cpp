@@ -2,7 +2,6 @@
 
 #include "cli/CommandLine.h"
 #include "cli/Format.h"
-#include "cli/Output.h"
 #include "cli/Plans.h"
 #include "cli/commands/Common.h"
 
@@ -28,14 +27,7 @@ ExitStatus run(Session& session, const Options& options) {
   if (options.dryRun) return showPlan(session, engine.planRepair());
   const ApplyReport report =
       session.change([&](const OperationContext& context) { return engine.repairDeployments(context); });
-  if (session.json()) {
-    writeJson(session.out().stream(), report);
-  } else {
-    session.out().line(sentenceOf(report));
-  }
-  showProblems(session, report.errors, session.wasInterrupted());
-  return bulkStatus(static_cast<std::size_t>(report.deployed + report.removed + report.skipped), report.errors.size(),
-                    session.wasInterrupted());
+  return showReport(session, report, sentenceOf(report));
 }
 
 }  // namespace

@@ -3,7 +3,8 @@
 #include "cli/CommandLine.h"
 #include "cli/Format.h"
 #include "cli/Output.h"
-#include "cli/Table.h"
+#include "cli/commands/Presets.h"
+#include "foundations/Text.h"
 
 namespace orvanta::cli {
 
@@ -32,7 +33,12 @@ void showProblems(const Session& session, const DashboardStats& stats) {
   }
 }
 
-void showFigures(Session& session, const DashboardStats& stats) {
+std::string presetText(SkillsEngine& engine, const std::optional<Preset>& active) {
+  if (!active) return "none active";
+  return fmt::format("{}, {} deployed", Text::singleLine(active->name), deployedText(engine.presetActivation(*active)));
+}
+
+void showFigures(Session& session, const DashboardStats& stats, const std::optional<Preset>& active) {
   const Terminal& out = session.out();
   const bool relocated = session.engine().isRelocated();
   const auto row = [&out](const char* title, const std::string& text) {
@@ -44,21 +50,24 @@ void showFigures(Session& session, const DashboardStats& stats) {
   row("Skills", fmt::format("{}, {} enabled{}, {}", stats.totalSkills, stats.enabledSkills, updates,
                             byteCount(stats.librarySizeBytes)));
   row("Agents", fmt::format("{} installed, {} active", stats.installedAgents, stats.activeAgents));
+  row("Preset", presetText(session.engine(), active));
+  row("Projects", fmt::format("{}", stats.projects));
   row("Tags", fmt::format("{}", stats.tags));
 }
 
 ExitStatus run(Session& session) {
   SkillsEngine& engine = session.engine();
   const DashboardStats stats = engine.dashboardStats();
+  const auto active = activePreset(engine);
   if (session.json()) {
     writeJson(session.out().stream(), {{"library", engine.paths().base().string()},
                                        {"relocated", engine.isRelocated()},
                                        {"stats", stats},
-                                       {"activePreset", nullptr},
+                                       {"activePreset", active ? presetReference(*active) : Json()},
                                        {"backup", nullptr}});
     return ExitStatus::done;
   }
-  showFigures(session, stats);
+  showFigures(session, stats, active);
   showProblems(session, stats);
   if (stats.totalSkills == 0) showFirstSteps(session, stats);
   return ExitStatus::done;

@@ -1,6 +1,7 @@
 #include "cli/Names.h"
 
 #include "cli/Table.h"
+#include "cli/commands/Projects.h"
 #include "tests/support/Sandbox.h"
 
 namespace orvanta::cli {
@@ -36,6 +37,53 @@ TEST_F(AgentNames, AnAgentIsFoundByKeyOrName) {
   engine().saveCustomTool({"my-agent", "Helper", (home / "helper").string(), std::nullopt, ToolCategory::coding});
   EXPECT_EQ(agentsNamed(engine(), {"my-agent", "helper", "cursor"}), (std::vector<std::string>{"my-agent", "cursor"}));
   EXPECT_THAT(errorOf([&] { agentNamed(engine(), "kursor"); }), IsError(Kind::notFound, "Did you mean 'cursor'?"));
+}
+
+class ProjectNames : public Sandbox {};
+
+TEST_F(ProjectNames, AProjectIsFoundByNameIdOrFolder) {
+  const Path site = folder(root / "code/site", {{"README.md", ""}});
+  const std::string id = engine().addProject(site, "Web").id;
+  const Path before = std::filesystem::current_path();
+  std::filesystem::current_path(site);
+  for (const std::string& name : {std::string("web"), id.substr(0, 8), site.string() + "/", std::string("."),
+                                  std::string("../site"), std::string("./")}) {
+    EXPECT_EQ(projectNamed(engine(), name).id, id) << name;
+  }
+  std::filesystem::current_path(before);
+  EXPECT_THAT(errorOf([&] { projectNamed(engine(), "site"); }), IsError(Kind::notFound, "orvanta project list"));
+  EXPECT_THAT(errorOf([&] { projectNamed(engine(), "/nowhere"); }), IsError(Kind::notFound, "'/nowhere'"));
+}
+
+namespace {
+
+ProjectSkill skillAt(const std::string& relativePath, const std::string& agentFolder) {
+  ProjectSkill skill;
+  skill.name = std::filesystem::path(relativePath).filename();
+  skill.relativePath = relativePath;
+  skill.path = "/site/" + agentFolder + "/" + relativePath;
+  return skill;
+}
+
+}  // namespace
+
+TEST(ProjectSkillNames, ASkillIsFoundByItsPathOrByANameThatOnlyItHas) {
+  ProjectRecord site;
+  site.path = "/site";
+  const std::vector<ProjectSkill> skills{skillAt("Pdf", ".a/skills"), skillAt("pdf", ".b/skills"),
+                                         skillAt("deep/lint", ".a/skills")};
+  const auto found = [&](const std::string& typed) {
+    const ChosenSkill chosen = chosenSkill(site, skills, typed);
+    return chosen.path.string() + (chosen.skill ? "" : " (no skill)");
+  };
+  EXPECT_EQ(found("/site/.b/skills/pdf/"), "/site/.b/skills/pdf");
+  EXPECT_EQ(found(".a/skills/../skills/Pdf"), "/site/.a/skills/Pdf");
+  EXPECT_EQ(found("deep/lint"), "/site/.a/skills/deep/lint");
+  EXPECT_EQ(found("LINT"), "/site/.a/skills/deep/lint");
+  EXPECT_EQ(found("../outside"), "/outside (no skill)") << "for the engine to refuse";
+  EXPECT_EQ(found("/etc"), "/etc (no skill)");
+  EXPECT_THAT(errorOf([&] { found("PDF"); }),
+              IsError(Kind::conflict, "2 skills of the project. Name one by its path:\n  /site/.a/skills/Pdf\n"));
 }
 
 namespace {
