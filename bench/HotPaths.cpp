@@ -36,10 +36,10 @@ void countSkills(benchmark::State& state, std::size_t skills) {
       Counter(static_cast<double>(skills), Counter::kIsIterationInvariantRate | Counter::kInvert);
 }
 
-// A user of an empty library, with ten agents.
+// A user of an empty library, with some agents.
 struct SampleUser {
-  SampleUser() {
-    for (std::size_t i = 0; i < kAgents; ++i) {
+  explicit SampleUser(std::size_t agentCount = kAgents) {
+    for (std::size_t i = 0; i < agentCount; ++i) {
       const ToolAdapter& agent = ToolAdapters::builtin()[i];
       FS::createDirectories(folders.home / agent.relativeDetectDir);
       agents.push_back(agent.key);
@@ -110,43 +110,42 @@ BENCHMARK(copySkill)->Unit(benchmark::kMicrosecond);
 
 // ── Records ──
 
-// A library whose records name skills and deployments that are not on the disk: enough for what only reads records.
-struct RecordedLibrary {
-  explicit RecordedLibrary(std::size_t skills) {
-    SkillStore store(user.paths.database());
-    store.connection().transaction([&] {
-      for (std::size_t i = 0; i < skills; ++i) record(store, i);
-    });
+void recordSkill(SkillStore& store, const SampleUser& user, std::size_t number) {
+  SkillRecord skill;
+  skill.id = newUuid();
+  skill.name = fmt::format("skill-{:05}", number);
+  skill.description = "Compare two reports before each release and write a summary of the errors.";
+  skill.sourceRef = "/somewhere/" + skill.name;
+  skill.centralPath = (user.paths.skills() / skill.name).string();
+  skill.contentHash = ContentHash::sha256Hex(skill.name);
+  store.insertSkill(skill);
+  for (const std::string& agent : user.agents) {
+    SkillTarget target;
+    target.id = newUuid();
+    target.skillId = skill.id;
+    target.tool = agent;
+    target.targetPath = (user.folders.home / agent / skill.name).string();
+    target.sourceHash = skill.contentHash;
+    store.upsertTarget(target);
   }
+}
 
-  void record(SkillStore& store, std::size_t number) const {
-    SkillRecord skill;
-    skill.id = newUuid();
-    skill.name = fmt::format("skill-{:05}", number);
-    skill.description = "Compare two reports before each release and write a summary of the errors.";
-    skill.sourceRef = "/somewhere/" + skill.name;
-    skill.centralPath = (user.paths.skills() / skill.name).string();
-    skill.contentHash = ContentHash::sha256Hex(skill.name);
-    store.insertSkill(skill);
-    for (const std::string& agent : user.agents) {
-      SkillTarget target;
-      target.id = newUuid();
-      target.skillId = skill.id;
-      target.tool = agent;
-      target.targetPath = (user.folders.home / agent / skill.name).string();
-      target.sourceHash = skill.contentHash;
-      store.upsertTarget(target);
-    }
-  }
-
-  SampleUser user;
-};
+// Records of skills and deployments that are not on the disk: enough for what only reads records.
+void recordLibrary(const SampleUser& user, std::size_t skills) {
+  SkillStore store(user.paths.database());
+  store.connection().transaction([&] {
+    for (std::size_t i = 0; i < skills; ++i) recordSkill(store, user, i);
+  });
+}
 
 const SampleUser& recordedLibrary(std::int64_t skills) {
-  static std::map<std::int64_t, std::unique_ptr<RecordedLibrary>> made;
-  auto& library = made[skills];
-  if (!library) library = std::make_unique<RecordedLibrary>(static_cast<std::size_t>(skills));
-  return library->user;
+  static std::map<std::int64_t, std::unique_ptr<SampleUser>> users;
+  auto& user = users[skills];
+  if (!user) {
+    user = std::make_unique<SampleUser>();
+    recordLibrary(*user, static_cast<std::size_t>(skills));
+  }
+  return *user;
 }
 
 void openLibrary(benchmark::State& state) {
@@ -169,6 +168,28 @@ void readSummaries(benchmark::State& state) {
   countSkills(state, static_cast<std::size_t>(state.range(0)));
 }
 BENCHMARK(readSummaries)->ArgName("skills")->Arg(1000)->Arg(10'000)->Unit(benchmark::kMillisecond);
+
+// 100 presets of 1,000 skills each, all of which 54 agents hold; one switch in ten members is off.
+void countPresets(benchmark::State& state) {
+  const SampleUser user(ToolAdapters::builtin().size());
+  recordLibrary(user, kManySkills);
+  constexpr int kPresets = 100;
+  SkillsEngine engine(user.paths, user.folders);
+  std::vector<std::string> ids;
+  for (const SkillRecord& skill : engine.skills()) ids.push_back(skill.id);
+  for (int i = 0; i < kPresets; ++i) {
+    const Preset preset = engine.createPreset(fmt::format("preset {}", i), {}, {});
+    engine.setPresetSkills(preset.id, ids);
+    SkillStore store(user.paths.database());
+    store.connection().transaction([&] {
+      for (std::size_t k = 0; k < ids.size(); k += 10)
+        store.setPresetSkillTool(preset.id, ids[k], user.agents[0], false);
+    });
+  }
+  for (auto _ : state) benchmark::DoNotOptimize(engine.presetActivations());
+  countSkills(state, ids.size() * kPresets);
+}
+BENCHMARK(countPresets)->Unit(benchmark::kMillisecond);
 
 // ── Deployment ──
 

@@ -77,7 +77,10 @@ TEST_F(PresetsTest, MembersKeepTheirPlacesAndUnknownOnesAreRefused) {
   EXPECT_TRUE(engine().preset(preset.id).toolToggles.empty()) << "the switches went with the member";
   engine().setPresetSkills(preset.id, {c, a});
   const std::string before = recordsAsText();
-  EXPECT_THAT(errorOf([&] { engine().addSkillsToPreset(preset.id, {b, "nobody"}); }), IsError(Kind::notFound, "nobody"));
+  EXPECT_THAT(errorOf([&] {
+                engine().addSkillsToPreset(preset.id, {b, "nobody"});
+              }),
+              IsError(Kind::notFound, "nobody"));
   EXPECT_THAT(errorOf([&] { engine().setPresetSkills(preset.id, {b, "nobody"}); }), IsError(Kind::notFound, "nobody"));
   EXPECT_THAT(errorOf([&] { engine().addSkillsToPreset("gone", {b}); }), IsError(Kind::notFound, "Preset not found"));
   EXPECT_THAT(errorOf([&] { engine().setPresetSkillTool(preset.id, b, "cursor", true); }),

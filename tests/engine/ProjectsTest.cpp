@@ -64,7 +64,8 @@ TEST_F(ProjectsTest, AFolderIsRegisteredOnceAndItsFilesAreLeftAlone) {
     EXPECT_THAT(errorOf([&] { engine().addProject(path, {}); }), IsError(Kind::conflict, "Workspace already added"));
   }
   EXPECT_THAT(errorOf([&] { engine().addProject(home / "nowhere", {}); }), IsError(Kind::notFound, "nowhere"));
-  EXPECT_THAT(errorOf([&] { engine().addProject(paths.skills(), {}); }), IsError(Kind::invalidInput, "inside the library"));
+  EXPECT_THAT(errorOf([&] { engine().addProject(paths.skills(), {}); }),
+              IsError(Kind::invalidInput, "inside the library"));
   EXPECT_NO_THROW(engine().addProject(cursor, "a project inside"));
   engine().removeProject(record.id);
   EXPECT_EQ(engine().projectRecords().size(), 1U);
@@ -221,8 +222,9 @@ TEST_F(ProjectsTest, OnlySkillsInsideTheWorkspaceCanBeNamed) {
   skillFolder(cursor / "pdf" / "inner");
   fs::create_directories(cursor / "no skill");
   const std::string before = everythingAsText();
-  for (const Path& path : {project / "src", cursor / "pdf" / "inner", cursor / "no skill", cursor / "gone", home / ".cursor",
-                           cursor / ".." / ".." / "src", cursor / "pdf" / ".." / "..", Path("pdf"), Path("")}) {
+  for (const Path& path :
+       {project / "src", cursor / "pdf" / "inner", cursor / "no skill", cursor / "gone", home / ".cursor",
+        cursor / ".." / ".." / "src", cursor / "pdf" / ".." / "..", Path("pdf"), Path("")}) {
     EXPECT_THAT(errorOf([&] { engine().deleteProjectSkill(id, path); }).kind(), Kind::refused) << path;
     EXPECT_EQ(engine().planDeleteProjectSkill(id, path).front().action, Action::refused) << path;
   }
@@ -243,8 +245,7 @@ TEST_F(ProjectsTest, DisablingMovesASkillAsideAndBackAndOverwritesNothing) {
   skillFolder(cursor / "pdf", {{"second", "life"}});
   const std::string both = folderAsText(project);
   for (const bool enabled : {true, false}) {
-    const auto error =
-        errorOf([&] { engine().setProjectSkillEnabled(id, enabled ? aside : cursor / "pdf", enabled); });
+    const auto error = errorOf([&] { engine().setProjectSkillEnabled(id, enabled ? aside : cursor / "pdf", enabled); });
     EXPECT_THAT(error, IsError(Kind::conflict, aside.string()));
     EXPECT_THAT(error, IsError(Kind::conflict, (cursor / "pdf").string()));
   }
@@ -280,7 +281,8 @@ TEST_F(ProjectsTest, WhatTheOtherSideWouldLoseIsRefused) {
 
 TEST_F(ProjectsTest, ALinkedWorkspaceKeepsTheRecordsOfDeploymentsTrue) {
   const std::string id = engine().addLinkedWorkspace("cursor").id;
-  EXPECT_THAT(errorOf([&] { engine().addLinkedWorkspace("cursor"); }), IsError(Kind::conflict, "Cursor is already linked"));
+  EXPECT_THAT(errorOf([&] { engine().addLinkedWorkspace("cursor"); }),
+              IsError(Kind::conflict, "Cursor is already linked"));
   EXPECT_THAT(errorOf([&] { engine().addLinkedWorkspace("codex"); }), IsError(Kind::refused, "not installed"));
   const Path own = agentHas("cursor", "own");
   EXPECT_EQ(exported(id, {pdf}).deployed, 1);
@@ -321,9 +323,9 @@ TEST_F(ProjectsTest, AFolderThatCannotBeWrittenLosesNothing) {
     SkillsEngine own(paths, user);
     ASSERT_EQ(::chmod(cursor.c_str(), 0555), 0);
     const std::string before = folderAsText(project);
-    for (const auto& operation : std::vector<std::function<void()>>{
-             [&] { own.updateProjectSkillFromCenter(id, cursor / "pdf"); },
-             [&] { own.setProjectSkillEnabled(id, cursor / "pdf", false); }}) {
+    for (const auto& operation :
+         std::vector<std::function<void()>>{[&] { own.updateProjectSkillFromCenter(id, cursor / "pdf"); },
+                                            [&] { own.setProjectSkillEnabled(id, cursor / "pdf", false); }}) {
       EXPECT_THAT(errorOf(operation), IsError(Kind::io, cursor.string()));
     }
     EXPECT_THAT(folderAsText(cursor), testing::HasSubstr("two"));
