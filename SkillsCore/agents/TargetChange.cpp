@@ -28,7 +28,10 @@ bool belongsToEndedProcess(std::string_view stageName) {
   const std::string_view digits = stageName.substr(Scanner::kStagePrefix.size());
   pid_t process = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), process);
-  if (error != std::errc{} || process <= 0 || end == digits.data() + digits.size() || *end != '-') return false;
+  if (error != std::errc{} || process <= 0) return false;
+  const std::string_view rest = digits.substr(static_cast<std::size_t>(end - digits.data()));
+  // Somebody else's folder may have a name that only begins like ours.
+  if (rest.empty() || rest.front() != '-' || !isUuid(rest.substr(1))) return false;
   return ::kill(process, 0) != 0 && errno == ESRCH;
 }
 

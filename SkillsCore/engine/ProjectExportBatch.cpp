@@ -19,6 +19,17 @@ using Action = PlannedStep::Action;
 
 namespace {
 
+// What stands in an agent's global folder is recorded, and so is not for an export.
+std::optional<SkillsError> whyAgentsOwn(const Workspace::Folder& folder, const std::vector<ToolAdapter>& adapters,
+                                        const UserFolders& user) {
+  for (const auto& adapter : adapters) {
+    if (!isInside(folder.real, FS::resolved(adapter.skillsDir(user)))) continue;
+    return SkillsError::refused(folder.path.string() + " is the global skills folder of " + adapter.displayName +
+                                "; use 'deploy' for it");
+  }
+  return std::nullopt;
+}
+
 bool isSameContent(const fs::path& a, const fs::path& b) {
   try {
     return ContentHash::hashDirectory(a) == ContentHash::hashDirectory(b);
@@ -30,17 +41,16 @@ bool isSameContent(const fs::path& a, const fs::path& b) {
 }  // namespace
 
 ProjectExportBatch::ProjectExportBatch(Library& library, const Workspace& workspace, const ProjectExport& request)
-    : library_(library),
-      mode_(request.mode),
-      force_(request.force),
-      adapters_(ToolAdapters::all(library.store.toolOverrides())) {
+    : library_(library), mode_(request.mode), force_(request.force) {
   for (auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, std::move(skill));
+  const auto adapters = ToolAdapters::all(library.store.toolOverrides());
+  for (const auto& tool : request.agents) findDestination(tool, workspace, adapters);
   for (auto& names : pairsOf(request.skillIds, request.agents)) {
     Item& item = items_.emplace_back();
     item.names = std::move(names);
     item.agentName = item.names.tool;
     try {
-      locate(item, workspace);
+      locate(item);
     } catch (const SkillsError& error) {
       item.failure = error;
     }
@@ -100,41 +110,42 @@ void ProjectExportBatch::placeItem(Item& item) {
   }
 }
 
-void ProjectExportBatch::locate(Item& item, const Workspace& workspace) {
+void ProjectExportBatch::findDestination(const std::string& tool, const Workspace& workspace,
+                                         const std::vector<ToolAdapter>& adapters) {
+  Destination& destination = destinations_[tool];
+  const auto adapter =
+      std::find_if(adapters.begin(), adapters.end(), [&](const ToolAdapter& each) { return each.key == tool; });
+  destination.agentName = adapter == adapters.end() ? tool : adapter->displayName;
+  const auto& folders = workspace.folders();
+  const auto folder = std::find_if(folders.begin(), folders.end(), [&](const Workspace::Folder& each) {
+    return each.agent == tool && each.holdsEnabled;
+  });
+  if (adapter == adapters.end()) {
+    destination.failure = SkillsError::notFound("Agent not found: " + tool);
+  } else if (folder == folders.end()) {
+    destination.failure = SkillsError::invalidInput(
+        adapter->displayName + " has no skills folder inside projects; give it one with 'agent project-path'");
+  } else if (folder->leadsOutside) {
+    destination.failure = SkillsError::refused(folder->path.string() + " leads out of the project by a link, to " +
+                                               folder->real.string() + "; nothing is placed there");
+  } else {
+    destination.path = folder->path;
+    destination.real = folder->real;
+    destination.failure = whyAgentsOwn(*folder, adapters, library_.user);
+  }
+}
+
+void ProjectExportBatch::locate(Item& item) {
+  const Destination& destination = destinations_.at(item.names.tool);
+  item.agentName = destination.agentName;
   const auto skill = skills_.find(item.names.skillId);
   if (skill == skills_.end()) throw SkillsError::notFound("Skill not found: " + item.names.skillId);
   item.skill = &skill->second;
   if (const auto failure = whyUndeployable(*item.skill)) throw SkillsError(*failure);
-  const auto adapter = std::find_if(adapters_.begin(), adapters_.end(),
-                                    [&](const ToolAdapter& each) { return each.key == item.names.tool; });
-  if (adapter == adapters_.end()) throw SkillsError::notFound("Agent not found: " + item.names.tool);
-  item.agentName = adapter->displayName;
-  const auto& folders = workspace.folders();
-  const auto folder = std::find_if(folders.begin(), folders.end(), [&](const Workspace::Folder& each) {
-    return each.agent == item.names.tool && each.holdsEnabled;
-  });
-  if (folder == folders.end()) {
-    throw SkillsError::invalidInput(adapter->displayName +
-                                    " has no skills folder inside projects; give it one with 'agent project-path'");
-  }
-  if (folder->leadsOutside) {
-    throw SkillsError::refused(folder->path.string() + " leads out of the project by a link, to " +
-                               folder->real.string() + "; nothing is placed there");
-  }
-  requireNoAgentsOwn(*folder);
+  if (destination.failure) throw SkillsError(*destination.failure);
   const std::string name = SyncEngine::targetDirName(item.skill->centralPath, item.skill->name);
-  item.target = folder->path / name;
-  item.place = folder->real / name;
-}
-
-// What stands in an agent's global folder is recorded, and so is not for an export.
-void ProjectExportBatch::requireNoAgentsOwn(const Workspace::Folder& folder) {
-  for (const auto& adapter : adapters_) {
-    const fs::path own = resolver_.resolve(adapter.skillsDir(library_.user));
-    if (!isInside(folder.real, own)) continue;
-    throw SkillsError::refused(folder.path.string() + " is the global skills folder of " + adapter.displayName +
-                               "; use 'deploy' for it");
-  }
+  item.target = destination.path / name;
+  item.place = destination.real / name;
 }
 
 // Throws what refuses the item, with nothing changed.

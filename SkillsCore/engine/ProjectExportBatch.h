@@ -47,8 +47,16 @@ class ProjectExportBatch {
   [[nodiscard]] const std::vector<Item>& items() const { return items_; }
 
  private:
-  void locate(Item& item, const Workspace& workspace);
-  void requireNoAgentsOwn(const Workspace::Folder& folder);
+  // Where an agent's skills go in this workspace, or why nowhere.
+  struct Destination {
+    std::string agentName;
+    std::filesystem::path path;
+    std::filesystem::path real;
+    std::optional<SkillsError> failure;
+  };
+
+  void findDestination(const std::string& tool, const Workspace& workspace, const std::vector<ToolAdapter>& adapters);
+  void locate(Item& item);
   void examine(Item& item);
   void placeItem(Item& item);
 
@@ -57,7 +65,7 @@ class ProjectExportBatch {
   const bool force_;
   SyncEngine::FolderResolver resolver_;
   std::map<std::string, SkillRecord> skills_;
-  std::vector<ToolAdapter> adapters_;
+  std::map<std::string, Destination> destinations_;  // by agent
   std::vector<Item> items_;
 };
 

@@ -34,6 +34,13 @@ PlannedStep stepFor(const ProjectSkill& skill, Action action, const fs::path& pa
           .reason = {}};
 }
 
+// An empty folder of disabled skills would be a puzzle in the project. One that holds anything stays, and so does a
+// link to one.
+void removeEmptied(const fs::path& folder) {
+  std::error_code ignored;
+  if (FS::isDirectory(folder)) fs::remove(folder, ignored);
+}
+
 }  // namespace
 
 void ProjectSkillMoves::setEnabled(const Workspace& workspace, const fs::path& path, bool enabled) {
@@ -41,11 +48,7 @@ void ProjectSkillMoves::setEnabled(const Workspace& workspace, const fs::path& p
   if (move.isDone) return;
   FS::createDirectories(move.destination.parent_path());
   FS::renameExclusive(move.skill.path, move.destination);
-  // An empty folder of disabled skills would be a puzzle in the project; one that holds anything stays.
-  if (enabled) {
-    std::error_code ignored;
-    fs::remove(fs::path(move.skill.path).parent_path(), ignored);
-  }
+  if (enabled) removeEmptied(fs::path(move.skill.path).parent_path());
   library_.store.logAudit({.action = enabled ? "project_enable_skill" : "project_disable_skill",
                            .skillName = move.skill.name,
                            .tool = move.skill.agent,

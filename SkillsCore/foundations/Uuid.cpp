@@ -15,6 +15,10 @@ namespace orvanta {
 
 namespace {
 
+constexpr std::string_view kDigits = "0123456789abcdef";
+
+bool isHyphenAt(std::size_t position) { return position == 8 || position == 13 || position == 18 || position == 23; }
+
 using Bytes = std::array<std::uint8_t, 16>;
 
 // Random bytes are asked from the kernel a block at a time: a bulk command makes an identifier per record.
@@ -37,15 +41,22 @@ std::string newUuid() {
   Bytes b = randomBytes();
   b[6] = static_cast<std::uint8_t>((b[6] & 0x0fU) | 0x40U);
   b[8] = static_cast<std::uint8_t>((b[8] & 0x3fU) | 0x80U);
-  constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
   text.reserve(36);
   for (std::size_t i = 0; i < b.size(); ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    if (isHyphenAt(text.size())) text += '-';
     text += kDigits[b[i] >> 4U];
     text += kDigits[b[i] & 0x0fU];
   }
   return text;
+}
+
+bool isUuid(std::string_view text) {
+  if (text.size() != 36) return false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (isHyphenAt(i) ? text[i] != '-' : kDigits.find(text[i]) == std::string_view::npos) return false;
+  }
+  return true;
 }
 
 }  // namespace orvanta

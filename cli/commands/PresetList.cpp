@@ -113,7 +113,7 @@ ExitStatus show(Session& session, const ShowOptions& options) {
   if (preset.description) fact("Description", *preset.description);
   if (preset.icon) fact("Icon", *preset.icon);
   fact("State", isActive ? "active" : "not active");
-  fact("Deployed", deployedText(activation));
+  fact("Deployed", deployedText(activation) + (activation.isComplete() ? ", complete" : ""));
   out.line("");
   writeMembers(session, preset);
   return ExitStatus::done;
@@ -137,9 +137,7 @@ Input& presetArgument(CommandLine& line, std::string& target) {
 std::optional<Preset> activePreset(SkillsEngine& engine) {
   const auto id = engine.activePresetId();
   if (!id) return std::nullopt;
-  const auto presets = engine.presets();
-  const auto found = std::find_if(presets.begin(), presets.end(), [&](const auto& each) { return each.id == *id; });
-  return found == presets.end() ? std::nullopt : std::make_optional(*found);
+  return engine.preset(*id);
 }
 
 std::string deployedText(const PresetActivation& activation) {

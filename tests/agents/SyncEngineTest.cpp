@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundations/Uuid.h"
 #include "tests/support/Sandbox.h"
 
 namespace orvanta {
@@ -234,7 +235,9 @@ TEST_F(SyncEngineTest, WhatSomebodyElsePutThereMeanwhileIsNeverRemoved) {
 TEST_F(SyncEngineTest, WhatAnEndedProcessLeftIsSweptUpAndNothingElse) {
   OtherProcess worker([&](const auto& waitForTheEnd) {
     const auto change = TargetChange::putLink(source, target, FS::Kind::absent);
-    folder(target.parent_path() / (".orvanta-stage-" + std::to_string(::getpid()) + "-x"), {{"f", ""}});
+    const Path ours = target.parent_path() / (".orvanta-stage-" + std::to_string(::getpid()));
+    folder(ours.string() + "-" + newUuid(), {{"f", ""}});
+    folder(ours.string() + "-somebody-else", {{"f", ""}});
     waitForTheEnd();
   });
   for (const auto* other :
@@ -242,10 +245,10 @@ TEST_F(SyncEngineTest, WhatAnEndedProcessLeftIsSweptUpAndNothingElse) {
     write(agent / other, "");
   }
   sweepStages(agent);
-  EXPECT_EQ(FS::children(agent).size(), 7U);
+  EXPECT_EQ(FS::children(agent).size(), 8U);
   worker.kill();
   sweepStages(agent);
-  EXPECT_EQ(FS::children(agent).size(), 6U);
+  EXPECT_EQ(FS::children(agent).size(), 7U);
 }
 
 }  // namespace

@@ -254,6 +254,13 @@ TEST_F(ProjectsTest, DisablingMovesASkillAsideAndBackAndOverwritesNothing) {
   engine().setProjectSkillEnabled(id, aside, true);
   engine().setProjectSkillEnabled(id, cursor / "pdf", true);
   EXPECT_EQ(folderAsText(project), before);
+
+  fs::create_directory(project / "off");
+  fs::create_directory_symlink("../off", aside.parent_path());
+  const std::string linked = folderAsText(project);
+  engine().setProjectSkillEnabled(id, cursor / "pdf", false);
+  engine().setProjectSkillEnabled(id, aside, true);
+  EXPECT_EQ(folderAsText(project), linked) << "a link to a folder of disabled skills is not ours";
 }
 
 TEST_F(ProjectsTest, WhatTheOtherSideWouldLoseIsRefused) {
