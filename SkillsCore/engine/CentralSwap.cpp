@@ -41,18 +41,12 @@ CentralSwap::CentralSwap(const fs::path& staged, const fs::path& central)
 }
 
 CentralSwap::~CentralSwap() {
-  if (kept_) return;
   try {
-    if (replaced_) FS::exchange(aside_, central_);
+    if (!kept_ && replaced_) FS::exchange(aside_, central_);
   } catch (const SkillsError&) {
     return;  // both stand: the next opening of the library reads the new content into the record
   }
-  FS::removeQuietly(replaced_ ? aside_ : central_);
-}
-
-void CentralSwap::keep() noexcept {
-  kept_ = true;
-  if (replaced_) FS::removeQuietly(aside_);  // else removed at the next opening of the library
+  FS::removeQuietly(kept_ || replaced_ ? aside_ : central_);
 }
 
 }  // namespace orvanta

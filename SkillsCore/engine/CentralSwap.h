@@ -13,12 +13,13 @@ class CentralSwap {
   // Puts the folder `staged` in the place of `central`, or there where nothing stands; `staged` is used up. Throws `io`
   // with `central` as it was.
   CentralSwap(const std::filesystem::path& staged, const std::filesystem::path& central);
-  // Takes the change back unless it was kept.
+  // Takes the change back; when it was kept, the old content goes.
   ~CentralSwap();
   CentralSwap(const CentralSwap&) = delete;
   CentralSwap& operator=(const CentralSwap&) = delete;
 
-  void keep() noexcept;
+  // Until this goes, the old content tells a later start that what follows from the change may be unfinished.
+  void keep() noexcept { kept_ = true; }
 
  private:
   const std::filesystem::path central_;

@@ -154,7 +154,7 @@ Plan DeployBatch::plan(const Plan& removals) {
   Plan plan;
   std::set<std::string> cleared;
   for (const auto& step : removals) {
-    if (step.action == Action::remove) cleared.insert(index_.place(step.path));
+    if (step.action == Action::remove && !step.reason) cleared.insert(index_.place(step.path));
   }
   std::set<std::string> filled;  // places that an earlier pair of this plan fills for the same skill
   std::vector<Pair*> possible;

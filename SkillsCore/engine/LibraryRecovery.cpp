@@ -5,6 +5,7 @@
 #include <string>
 
 #include "content/ContentHash.h"
+#include "engine/Repair.h"
 #include "engine/Skills.h"
 #include "files/FS.h"
 #include "files/LibraryLock.h"
@@ -26,14 +27,15 @@ std::string setAsideName(const std::string& name, std::string_view prefix) {
 }
 
 // One of two contents that were to change places. What has the skill's place counts; it may be the new one, of which
-// the record does not know yet.
+// the record and the copies in agents' folders do not know yet.
 void healReplaced(Library& library, const fs::path& leftover) {
   const fs::path original = leftover.parent_path() / setAsideName(leftover.filename().string(), kReplacingPrefix);
   if (!FS::exists(original)) return FS::renameExclusive(leftover, original);
-  const auto record = library.store.skillAtPath(comparablePath(original));
+  auto record = library.store.skillAtPath(comparablePath(original));
   if (record && record->contentHash != ContentHash::hashDirectory(original)) {
-    Skills(library).refreshRecordFromDisk(*record);
+    record = Skills(library).refreshRecordFromDisk(*record);
   }
+  if (record) Repair(library).resyncCopyTargets(*record);
   FS::removeAny(leftover);
 }
 

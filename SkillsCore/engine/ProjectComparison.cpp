@@ -109,8 +109,9 @@ bool ProjectComparison::isLinkIntoLibrary(const ProjectSkill& skill) const {
 
 void ProjectComparison::findSkills(const Workspace& workspace, std::vector<Found>& found) const {
   for (const auto& folder : workspace.folders()) {
-    if (folder.leadsOutside || folder.isRepeated || !FS::resolvesToDirectory(folder.path)) continue;
+    if (!folder.obstacle.empty() || folder.isRepeated || !FS::resolvesToDirectory(folder.path)) continue;
     for (auto& dir : Scanner::listSkillDirs(folder.path, folder.isRecursive)) {
+      if (workspace.isLibrarys(dir.url)) continue;
       Found& one = found.emplace_back();
       one.real = FS::resolved(dir.url);
       one.skill.path = dir.url.string();

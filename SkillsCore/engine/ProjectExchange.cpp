@@ -113,9 +113,9 @@ InstallRequest ProjectExchange::importRequest(const Workspace& workspace, const 
 // The old content goes when the new one stands and the records say so.
 void ProjectExchange::pull(const Workspace& workspace, const fs::path& path) {
   const Counterparts pair = checkPull(workspace, path);
-  if (pair.isSame()) return;
   const fs::path target = pair.own.path;
   sweepStages(target.parent_path());
+  if (pair.isSame()) return;
   TargetChange change = TargetChange::putCopy(pair.center.centralPath, target, FS::Kind::directory);
   library_.transaction([&] {
     refreshRecordsAt(pair.own, pair.center);
@@ -143,7 +143,10 @@ Plan ProjectExchange::planPull(const Workspace& workspace, const fs::path& path)
 
 SkillSummary ProjectExchange::push(const Workspace& workspace, const fs::path& path) {
   const Counterparts pair = checkPush(workspace, path);
-  if (pair.isSame()) return skills_.summary(pair.center.id);
+  if (pair.isSame()) {
+    repair_.resyncCopyTargets(pair.center);
+    return skills_.summary(pair.center.id);
+  }
   const TemporaryFolder staging(library_.user.temp, "orvanta-project-");
   const fs::path staged = staging.path() / "skill";
   FS::copySkillTree(FS::resolved(pair.own.path), staged);
@@ -171,9 +174,11 @@ Plan ProjectExchange::planPush(const Workspace& workspace, const fs::path& path)
     step.tool.reset();
     step.path = pair.center.centralPath;
     Plan plan{step};
-    if (pair.isSame()) return plan;
+    step.action = Action::replace;
+    step.reason.reset();
     for (const auto& target : library_.store.targets(pair.center.id)) {
-      if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
+      const bool isStale = target.sourceHash != pair.own.contentHash || target.status != kTargetOk;
+      if (target.mode != SyncMode::copy || target.status == kTargetDisabled || !isStale) continue;
       step.tool = target.tool;
       step.path = target.targetPath;
       plan.push_back(step);

@@ -7,6 +7,7 @@
 #include "content/ContentHash.h"
 #include "engine/DeployBatch.h"
 #include "engine/Pairs.h"
+#include "engine/RepositoryGuard.h"
 #include "files/FS.h"
 #include "files/Paths.h"
 #include "foundations/Parallel.h"
@@ -125,9 +126,9 @@ void ProjectExportBatch::findDestination(const std::string& tool, const Workspac
   } else if (folder == folders.end()) {
     destination.failure = SkillsError::invalidInput(
         adapter->displayName + " has no skills folder inside projects; give it one with 'agent project-path'");
-  } else if (folder->leadsOutside) {
-    destination.failure = SkillsError::refused(folder->path.string() + " leads out of the project by a link, to " +
-                                               folder->real.string() + "; nothing is placed there");
+  } else if (!folder->obstacle.empty()) {
+    destination.failure =
+        SkillsError::refused(folder->path.string() + " " + folder->obstacle + "; nothing is placed there");
   } else {
     destination.path = folder->path;
     destination.real = folder->real;
@@ -163,6 +164,7 @@ void ProjectExportBatch::examine(Item& item) {
                                "\". The existing content was left untouched — import it into the library, or move it "
                                "aside, and try again.");
   }
+  if (item.found == TargetState::realDir) refuseRepository(item.target, "Move the repository away, and try again.");
   SyncEngine::ensureDstNotInsideSrc(source, item.target, resolver_);
   item.action = item.found == TargetState::absent ? Action::place : Action::replace;
 }

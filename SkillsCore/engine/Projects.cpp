@@ -33,15 +33,26 @@ Workspace Projects::require(const std::string& id) {
 std::vector<Workspace> Projects::all() {
   const auto adapters = adaptersByPrecedence(library_.store.toolOverrides(), library_.user);
   std::vector<Workspace> workspaces;
-  for (auto& record : library_.store.projects()) workspaces.emplace_back(std::move(record), adapters, library_.user);
+  for (const auto& record : library_.store.projects()) {
+    workspaces.emplace_back(record, adapters, library_.user, library_.paths.base());
+  }
   return workspaces;
 }
 
 Workspace Projects::workspace(const ProjectRecord& record) {
-  return {record, adaptersByPrecedence(library_.store.toolOverrides(), library_.user), library_.user};
+  return {record, adaptersByPrecedence(library_.store.toolOverrides(), library_.user), library_.user,
+          library_.paths.base()};
+}
+
+std::vector<ProjectRecord> Projects::records() {
+  const auto adapters = ToolAdapters::all(library_.store.toolOverrides());
+  auto records = library_.store.projects();
+  for (auto& record : records) record = currentRecord(std::move(record), adapters, library_.user);
+  return records;
 }
 
 ProjectRecord Projects::add(const fs::path& path, const std::optional<std::string>& name) {
+  if (path.empty()) throw SkillsError::invalidInput("Name the folder of a project");
   const fs::path folder = comparablePath(path);
   if (!FS::resolvesToDirectory(folder)) {
     throw SkillsError::notFound("There is no folder at " + folder.string() + "; name the folder of a project");
@@ -85,7 +96,7 @@ void Projects::reorder(const std::vector<std::string>& ids) {
 
 Projects::Search Projects::search() {
   Search search{.adapters = adaptersByPrecedence(library_.store.toolOverrides(), library_.user), .scope = {}};
-  for (const auto& record : library_.store.projects()) search.scope.known.insert(FS::resolved(record.path));
+  for (const auto& record : records()) search.scope.known.insert(FS::resolved(record.path));
   search.scope.excluded.insert(FS::resolved(library_.paths.base()));
   for (const auto& adapter : search.adapters) {
     search.scope.excluded.insert(FS::resolved(adapter.skillsDir(library_.user)));
@@ -99,7 +110,7 @@ void Projects::requireNew(const fs::path& path) {
   if (isInside(real, FS::resolved(library_.paths.base()))) {
     throw SkillsError::invalidInput(path.string() + " lies inside the library; name a folder outside of it");
   }
-  for (const auto& known : library_.store.projects()) {
+  for (const auto& known : records()) {
     if (FS::resolved(known.path) == real) throw SkillsError::conflict("Workspace already added");
   }
 }

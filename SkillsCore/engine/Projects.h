@@ -21,6 +21,7 @@ class Projects {
   // Throws `notFound`.
   Workspace require(const std::string& id);
   std::vector<Workspace> all();
+  std::vector<ProjectRecord> records();
   Workspace workspace(const ProjectRecord& record);
 
   // Both throw `conflict` for what is registered already, `invalidInput` for what lies in the library.

@@ -41,6 +41,12 @@ std::map<std::string, std::optional<std::string>> hashesOfCopied(const std::map<
   return byId;
 }
 
+// What the record says stands there, with the content that the library has now.
+bool isCurrent(const fs::path& source, const SkillTarget& record, const std::optional<std::string>& currentHash) {
+  return SyncEngine::isTargetCurrent(source, record.targetPath, record.mode, record.sourceHash, currentHash) &&
+         SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode);
+}
+
 }  // namespace
 
 ApplyReport Repair::repairDeployments(const OperationContext& context) {
@@ -105,6 +111,7 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
   const std::string hash = ContentHash::hashDirectory(skill.centralPath);
   for (auto& target : library_.store.targets(skill.id)) {
     if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
+    if (target.status == kTargetOk && isCurrent(skill.centralPath, target, hash)) continue;
     TargetChange change;
     try {
       change = SyncEngine::place(skill.centralPath, target.targetPath, SyncMode::copy,
@@ -155,9 +162,7 @@ Action Repair::examine(const Item& item) {
   if (!FS::resolvesToDirectory(source)) {
     throw SkillsError::notFound("Library directory missing for '" + item.skill->name + "'");
   }
-  const bool isCurrent =
-      SyncEngine::isTargetCurrent(source, record.targetPath, record.mode, record.sourceHash, item.currentHash);
-  if (isCurrent && SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode)) return Action::keep;
+  if (isCurrent(source, record, item.currentHash)) return Action::keep;
   SyncEngine::preflightReplace(source, record.targetPath, record.mode, ReplacePolicy::recorded(record.mode), resolver_);
   return FS::exists(record.targetPath) ? Action::replace : Action::place;
 }

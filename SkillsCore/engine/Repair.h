@@ -22,7 +22,7 @@ class Repair {
   ApplyReport repairDeployments(const OperationContext& context);
   Plan plan();
 
-  // Copies the skill anew to every agent that holds it as a copy, after its library folder changed. A copy that
+  // Copies the skill anew to every agent that holds an old copy, after its library folder changed. A copy that
   // cannot be replaced is recorded as broken.
   void resyncCopyTargets(const SkillRecord& skill);
 

@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 
 std::vector<ProjectRecord> SkillsEngine::projectRecords() {
   const Turn turn(state_->mutex);
-  return state_->library.store.projects();
+  return state_->components.projects.records();
 }
 
 std::vector<ProjectInfo> SkillsEngine::projects(const OperationContext& context) {

@@ -46,7 +46,8 @@ Plan UndeployBatch::plan() {
   Plan plan;
   for (const auto& pair : pairs_) {
     const Fate fate = fateOf(pair);
-    PlannedStep step{.action = fate == Fate::clear ? PlannedStep::Action::remove : PlannedStep::Action::keep,
+    const bool isGone = fate == Fate::clear || fate == Fate::absent;
+    PlannedStep step{.action = isGone ? PlannedStep::Action::remove : PlannedStep::Action::keep,
                      .skillName = pair.skillName,
                      .skillId = pair.record.skillId,
                      .tool = pair.record.tool,
@@ -54,7 +55,7 @@ Plan UndeployBatch::plan() {
                      .reason = {}};
     if (fate == Fate::kept) step.reason = kKept;
     if (fate == Fate::preserved) step.reason = kPreserved;
-    if (fate == Fate::absent) step.reason = "nothing of ours stands there";
+    if (fate == Fate::absent) step.reason = "only the record: nothing of ours stands there";
     plan.push_back(step);
     if (const SkillTarget* known = index_.find(pair.record.skillId, pair.record.tool)) index_.remove(*known);
   }

@@ -87,7 +87,8 @@ std::string figuresOf(const ApplyReport& report) {
   add(report.deployed, "placed");
   add(report.removed, "removed");
   add(report.skipped, "already there");
-  return figures.empty() ? "nothing was changed." : Text::join(figures, ", ") + ".";
+  if (!figures.empty()) return Text::join(figures, ", ") + ".";
+  return report.errors.empty() ? "nothing was changed." : "nothing was done without an error.";
 }
 
 ExitStatus showReport(const Session& session, const ApplyReport& report, const std::string& sentence) {

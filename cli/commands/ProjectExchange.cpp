@@ -71,23 +71,35 @@ std::string warningFor(SkillsEngine& engine, const ChosenSkill& chosen) {
                      Text::singleLine(record.sourceRef.value_or(std::string(label(record.sourceType)))));
 }
 
+std::vector<std::string> copiesThatDidNotFollow(const SkillSummary& summary) {
+  std::vector<std::string> errors;
+  for (const SkillTarget& target : summary.targets) {
+    if (target.mode != SyncMode::copy || target.status != kTargetError) continue;
+    errors.push_back(fmt::format("The copy at {} is an old one: {}", target.targetPath, target.lastError.value_or("")));
+  }
+  return errors;
+}
+
 ExitStatus push(Session& session, const ProjectSkillOptions& options) {
   SkillsEngine& engine = session.engine();
   const ChosenSkill chosen = chosenSkill(session, options);
-  if (isInSync(chosen) && chosen.skill->centerSkillId) {
-    if (options.dryRun) return showPlan(session, {});
-    return showSummary(session, engine.summary(*chosen.skill->centerSkillId), whyInSync(session, chosen));
-  }
   const Plan plan = engine.planUpdateCenterFromProject(chosen.project.id, chosen.path);
   if (options.dryRun) return showPlan(session, plan);
   const std::string project = inQuotes(chosen.project.name);
-  confirmLosses(session, plan,
-                fmt::format("{}Overwrite {} in the library with the version of {}?", warningFor(engine, chosen),
-                            inQuotes(chosen.name()), project));
+  if (!isInSync(chosen)) {
+    confirmLosses(session, plan,
+                  fmt::format("{}Overwrite {} in the library with the version of {}?", warningFor(engine, chosen),
+                              inQuotes(chosen.name()), project));
+  }
   const SkillSummary summary = session.change(
       [&](const OperationContext&) { return engine.updateCenterFromProject(chosen.project.id, chosen.path); });
-  return showSummary(session, summary,
-                     fmt::format("{} in the library is what {} holds.", inQuotes(summary.record.name), project));
+  showSummary(session, summary,
+              isInSync(chosen)
+                  ? whyInSync(session, chosen)
+                  : fmt::format("{} in the library is what {} holds.", inQuotes(summary.record.name), project));
+  const auto errors = copiesThatDidNotFollow(summary);
+  showProblemsBesideArray(session, errors, false);
+  return bulkStatus(1, errors.size(), false);
 }
 
 }  // namespace

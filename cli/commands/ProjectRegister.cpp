@@ -6,6 +6,7 @@
 #include "cli/Names.h"
 #include "cli/Output.h"
 #include "cli/Table.h"
+#include "cli/UsageError.h"
 #include "cli/commands/Common.h"
 #include "cli/commands/Projects.h"
 #include "foundations/Text.h"
@@ -45,8 +46,14 @@ ExitStatus showAdded(const Session& session, const ProjectRecord& project) {
   return ExitStatus::done;
 }
 
+// An empty word is a variable that was not set, not the working folder.
+std::filesystem::path folderNamed(const std::string& typed) {
+  if (typed.empty()) throw UsageError("Name a folder; '.' is the working folder.");
+  return standardized(typed);
+}
+
 ExitStatus add(Session& session, const AddOptions& options) {
-  const auto folder = standardized(options.folder);
+  const auto folder = folderNamed(options.folder);
   return showAdded(session, session.change([&](const OperationContext&) {
     return session.engine().addProject(folder, options.name);
   }));
@@ -71,7 +78,7 @@ ExitStatus remove(Session& session, const RemoveOptions& options) {
 }
 
 ExitStatus scan(Session& session, const ScanOptions& options) {
-  const auto root = standardized(options.folder);
+  const auto root = folderNamed(options.folder);
   const auto found = lookedAt(session, [&](const OperationContext& context) {
     return session.engine().scanForProjects(root, static_cast<int>(options.depth), context);
   });
