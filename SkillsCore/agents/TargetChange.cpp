@@ -125,6 +125,11 @@ void TargetChange::keep() noexcept {
   if (kind == Kind::exchanged || kind == Kind::takenAway) FS::removeQuietly(stage_);
 }
 
+void TargetChange::finish() {
+  const Kind kind = std::exchange(kind_, Kind::none);
+  if (kind == Kind::exchanged || kind == Kind::takenAway) FS::removeAny(stage_);
+}
+
 void TargetChange::takeBack() {
   const Kind kind = std::exchange(kind_, Kind::none);
   try {

@@ -43,6 +43,9 @@ class TargetChange {
   // is swept up by a later change in the same folder.
   void keep() noexcept;
 
+  // The same, but throws `io` when what stood there before cannot be removed.
+  void finish();
+
  private:
   enum class Kind { none, placed, exchanged, takenAway };
   using Make = std::function<void(const std::filesystem::path&)>;

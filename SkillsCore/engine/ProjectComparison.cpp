@@ -162,16 +162,14 @@ void ProjectComparison::classify(std::vector<Found>& found, const OperationConte
 // The library's skills of the same name, first the one whose folder is called alike. A skill that was renamed in the
 // library is found by its folder, if that still gives itself the name.
 std::vector<const SkillRecord*> ProjectComparison::namesakes(const ProjectSkill& skill) const {
-  const std::string folderName = fs::path(skill.path).filename().string();
-  const auto sameFolder = byFolderName_.find(folderName);
   std::vector<std::size_t> found;
   const auto [begin, end] = byName_.equal_range(Text::comparisonKey(skill.name));
   for (auto entry = begin; entry != end; ++entry) found.push_back(entry->second);
   std::sort(found.begin(), found.end());
   std::vector<const SkillRecord*> records;
   for (const std::size_t i : found) records.push_back(&skills_[i]);
-  if (sameFolder == byFolderName_.end()) return records;
-  const SkillRecord* alike = &skills_[sameFolder->second];
+  const SkillRecord* alike = skillInFolder(fs::path(skill.path).filename().string());
+  if (alike == nullptr) return records;
   const auto place = std::find(records.begin(), records.end(), alike);
   if (place != records.end()) {
     std::rotate(records.begin(), place, place + 1);
@@ -179,6 +177,11 @@ std::vector<const SkillRecord*> ProjectComparison::namesakes(const ProjectSkill&
     records.push_back(alike);
   }
   return records;
+}
+
+const SkillRecord* ProjectComparison::skillInFolder(const std::string& folderName) const {
+  const auto found = byFolderName_.find(folderName);
+  return found == byFolderName_.end() ? nullptr : &skills_[found->second];
 }
 
 const SkillRecord* ProjectComparison::linkedSkill(const fs::path& real) const {

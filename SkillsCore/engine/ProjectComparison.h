@@ -30,6 +30,9 @@ class ProjectComparison {
   // Whether the skill is a link to its library folder, and so can never differ.
   [[nodiscard]] bool isLinkIntoLibrary(const ProjectSkill& skill) const;
 
+  // The library's skill whose folder is called so; nothing when there is none.
+  [[nodiscard]] const SkillRecord* skillInFolder(const std::string& folderName) const;
+
   [[nodiscard]] const SkillRecord& record(const std::string& id) const { return skills_.at(positions_.at(id)); }
 
  private:

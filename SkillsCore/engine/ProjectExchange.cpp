@@ -42,6 +42,14 @@ ApplyReport asApplied(const PlacementReport& placed) {
   return report;
 }
 
+// A project can come from anybody, and with it a link to whatever of the user's looks like a skill.
+void refuseOutside(const Workspace& workspace, const ProjectSkill& skill) {
+  const fs::path real = FS::resolved(skill.path);
+  if (isLinked(workspace) || isInside(real, FS::resolved(workspace.record().path))) return;
+  throw SkillsError::refused(skill.path + " leads out of the workspace by a link, to " + real.string() +
+                             "; install the skill from there if you know it");
+}
+
 // What would happen, or why nothing would.
 template <typename Check>
 Plan planOf(const Workspace& workspace, const fs::path& path, Check check) {
@@ -99,6 +107,7 @@ Plan ProjectExchange::planExport(const Workspace& workspace, const ProjectExport
 InstallRequest ProjectExchange::importRequest(const Workspace& workspace, const fs::path& path) {
   workspace.requireExists();
   const ProjectSkill skill = ProjectComparison({}).compareOne(workspace, path);
+  refuseOutside(workspace, skill);
   return {.folder = skill.path,
           .name = {},
           .source = {.type = SourceType::imported,
@@ -196,6 +205,13 @@ ProjectExchange::Counterparts ProjectExchange::counterparts(const Workspace& wor
   }
   pair.center = comparison.record(*pair.own.centerSkillId);
   pair.isLink = comparison.isLinkIntoLibrary(pair.own);
+  const SkillRecord* alike = comparison.skillInFolder(fs::path(pair.own.path).filename().string());
+  if (!pair.isSame() && alike != nullptr && alike->id != pair.center.id) {
+    // Whoever publishes a project must not choose which skill of the library is overwritten.
+    throw SkillsError::conflict(pair.own.path + " calls itself '" + pair.own.name +
+                                "', but its folder is called like '" + alike->name +
+                                "' of the library; rename one of them, or import it");
+  }
   if (!FS::resolvesToDirectory(pair.center.centralPath)) {
     throw SkillsError::notFound("Library directory missing for '" + pair.center.name + "'");
   }
@@ -218,6 +234,7 @@ ProjectExchange::Counterparts ProjectExchange::checkPull(const Workspace& worksp
 
 ProjectExchange::Counterparts ProjectExchange::checkPush(const Workspace& workspace, const fs::path& path) {
   Counterparts pair = counterparts(workspace, path);
+  if (!pair.isSame()) refuseOutside(workspace, pair.own);
   if (!pair.isSame()) refuseRepository(pair.center.centralPath, "Move the repository away and push again.");
   return pair;
 }

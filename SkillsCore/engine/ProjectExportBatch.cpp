@@ -42,7 +42,10 @@ bool isSameContent(const fs::path& a, const fs::path& b) {
 }  // namespace
 
 ProjectExportBatch::ProjectExportBatch(Library& library, const Workspace& workspace, const ProjectExport& request)
-    : library_(library), mode_(request.mode), force_(request.force) {
+    : library_(library),
+      mode_(request.mode),
+      force_(request.force),
+      deployments_(library.store.allTargets(), resolver_) {
   for (auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, std::move(skill));
   const auto adapters = ToolAdapters::all(library.store.toolOverrides());
   for (const auto& tool : request.agents) findDestination(tool, workspace, adapters);
@@ -165,6 +168,10 @@ void ProjectExportBatch::examine(Item& item) {
                                "aside, and try again.");
   }
   if (item.found == TargetState::realDir) refuseRepository(item.target, "Move the repository away, and try again.");
+  if (const SkillTarget* inner = deployments_.below(item.place.string())) {
+    throw SkillsError::refused(item.target.string() + " holds the deployment " + inner->targetPath +
+                               "; undeploy that first");
+  }
   SyncEngine::ensureDstNotInsideSrc(source, item.target, resolver_);
   item.action = item.found == TargetState::absent ? Action::place : Action::replace;
 }

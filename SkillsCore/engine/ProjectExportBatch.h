@@ -12,6 +12,7 @@
 
 #include "agents/SyncEngine.h"
 #include "agents/ToolAdapters.h"
+#include "engine/DeploymentIndex.h"
 #include "engine/Library.h"
 #include "engine/Reports.h"
 #include "engine/Workspace.h"
@@ -64,6 +65,7 @@ class ProjectExportBatch {
   const SyncMode mode_;
   const bool force_;
   SyncEngine::FolderResolver resolver_;
+  DeploymentIndex deployments_;
   std::map<std::string, SkillRecord> skills_;
   std::map<std::string, Destination> destinations_;  // by agent
   std::vector<Item> items_;

@@ -34,11 +34,13 @@ PlannedStep stepFor(const ProjectSkill& skill, Action action, const fs::path& pa
           .reason = {}};
 }
 
-// An empty folder of disabled skills would be a puzzle in the project. One that holds anything stays, and so does a
-// link to one.
-void removeEmptied(const fs::path& folder) {
-  std::error_code ignored;
-  if (FS::isDirectory(folder)) fs::remove(folder, ignored);
+// Empty folders of disabled skills would be a puzzle in the project. One that holds anything stays, and so does a link
+// to one. `outermost` is the last that may go.
+void removeEmptied(fs::path folder, const fs::path& outermost) {
+  std::error_code error;
+  for (; isInside(folder, outermost) && FS::isDirectory(folder) && !error; folder = folder.parent_path()) {
+    fs::remove(folder, error);
+  }
 }
 
 }  // namespace
@@ -48,7 +50,7 @@ void ProjectSkillMoves::setEnabled(const Workspace& workspace, const fs::path& p
   if (move.isDone) return;
   FS::createDirectories(move.destination.parent_path());
   FS::renameExclusive(move.skill.path, move.destination);
-  if (enabled) removeEmptied(fs::path(move.skill.path).parent_path());
+  if (enabled) removeEmptied(fs::path(move.skill.path).parent_path(), move.folder);
   library_.store.logAudit({.action = enabled ? "project_enable_skill" : "project_disable_skill",
                            .skillName = move.skill.name,
                            .tool = move.skill.agent,
@@ -69,11 +71,12 @@ Plan ProjectSkillMoves::planSetEnabled(const Workspace& workspace, const fs::pat
 
 ProjectSkillMoves::Move ProjectSkillMoves::checkMove(const Workspace& workspace, const fs::path& path, bool enabled) {
   workspace.requireExists();
-  Move move{.skill = ProjectComparison({}).compareOne(workspace, path), .destination = {}};
+  Move move{.skill = ProjectComparison({}).compareOne(workspace, path), .folder = {}, .destination = {}};
   move.isDone = move.skill.enabled == enabled;
   if (move.isDone) return move;
   const Workspace::Folder& folder = workspace.folderOf(move.skill.path);
   if (folder.sibling.empty()) throw SkillsError::refused("This workspace has no disabled folder");
+  move.folder = folder.path;
   move.destination = folder.sibling / fs::path(move.skill.path).lexically_relative(folder.path);
   workspace.assertInside(move.destination);  // its folder may be a link
   SyncEngine::FolderResolver resolver;
@@ -92,8 +95,11 @@ ProjectSkillMoves::Move ProjectSkillMoves::checkMove(const Workspace& workspace,
 
 void ProjectSkillMoves::erase(const Workspace& workspace, const fs::path& path) {
   const Removal removal = checkRemoval(workspace, path);
+  const fs::path target = removal.skill.path;
+  sweepStages(target.parent_path());
   if (!removal.deployments.empty()) undeploy(removal);
-  FS::removeAny(removal.skill.path);
+  const FS::Kind kind = FS::kind(target);
+  if (kind != FS::Kind::absent) TargetChange::takeAway(target, kind).finish();
   library_.store.logAudit({.action = "project_delete_skill",
                            .skillName = removal.skill.name,
                            .tool = removal.skill.agent,

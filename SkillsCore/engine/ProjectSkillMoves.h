@@ -29,6 +29,7 @@ class ProjectSkillMoves {
  private:
   struct Move {
     ProjectSkill skill;
+    std::filesystem::path folder;  // of the workspace, in which it lies
     std::filesystem::path destination;
     bool isDone = false;  // already
   };

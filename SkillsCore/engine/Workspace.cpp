@@ -64,8 +64,8 @@ void Workspace::addFolders(const ToolAdapter& adapter, const fs::path& enabled, 
   if (!disabled.empty()) add(disabled, enabled, false);
 }
 
-// An agent's global folder may be a link, and then is where it leads. All else stays where it belongs: what belongs to a
-// project below that, and a linked agent's disabled skills beside its others.
+// An agent's global folder may be a link, and then is where it leads. All else stays where it belongs: what belongs to
+// a project below that, and a linked agent's disabled skills beside its others.
 std::string Workspace::obstacleAt(const fs::path& path, const fs::path& real) const {
   if (isInside(real, library_)) return "lies inside the library";
   const bool isLinked = record_.workspaceType == WorkspaceType::linked;

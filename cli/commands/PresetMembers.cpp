@@ -49,6 +49,9 @@ ExitStatus remove(Session& session, const RemoveOptions& options) {
   SkillsEngine& engine = session.engine();
   const Preset preset = presetNamed(engine, options.preset);
   const SkillRecord skill = skillNamed(engine, options.skill);
+  if (std::find(preset.skillIds.begin(), preset.skillIds.end(), skill.id) == preset.skillIds.end()) {
+    throw SkillsError::notFound(fmt::format("{} is not in {}.", inQuotes(skill.name), inQuotes(preset.name)));
+  }
   session.change([&](const OperationContext&) { engine.removeSkillFromPreset(preset.id, skill.id); });
   return showPreset(session, preset.id,
                     fmt::format("{} is not in {} any more; where it is deployed it stays.", inQuotes(skill.name),

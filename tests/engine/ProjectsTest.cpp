@@ -321,6 +321,65 @@ TEST_F(ProjectsTest, AHomeThatIsAProjectKeepsItsAgentsFoldersOutOfExports) {
               IsError(Kind::refused, "is managed by Orvanta"));
 }
 
+TEST_F(ProjectsTest, TheLibraryIsNobodysWorkspace) {
+  engine().setToolProjectPath("claude_code", "store/skills");
+  fs::create_directory_symlink(paths.base(), project / "store");
+  fs::create_directories(project / ".cursor");
+  fs::create_directory_symlink(paths.skills(), cursor);
+  const std::string id = added();
+  const std::string linked = engine().addLinkedWorkspace("cursor").id;
+  fs::create_directory_symlink(paths.skills(), home / ".cursor" / "skills");
+  const std::string before = everythingAsText();
+  for (const auto& workspace : {id, linked}) {
+    EXPECT_TRUE(engine().projectSkills(workspace, {}).empty());
+    for (const Path& path : {cursor / "pdf", project / "store" / "skills" / "pdf", home / ".cursor" / "skills" / "pdf",
+                             paths.skills() / "pdf"}) {
+      EXPECT_EQ(errorOf([&] { engine().deleteProjectSkill(workspace, path); }).kind(), Kind::refused);
+      EXPECT_EQ(errorOf([&] { engine().setProjectSkillEnabled(workspace, path, false); }).kind(), Kind::refused);
+    }
+  }
+  EXPECT_EQ(everythingAsText(), before);
+}
+
+TEST_F(ProjectsTest, APublisherOfAProjectDoesNotChooseWhatIsReadOrOverwritten) {
+  const std::string id = added();
+  installed("doc");
+  write(skillFolder(cursor / "pdf") / "SKILL.md", "---\nname: doc\n---\n");
+  EXPECT_THAT(errorOf([&] { engine().updateCenterFromProject(id, cursor / "pdf"); }),
+              IsError(Kind::conflict, "calls itself 'doc'"));
+  skillFolder(home / "private" / "notes", {{"key", "secret"}});
+  fs::create_directory_symlink(home / "private" / "notes", cursor / "notes");
+  EXPECT_THAT(errorOf([&] { engine().importProjectSkill(id, cursor / "notes", {}); }),
+              IsError(Kind::refused, "leads out of the workspace"));
+
+  engine().setToolPath("claude_code", (cursor / "cat").string());
+  engine().deploy(pdf, "claude_code", false);
+  write(cursor / "cat" / "SKILL.md", "---\nname: cat\n---\n");
+  const std::string cat = installed("cat");
+  EXPECT_THAT(exported(id, {cat}, SyncMode::copy, true).errors.front(), testing::HasSubstr("holds the deployment"));
+  write(cursor / "doc" / ".git" / "HEAD", "ref");
+  EXPECT_THAT(exported(id, {engine().skills()[1].id}, SyncMode::copy, true).errors.front(),
+              testing::HasSubstr("holds a Git repository"));
+}
+
+TEST_F(ProjectsTest, ACopyThatCouldNotFollowAPushFollowsTheNextOne) {
+  const std::string id = added();
+  exported(id, {pdf});
+  engine().setSyncMode(SyncMode::copy);
+  engine().deploy(pdf, "claude_code", false);
+  const Path copy = placeOf("claude_code", "pdf");
+  fs::rename(copy, root / "aside");
+  write(copy, "in the way");
+  write(cursor / "pdf" / "data", "two");
+  EXPECT_EQ(engine().updateCenterFromProject(id, cursor / "pdf").targets.front().status, kTargetError);
+  EXPECT_EQ(read(copy), "in the way");
+  fs::remove(copy);
+  fs::rename(root / "aside", copy);
+  EXPECT_EQ(engine().planUpdateCenterFromProject(id, cursor / "pdf").size(), 2U);
+  EXPECT_EQ(engine().updateCenterFromProject(id, cursor / "pdf").targets.front().status, kTargetOk);
+  EXPECT_EQ(read(copy / "data"), "two");
+}
+
 TEST_F(ProjectsTest, AFolderThatCannotBeWrittenLosesNothing) {
   const std::string id = added();
   exported(id, {pdf});
@@ -358,8 +417,11 @@ TEST_F(ProjectsTest, APushThatWasKilledIsFinishedOrTakenBackAtTheNextStart) {
   reopen();
   EXPECT_EQ(untouched(), folders) << "killed while nothing stood there";
   skillFolder(aside, {{"data", "old"}});
+  engine().setSyncMode(SyncMode::copy);
+  engine().deploy(pdf, "cursor", false);
   write(skill / "SKILL.md", "---\nname: pdf\ndescription: pushed\n---\n");
   reopen();
+  EXPECT_EQ(read(placeOf("cursor", "pdf") / "SKILL.md"), read(skill / "SKILL.md"));
   EXPECT_FALSE(fs::exists(aside));
   EXPECT_EQ(engine().summary(pdf).record.description, "pushed") << "killed before the record was written";
 }
