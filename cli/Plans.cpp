@@ -32,7 +32,7 @@ Table tableOf(const Plan& plan, const UserFolders& user) {
   for (const PlannedStep& step : plan) {
     table.add({{std::string(rawValue(step.action)), styleOf(step.action)},
                step.skillName,
-               step.tool.value_or("library"),
+               step.tool.value_or(step.action == PlannedStep::Action::refused ? "-" : "library"),
                shortPath(step.path, user),
                step.reason.value_or("")});
   }

@@ -5,6 +5,7 @@
 #include "engine/CentralSwap.h"
 #include "engine/DeploymentIndex.h"
 #include "engine/Pairs.h"
+#include "engine/PlanOrRefusal.h"
 #include "engine/ProjectExportBatch.h"
 #include "engine/RepositoryGuard.h"
 #include "files/FS.h"
@@ -34,14 +35,6 @@ DeployRequest deploymentOf(const Workspace& workspace, const ProjectExport& requ
   return {.pairs = pairsOf(request.skillIds, request.agents), .force = request.force, .mode = request.mode};
 }
 
-ApplyReport asApplied(const PlacementReport& placed) {
-  ApplyReport report;
-  report.skipped = static_cast<std::int64_t>(placed.untouched);
-  report.deployed = static_cast<std::int64_t>(placed.done.size()) - report.skipped;
-  report.errors = placed.errors;
-  return report;
-}
-
 // A project can come from anybody, and with it a link to whatever of the user's looks like a skill.
 void refuseOutside(const Workspace& workspace, const ProjectSkill& skill) {
   const fs::path real = FS::resolved(skill.path);
@@ -50,30 +43,11 @@ void refuseOutside(const Workspace& workspace, const ProjectSkill& skill) {
                              "; install the skill from there if you know it");
 }
 
-// What would happen, or why nothing would.
-template <typename Check>
-Plan planOf(const Workspace& workspace, const fs::path& path, Check check) {
-  PlannedStep step{.action = Action::refused,
-                   .skillName = path.filename().string(),
-                   .skillId = {},
-                   .tool = workspace.record().linkedAgentKey,
-                   .path = path.string(),
-                   .reason = {}};
-  try {
-    return check(step);
-  } catch (const SkillsError& error) {
-    step.reason = error.message();
-    return {step};
-  }
-}
-
 }  // namespace
 
 ApplyReport ProjectExchange::exportSkills(const Workspace& workspace, const ProjectExport& request,
                                           const OperationContext& context) {
-  if (isLinked(workspace)) {
-    return asApplied(deployment_.deploy(deploymentOf(workspace, request), Asker::hand, context));
-  }
+  if (isLinked(workspace)) return deployInto(workspace, request, context);
   workspace.requireExists();
   ProjectExportBatch batch(library_, workspace, request);
   batch.place(context);
@@ -81,6 +55,10 @@ ApplyReport ProjectExchange::exportSkills(const Workspace& workspace, const Proj
   library_.transaction([&] {
     for (const auto& item : batch.items()) {
       if (!item.done && !item.failure) continue;
+      if (item.done && item.action == Action::keep) {
+        ++report.skipped;
+        continue;
+      }
       const std::string where = item.target.string() + " (" + std::string(rawValue(request.mode)) + ")";
       library_.store.logAudit({.action = "export_to_project",
                                .skillId = item.names.skillId,
@@ -91,10 +69,28 @@ ApplyReport ProjectExchange::exportSkills(const Workspace& workspace, const Proj
       if (item.failure) {
         report.errors.push_back(item.skillName() + " → " + item.agentName + ": " + item.failure->message());
       } else {
-        ++(item.action == Action::keep ? report.skipped : report.deployed);
+        ++report.deployed;
       }
     }
   });
+  return report;
+}
+
+ApplyReport ProjectExchange::deployInto(const Workspace& workspace, const ProjectExport& request,
+                                        const OperationContext& context) {
+  const PlacementReport placed = deployment_.deploy(deploymentOf(workspace, request), Asker::hand, context);
+  for (const auto& placement : placed.done) {
+    if (!placement.changed) continue;
+    library_.store.logAudit({.action = "export_to_project",
+                             .skillId = placement.skillId,
+                             .skillName = placement.skillName,
+                             .tool = placement.tool,
+                             .detail = placement.targetPath});
+  }
+  ApplyReport report;
+  report.skipped = static_cast<std::int64_t>(placed.untouched);
+  report.deployed = static_cast<std::int64_t>(placed.done.size()) - report.skipped;
+  report.errors = placed.errors;
   return report;
 }
 
@@ -126,8 +122,17 @@ void ProjectExchange::pull(const Workspace& workspace, const fs::path& path) {
   sweepStages(target.parent_path());
   if (pair.isSame()) return;
   TargetChange change = TargetChange::putCopy(pair.center.centralPath, target, FS::Kind::directory);
+  const std::string hash = ContentHash::hashDirectory(target);
   library_.transaction([&] {
-    refreshRecordsAt(pair.own, pair.center);
+    // In a linked workspace the copy can be a recorded deployment.
+    for (SkillTarget record : pair.deployments) {
+      record.mode = SyncMode::copy;
+      record.status = kTargetOk;
+      record.lastError.reset();
+      record.syncedAt = nowMillis();
+      record.sourceHash = hash;
+      library_.store.upsertTarget(record);
+    }
     library_.store.logAudit({.action = "project_pull_from_center",
                              .skillId = pair.center.id,
                              .skillName = pair.center.name,
@@ -138,15 +143,9 @@ void ProjectExchange::pull(const Workspace& workspace, const fs::path& path) {
 }
 
 Plan ProjectExchange::planPull(const Workspace& workspace, const fs::path& path) {
-  return planOf(workspace, path, [&](PlannedStep& step) -> Plan {
+  return planOrRefusal(path, [&]() -> Plan {
     const Counterparts pair = checkPull(workspace, path);
-    step.action = pair.isSame() ? Action::keep : Action::replace;
-    if (pair.isSame()) step.reason = pair.reason();
-    step.skillName = pair.center.name;
-    step.skillId = pair.center.id;
-    step.tool = pair.own.agent;
-    step.path = pair.own.path;
-    return {step};
+    return {stepFor(pair, pair.own.agent, pair.own.path)};
   });
 }
 
@@ -174,26 +173,30 @@ SkillSummary ProjectExchange::push(const Workspace& workspace, const fs::path& p
 }
 
 Plan ProjectExchange::planPush(const Workspace& workspace, const fs::path& path) {
-  return planOf(workspace, path, [&](PlannedStep& step) -> Plan {
+  return planOrRefusal(path, [&]() -> Plan {
     const Counterparts pair = checkPush(workspace, path);
-    step.action = pair.isSame() ? Action::keep : Action::replace;
-    if (pair.isSame()) step.reason = pair.reason();
-    step.skillName = pair.center.name;
-    step.skillId = pair.center.id;
-    step.tool.reset();
-    step.path = pair.center.centralPath;
-    Plan plan{step};
-    step.action = Action::replace;
-    step.reason.reset();
+    Plan plan{stepFor(pair, std::nullopt, pair.center.centralPath)};
     for (const auto& target : library_.store.targets(pair.center.id)) {
       const bool isStale = target.sourceHash != pair.own.contentHash || target.status != kTargetOk;
       if (target.mode != SyncMode::copy || target.status == kTargetDisabled || !isStale) continue;
+      PlannedStep& step = plan.emplace_back(plan.front());
+      step.action = Action::replace;
+      step.reason.reset();
       step.tool = target.tool;
       step.path = target.targetPath;
-      plan.push_back(step);
     }
     return plan;
   });
+}
+
+PlannedStep ProjectExchange::stepFor(const Counterparts& pair, const std::optional<std::string>& tool,
+                                     const std::string& path) {
+  return {.action = pair.isSame() ? Action::keep : Action::replace,
+          .skillName = pair.center.name,
+          .skillId = pair.center.id,
+          .tool = tool,
+          .path = path,
+          .reason = pair.isSame() ? std::optional(pair.reason()) : std::nullopt};
 }
 
 ProjectExchange::Counterparts ProjectExchange::counterparts(const Workspace& workspace, const fs::path& path) {
@@ -229,6 +232,13 @@ ProjectExchange::Counterparts ProjectExchange::checkPull(const Workspace& worksp
   if (const SkillTarget* inner = deployments.below(deployments.place(pair.own.path))) {
     throw SkillsError::refused(pair.own.path + " holds the deployment " + inner->targetPath + "; undeploy that first");
   }
+  for (const auto* record : deployments.recordsAt(deployments.place(pair.own.path))) {
+    if (record->skillId != pair.center.id) {
+      throw SkillsError::refused(pair.own.path +
+                                 " is where another skill of the library is deployed; undeploy that first");
+    }
+    pair.deployments.push_back(*record);
+  }
   return pair;
 }
 
@@ -237,20 +247,6 @@ ProjectExchange::Counterparts ProjectExchange::checkPush(const Workspace& worksp
   if (!pair.isSame()) refuseOutside(workspace, pair.own);
   if (!pair.isSame()) refuseRepository(pair.center.centralPath, "Move the repository away and push again.");
   return pair;
-}
-
-// In a linked workspace the copy can be a recorded deployment.
-void ProjectExchange::refreshRecordsAt(const ProjectSkill& skill, const SkillRecord& center) {
-  SyncEngine::FolderResolver resolver;
-  const DeploymentIndex deployments(library_.store.allTargets(), resolver);
-  for (const auto* record : deployments.recordsAt(deployments.place(skill.path))) {
-    SkillTarget fresh = *record;
-    fresh.status = kTargetOk;
-    fresh.lastError.reset();
-    fresh.syncedAt = nowMillis();
-    fresh.sourceHash = ContentHash::hashDirectory(center.centralPath);
-    library_.store.upsertTarget(fresh);
-  }
 }
 
 }  // namespace orvanta

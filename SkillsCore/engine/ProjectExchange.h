@@ -4,7 +4,9 @@
 // holds) and push (the other way round). Links into the library are the same on both sides and are left alone.
 
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/Deployment.h"
 #include "engine/Installation.h"
@@ -40,7 +42,8 @@ class ProjectExchange {
   struct Counterparts {
     ProjectSkill own;
     SkillRecord center;
-    bool isLink = false;  // to the library's folder
+    bool isLink = false;                   // to the library's folder
+    std::vector<SkillTarget> deployments;  // recorded at the workspace's side, as far as a pull needs to know
 
     [[nodiscard]] bool isSame() const { return isLink || own.syncStatus == ProjectSyncStatus::inSync; }
     // Why nothing needs to be done.
@@ -51,7 +54,8 @@ class ProjectExchange {
   // Both throw what refuses the exchange, with nothing changed.
   Counterparts checkPull(const Workspace& workspace, const std::filesystem::path& path);
   Counterparts checkPush(const Workspace& workspace, const std::filesystem::path& path);
-  void refreshRecordsAt(const ProjectSkill& skill, const SkillRecord& center);
+  static PlannedStep stepFor(const Counterparts& pair, const std::optional<std::string>& tool, const std::string& path);
+  ApplyReport deployInto(const Workspace& workspace, const ProjectExport& request, const OperationContext& context);
 
   Library& library_;
   Skills& skills_;

@@ -4,6 +4,7 @@
 
 #include "agents/SyncEngine.h"
 #include "engine/DeploymentIndex.h"
+#include "engine/PlanOrRefusal.h"
 #include "files/FS.h"
 #include "files/Paths.h"
 #include "foundations/SkillsError.h"
@@ -15,15 +16,6 @@ namespace fs = std::filesystem;
 using Action = PlannedStep::Action;
 
 namespace {
-
-PlannedStep refusedStep(const fs::path& path) {
-  return {.action = Action::refused,
-          .skillName = path.filename().string(),
-          .skillId = {},
-          .tool = {},
-          .path = path.string(),
-          .reason = {}};
-}
 
 PlannedStep stepFor(const ProjectSkill& skill, Action action, const fs::path& path) {
   return {.action = action,
@@ -49,7 +41,12 @@ void ProjectSkillMoves::setEnabled(const Workspace& workspace, const fs::path& p
   const Move move = checkMove(workspace, path, enabled);
   if (move.isDone) return;
   FS::createDirectories(move.destination.parent_path());
-  FS::renameExclusive(move.skill.path, move.destination);
+  try {
+    FS::renameExclusive(move.skill.path, move.destination);
+  } catch (const SkillsError&) {
+    if (!enabled) removeEmptied(move.destination.parent_path(), move.sibling);
+    throw;
+  }
   if (enabled) removeEmptied(fs::path(move.skill.path).parent_path(), move.folder);
   library_.store.logAudit({.action = enabled ? "project_enable_skill" : "project_disable_skill",
                            .skillName = move.skill.name,
@@ -58,25 +55,25 @@ void ProjectSkillMoves::setEnabled(const Workspace& workspace, const fs::path& p
 }
 
 Plan ProjectSkillMoves::planSetEnabled(const Workspace& workspace, const fs::path& path, bool enabled) {
-  PlannedStep refused = refusedStep(path);
-  try {
+  return planOrRefusal(path, [&]() -> Plan {
     const Move move = checkMove(workspace, path, enabled);
     if (move.isDone) return {stepFor(move.skill, Action::keep, move.skill.path)};
     return {stepFor(move.skill, Action::remove, move.skill.path), stepFor(move.skill, Action::place, move.destination)};
-  } catch (const SkillsError& error) {
-    refused.reason = error.message();
-    return {refused};
-  }
+  });
 }
 
 ProjectSkillMoves::Move ProjectSkillMoves::checkMove(const Workspace& workspace, const fs::path& path, bool enabled) {
   workspace.requireExists();
-  Move move{.skill = ProjectComparison({}).compareOne(workspace, path), .folder = {}, .destination = {}};
+  Move move{.skill = ProjectComparison({}).compareOne(workspace, path), .folder = {}, .sibling = {}, .destination = {}};
   move.isDone = move.skill.enabled == enabled;
   if (move.isDone) return move;
   const Workspace::Folder& folder = workspace.folderOf(move.skill.path);
   if (folder.sibling.empty()) throw SkillsError::refused("This workspace has no disabled folder");
+  if (FS::exists(folder.sibling) && !FS::resolvesToDirectory(folder.sibling)) {
+    throw SkillsError::refused(folder.sibling.string() + " is not a folder; move it aside, and try again");
+  }
   move.folder = folder.path;
+  move.sibling = folder.sibling;
   move.destination = folder.sibling / fs::path(move.skill.path).lexically_relative(folder.path);
   workspace.assertInside(move.destination);  // its folder may be a link
   SyncEngine::FolderResolver resolver;
@@ -107,14 +104,10 @@ void ProjectSkillMoves::erase(const Workspace& workspace, const fs::path& path) 
 }
 
 Plan ProjectSkillMoves::planErase(const Workspace& workspace, const fs::path& path) {
-  PlannedStep refused = refusedStep(path);
-  try {
+  return planOrRefusal(path, [&]() -> Plan {
     const Removal removal = checkRemoval(workspace, path);
     return {stepFor(removal.skill, Action::remove, removal.skill.path)};
-  } catch (const SkillsError& error) {
-    refused.reason = error.message();
-    return {refused};
-  }
+  });
 }
 
 ProjectSkillMoves::Removal ProjectSkillMoves::checkRemoval(const Workspace& workspace, const fs::path& path) {
@@ -127,8 +120,13 @@ ProjectSkillMoves::Removal ProjectSkillMoves::checkRemoval(const Workspace& work
     throw SkillsError::refused(removal.skill.path + " holds the deployment " + inner->targetPath +
                                "; undeploy that first");
   }
-  for (const auto* record : deployments.recordsAt(place))
+  for (const auto* record : deployments.recordsAt(place)) {
+    if (!SyncEngine::matchesRecordedDeployment(removal.skill.path, record->mode)) {
+      throw SkillsError::refused(removal.skill.path +
+                                 " is not what was deployed there; undeploy it, which leaves what stands there alone");
+    }
     removal.deployments.push_back({record->skillId, record->tool});
+  }
   return removal;
 }
 

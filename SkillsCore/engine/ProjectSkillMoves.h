@@ -29,7 +29,8 @@ class ProjectSkillMoves {
  private:
   struct Move {
     ProjectSkill skill;
-    std::filesystem::path folder;  // of the workspace, in which it lies
+    std::filesystem::path folder;   // of the workspace, in which it lies
+    std::filesystem::path sibling;  // in which it is to lie
     std::filesystem::path destination;
     bool isDone = false;  // already
   };

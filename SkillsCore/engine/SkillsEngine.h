@@ -151,6 +151,7 @@ class SkillsEngine {
   // composition ignored. Empty descriptions and icons count as absent.
   Preset createPreset(const std::string& name, const std::optional<std::string>& description,
                       const std::optional<std::string>& icon);
+  // An id that no preset has changes nothing.
   void updatePreset(const std::string& id, const std::string& name, const std::optional<std::string>& description,
                     const std::optional<std::string>& icon);
   // Deployments stay as they are.

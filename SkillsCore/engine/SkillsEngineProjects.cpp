@@ -1,5 +1,5 @@
 // Projects, as the engine offers them. Reading the skills of workspaces, and looking for more of them, needs no turn:
-// only the records are read in one. only the records are read in one.
+// only the records are read in one.
 
 #include "engine/ProjectComparison.h"
 #include "engine/SkillsEngineState.h"

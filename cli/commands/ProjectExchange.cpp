@@ -46,16 +46,17 @@ ExitStatus showPulled(Session& session, const ChosenSkill& chosen, const std::st
 ExitStatus pull(Session& session, const ProjectSkillOptions& options) {
   SkillsEngine& engine = session.engine();
   const ChosenSkill chosen = chosenSkill(session, options);
-  if (isInSync(chosen)) {
-    return options.dryRun ? showPlan(session, {}) : showPulled(session, chosen, whyInSync(session, chosen));
-  }
   const Plan plan = engine.planUpdateProjectSkillFromCenter(chosen.project.id, chosen.path);
   if (options.dryRun) return showPlan(session, plan);
   const std::string project = inQuotes(chosen.project.name);
   const std::string name = inQuotes(chosen.name());
-  confirmLosses(session, plan, fmt::format("Overwrite {} in {} with the library's version?", name, project));
+  if (!isInSync(chosen)) {
+    confirmLosses(session, plan, fmt::format("Overwrite {} in {} with the library's version?", name, project));
+  }
   session.change([&](const OperationContext&) { engine.updateProjectSkillFromCenter(chosen.project.id, chosen.path); });
-  return showPulled(session, chosen, fmt::format("{} in {} is what the library holds.", name, project));
+  return showPulled(session, chosen,
+                    isInSync(chosen) ? whyInSync(session, chosen)
+                                     : fmt::format("{} in {} is what the library holds.", name, project));
 }
 
 bool isOwn(const SkillRecord& record) {

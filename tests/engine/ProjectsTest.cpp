@@ -313,6 +313,24 @@ TEST_F(ProjectsTest, ALinkedWorkspaceKeepsTheRecordsOfDeploymentsTrue) {
   EXPECT_TRUE(engine().projectSkills(id, {}).empty());
 }
 
+TEST_F(ProjectsTest, WhatTookADeploymentsPlaceIsNotTakenForIt) {
+  const std::string id = engine().addLinkedWorkspace("cursor").id;
+  engine().deploy(pdf, "cursor", false);
+  const Path place = placeOf("cursor", "pdf");
+  fs::remove(place);
+  agentHas("cursor", "pdf", {{"data", "mine"}});
+  const std::string before = everythingAsText();
+  EXPECT_EQ(engine().planDeleteProjectSkill(id, place).front().action, Action::refused);
+  EXPECT_THAT(errorOf([&] { engine().deleteProjectSkill(id, place); }),
+              IsError(Kind::refused, "not what was deployed"));
+  EXPECT_EQ(everythingAsText(), before);
+  engine().updateProjectSkillFromCenter(id, place);
+  EXPECT_EQ(engine().summary(pdf).targets.front().mode, SyncMode::copy);
+  EXPECT_EQ(engine().repairDeployments({}).skipped, 1);
+  EXPECT_TRUE(engine().undeploy(pdf, "cursor").changed);
+  EXPECT_FALSE(FS::exists(place));
+}
+
 TEST_F(ProjectsTest, AHomeThatIsAProjectKeepsItsAgentsFoldersOutOfExports) {
   const std::string id = engine().addProject(home, {}).id;
   EXPECT_THAT(exported(id, {pdf}).errors.front(), testing::HasSubstr("the global skills folder of Cursor"));
