@@ -3,6 +3,7 @@
 // The one table of commands. Help, man page and completions are made from it, so they cannot disagree with what the
 // program does. Only the command that was asked for is set up; that keeps starting cheap.
 
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -17,7 +18,7 @@ struct Command {
   void (*setUp)(CommandLine&) = nullptr;  // none for a noun that only holds verbs
 };
 
-const std::vector<Command>& allCommands();
+std::span<const Command> allCommands();
 
 // The command with this name; none when there is no such command.
 const Command* findCommand(std::string_view name);

@@ -23,9 +23,9 @@ ApplyReport PresetApplication::apply(const std::string& id, bool exclusive, cons
   const bool interrupted = exclusive && takeOut(deploymentsBeside(pairs), context, report);
   if (!interrupted) {
     library_.store.setActivePresetId(id);
-    const PlacementReport placed = deployment_.deploy(requestFor(std::move(pairs)), Asker::preset, context);
-    report.skipped = static_cast<std::int64_t>(placed.untouched);
-    report.deployed = static_cast<std::int64_t>(placed.done.size()) - report.skipped;
+    const ApplyReport placed = asApplied(deployment_.deploy(requestFor(std::move(pairs)), Asker::preset, context));
+    report.deployed = placed.deployed;
+    report.skipped = placed.skipped;
     report.errors.insert(report.errors.end(), placed.errors.begin(), placed.errors.end());
   }
   log("apply_preset", preset, report);

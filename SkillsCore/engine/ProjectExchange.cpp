@@ -87,11 +87,7 @@ ApplyReport ProjectExchange::deployInto(const Workspace& workspace, const Projec
                              .tool = placement.tool,
                              .detail = placement.targetPath});
   }
-  ApplyReport report;
-  report.skipped = static_cast<std::int64_t>(placed.untouched);
-  report.deployed = static_cast<std::int64_t>(placed.done.size()) - report.skipped;
-  report.errors = placed.errors;
-  return report;
+  return asApplied(placed);
 }
 
 Plan ProjectExchange::planExport(const Workspace& workspace, const ProjectExport& request) {

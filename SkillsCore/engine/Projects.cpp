@@ -15,10 +15,10 @@ namespace {
 
 // The given name, or that of the folder.
 std::string nameFor(const fs::path& folder, const std::optional<std::string>& given) {
-  const std::string name(Text::trim(given.value_or("")));
+  std::string name(Text::trim(given.value_or("")));
   if (!Text::isValidUTF8(name)) throw SkillsError::invalidInput("The workspace's name must be valid UTF-8");
   if (!name.empty()) return name;
-  const std::string own = Text::repairUTF8(folder.filename().string());
+  std::string own = Text::repairUTF8(folder.filename().string());
   return own.empty() ? folder.string() : own;
 }
 

@@ -2,6 +2,14 @@
 
 namespace orvanta {
 
+ApplyReport asApplied(const PlacementReport& placed) {
+  const auto skipped = static_cast<std::int64_t>(placed.untouched);
+  return {.deployed = static_cast<std::int64_t>(placed.done.size()) - skipped,
+          .removed = 0,
+          .skipped = skipped,
+          .errors = placed.errors};
+}
+
 std::string_view rawValue(PlannedStep::Action action) {
   switch (action) {
     case PlannedStep::Action::place: return "place";

@@ -40,6 +40,9 @@ struct InstallReport {
   bool interrupted = false;
 };
 
+// The figures of a deployment alone: what was touched or recorded anew counts as deployed.
+ApplyReport asApplied(const PlacementReport& placed);
+
 // Library skills that are to be placed in a workspace.
 struct ProjectExport {
   std::vector<std::string> skillIds;

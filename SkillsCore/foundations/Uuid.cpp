@@ -43,10 +43,10 @@ std::string newUuid() {
   b[8] = static_cast<std::uint8_t>((b[8] & 0x3fU) | 0x80U);
   std::string text;
   text.reserve(36);
-  for (std::size_t i = 0; i < b.size(); ++i) {
+  for (const std::uint8_t byte : b) {
     if (isHyphenAt(text.size())) text += '-';
-    text += kDigits[b[i] >> 4U];
-    text += kDigits[b[i] & 0x0fU];
+    text += kDigits[byte >> 4U];
+    text += kDigits[byte & 0x0fU];
   }
   return text;
 }

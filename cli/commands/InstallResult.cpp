@@ -83,9 +83,10 @@ void suggestDeploying(const Session& session, const InstallReport& report) {
 
 }  // namespace
 
-ExitStatus showInstalled(Session& session, InstallReport report, Destinations destinations,
+ExitStatus showInstalled(Session& session, InstallReport report, const Destinations& destinations,
                          const OperationContext& context) {
-  auto& [agents, preset] = destinations;
+  const auto& agents = destinations.agents;
+  auto preset = destinations.preset;
   if (preset && !addToPreset(session.engine(), *preset, report)) preset.reset();
   PlacementReport placements;
   if (!agents.empty() && !report.interrupted) {

@@ -19,7 +19,7 @@ struct Destinations {
 };
 
 // Adds the installed skills to the preset and deploys them to the agents, if any, and shows all of it.
-ExitStatus showInstalled(Session& session, InstallReport report, Destinations destinations,
+ExitStatus showInstalled(Session& session, InstallReport report, const Destinations& destinations,
                          const OperationContext& context);
 
 }  // namespace orvanta::cli

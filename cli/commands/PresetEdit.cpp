@@ -32,7 +32,7 @@ ExitStatus create(Session& session, const CreateOptions& options) {
   SkillsEngine& engine = session.engine();
   const auto skillIds = skillIdsNamed(engine, options.skills);
   const Preset preset = session.change([&](const OperationContext&) {
-    const Preset created = engine.createPreset(options.name, options.description, options.icon);
+    Preset created = engine.createPreset(options.name, options.description, options.icon);
     if (!skillIds.empty()) engine.addSkillsToPreset(created.id, skillIds);
     return created;
   });
