@@ -30,6 +30,7 @@ void setUpStatus(CommandLine& line);
 void setUpList(CommandLine& line);
 void setUpShow(CommandLine& line);
 void setUpInstall(CommandLine& line);
+void setUpPreview(CommandLine& line);
 void setUpRemove(CommandLine& line);
 void setUpEdit(CommandLine& line);
 void setUpEnable(CommandLine& line);

@@ -74,6 +74,9 @@ OperationContext Session::contextFor(ProgressLine& line, std::stop_token stop) c
   if (err_.isTerminal() && !options_.quiet) {
     context.progress = [&line](const Progress& progress) { line.show(progress); };
   }
+  if (options_.verbose) {
+    context.trace = [this](std::string_view command) { err_.line(Text::singleLine(command)); };
+  }
   return context;
 }
 

@@ -59,10 +59,18 @@ class AgentFolderWalk {
   std::vector<LocalSkillDir> found_;
 };
 
+// `boundary` is without links.
+bool hasMarkerInside(const fs::path& folder, const fs::path& boundary) {
+  const auto marker = SkillMetadata::markerFile(folder);
+  if (!marker) return false;
+  return FS::kind(*marker) != FS::Kind::symlink || isInside(FS::resolved(*marker), boundary);
+}
+
 // One search below a folder that a user points at.
 class SkillSearch {
  public:
-  SkillSearch(int maxDepth, const std::set<std::string>& skipNames) : maxDepth_(maxDepth), skipNames_(skipNames) {}
+  SkillSearch(int maxDepth, const std::set<std::string>& skipNames, const fs::path& boundary)
+      : maxDepth_(maxDepth), skipNames_(skipNames), boundary_(FS::resolved(boundary)) {}
 
   std::vector<fs::path> run(const fs::path& root) {
     visit(root, FS::resolved(root), 0);
@@ -72,8 +80,8 @@ class SkillSearch {
  private:
   // `real` is the folder with its links resolved; below a real folder only links need resolving anew.
   void visit(const fs::path& folder, const fs::path& real, int depth) {
-    if (!visited_.insert(real.string()).second) return;
-    if (SkillMetadata::isValidSkillDir(folder)) found_.push_back(folder);
+    if (!isInside(real, boundary_) || !visited_.insert(real.string()).second) return;
+    if (hasMarkerInside(folder, boundary_)) found_.push_back(folder);
     if (depth >= maxDepth_) return;
     for (const auto& child : FS::children(folder)) {
       const std::string name = child.filename().string();
@@ -86,6 +94,7 @@ class SkillSearch {
 
   const int maxDepth_;
   const std::set<std::string>& skipNames_;
+  const fs::path boundary_;
   std::set<std::string> visited_;
   std::vector<fs::path> found_;
 };
@@ -96,8 +105,17 @@ std::vector<LocalSkillDir> Scanner::listSkillDirs(const fs::path& root, bool rec
   return AgentFolderWalk(root, recursive).run();
 }
 
-std::vector<fs::path> FS::findSkillDirs(const fs::path& root, int maxDepth, const std::set<std::string>& skipNames) {
-  return SkillSearch(maxDepth, skipNames).run(standardized(root));
+std::vector<fs::path> FS::findSkillDirs(const fs::path& root, int maxDepth, const std::set<std::string>& skipNames,
+                                        const fs::path& boundary) {
+  return SkillSearch(maxDepth, skipNames, boundary).run(standardized(root));
+}
+
+bool FS::resolvesInside(const fs::path& path, const fs::path& boundary) {
+  return isInside(resolved(path), resolved(boundary));
+}
+
+bool FS::isSkillDirInside(const fs::path& folder, const fs::path& boundary) {
+  return resolvesInside(folder, boundary) && hasMarkerInside(folder, resolved(boundary));
 }
 
 }  // namespace orvanta

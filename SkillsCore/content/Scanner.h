@@ -36,9 +36,17 @@ inline constexpr std::string_view kStagePrefix = ".orvanta-stage-";
 namespace FS {
 
 // Every skill folder at or below `root`, at most `maxDepth` levels down, also inside other skills, each real folder
-// once. Folders with a name in `skipNames` are not entered.
+// once. Folders with a name in `skipNames` are not entered. Nothing outside `boundary` is looked at, links resolved: in
+// a folder that a stranger filled, a link must not lead the search over the whole disk.
 std::vector<std::filesystem::path> findSkillDirs(const std::filesystem::path& root, int maxDepth,
-                                                 const std::set<std::string>& skipNames);
+                                                 const std::set<std::string>& skipNames,
+                                                 const std::filesystem::path& boundary = "/");
+
+// Whether `path` is `boundary` or lies below it once the links in both are resolved.
+[[nodiscard]] bool resolvesInside(const std::filesystem::path& path, const std::filesystem::path& boundary);
+
+// Whether `folder` is a skill folder that, with its marker file, resolves to a place inside `boundary`.
+[[nodiscard]] bool isSkillDirInside(const std::filesystem::path& folder, const std::filesystem::path& boundary);
 
 }  // namespace FS
 }  // namespace orvanta

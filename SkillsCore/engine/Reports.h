@@ -51,6 +51,12 @@ struct ProjectExport {
   bool force = false;               // replaces folders of the same name
 };
 
+// What of a Git repository is to be installed.
+struct GitChoice {
+  std::optional<std::vector<std::string>> relativePaths;  // below the source's folder; none: all skills there
+  std::optional<std::string> name;                        // for one skill alone
+};
+
 // Outcome of enabling or disabling many skills. Failures read "SKILL: " and the error's text.
 struct ActivationReport {
   std::vector<std::string> changedIds;

@@ -10,6 +10,7 @@
 //   Skills                 records, files, enabling, removal           engine/Skills, SkillActivation, SkillRemoval
 //   Tags                   names that skills share                     engine/Tags
 //   Installation           folders and archives into the library       engine/Installation
+//   Git sources            repositories into the library              engine/GitInstallation
 //   Deployment             links and copies in agents' folders         engine/Deployment, engine/Repair
 //   Presets                named sets of skills, applied together      engine/Presets, PresetDemand, PresetApplication
 //   Agents' folders        what lies there; import, adopt, delete      engine/AgentFolders, engine/Import
@@ -35,6 +36,8 @@
 #include "platform/Host.h"
 
 namespace orvanta {
+
+struct GitSettings;
 
 class SkillsEngine {
  public:
@@ -123,6 +126,14 @@ class SkillsEngine {
   Plan planInstall(const std::vector<std::filesystem::path>& folders, const std::optional<std::string>& name);
   Plan planInstallArchive(const std::filesystem::path& archive, const std::optional<std::string>& name,
                           const OperationContext& context);
+
+  // ── Git sources ──
+  // A Git source is a URL (https, http, ssh, git@), a GitHub link into a tree, or "OWNER/REPO". Throws `invalidInput`
+  // for what is none, `git` when git fails, `notFound` when the source holds nothing of the kind.
+  GitPreview previewGit(const std::string& url, const OperationContext& context);
+  // Goes on past failures of single skills. Links that lead out of a skill are left behind.
+  InstallReport installGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
+  Plan planInstallGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
 
   // ── Deployment ──
   // `force` replaces a folder that the library did not place. Returns what stands there now.
@@ -248,6 +259,9 @@ class SkillsEngine {
 
  private:
   struct State;
+
+  GitSettings gitSettings();
+
   std::unique_ptr<State> state_;
 };
 

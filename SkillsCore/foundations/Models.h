@@ -326,6 +326,27 @@ struct ScannedProject {
   friend bool operator==(const ScannedProject&, const ScannedProject&) = default;
 };
 
+// A skill that a Git repository holds.
+struct GitPreviewSkill {
+  std::string relativePath;  // below the folder that was asked for; "." for that folder itself
+  std::string name;
+  std::optional<std::string> description;
+  bool alreadyInstalled = false;  // the library has a skill from this folder of this repository
+
+  friend bool operator==(const GitPreviewSkill&, const GitPreviewSkill&) = default;
+};
+
+// What a Git source holds, without installing it.
+struct GitPreview {
+  std::string originalURL;  // as typed, without credentials
+  std::string cloneURL;
+  std::optional<std::string> branch;
+  std::string revision;
+  std::vector<GitPreviewSkill> skills;
+
+  friend bool operator==(const GitPreview&, const GitPreview&) = default;
+};
+
 // One row of the audit log.
 struct AuditEntry {
   std::int64_t id = 0;

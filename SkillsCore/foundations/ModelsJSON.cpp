@@ -174,6 +174,19 @@ void to_json(Json& json, const ScannedProject& project) {
               {"alreadyAdded", project.alreadyAdded}};
 }
 
+void to_json(Json& json, const GitPreviewSkill& skill) {
+  json = Json{{"relativePath", skill.relativePath}, {"name", skill.name}, {"alreadyInstalled", skill.alreadyInstalled}};
+  putOptional(json, "description", skill.description);
+}
+
+void to_json(Json& json, const GitPreview& preview) {
+  json = Json{{"originalURL", preview.originalURL},
+              {"cloneURL", preview.cloneURL},
+              {"revision", preview.revision},
+              {"skills", preview.skills}};
+  putOptional(json, "branch", preview.branch);
+}
+
 void to_json(Json& json, const AuditEntry& entry) {
   json = Json{{"id", entry.id}, {"timestamp", entry.timestamp}, {"action", entry.action}, {"success", entry.success}};
   putOptional(json, "skillId", entry.skillId);

@@ -32,6 +32,8 @@ void to_json(Json& json, const SyncHealth& health);
 void to_json(Json& json, const ProjectInfo& project);
 void to_json(Json& json, const ProjectSkill& skill);
 void to_json(Json& json, const ScannedProject& project);
+void to_json(Json& json, const GitPreviewSkill& skill);
+void to_json(Json& json, const GitPreview& preview);
 void to_json(Json& json, const AuditEntry& entry);
 void to_json(Json& json, const DashboardStats& stats);
 void to_json(Json& json, const SkillFileEntry& entry);

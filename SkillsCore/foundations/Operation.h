@@ -20,6 +20,9 @@ struct Progress {
 struct OperationContext {
   std::stop_token stop;
   std::function<void(const Progress&)> progress;
+  // Told of each command and request that leaves the process, once it has ended, with its time; credentials are hidden.
+  // Called from any thread.
+  std::function<void(std::string_view line)> trace;
 
   void report(std::string_view what, std::size_t done, std::size_t total) const {
     if (progress) progress({what, done, total});

@@ -85,6 +85,19 @@ std::vector<char32_t> codePoints(std::string_view text) {
   return result;
 }
 
+// How much of what follows "://" stands before the "@" of its host.
+std::size_t credentialsLength(std::string_view rest) {
+  rest = rest.substr(0, rest.find_first_of(" \t\r\n\v\f\"'<>"));
+  const auto host = rest.substr(0, rest.find_first_of("/?#"));
+  // A password may hold an "@" that should have been escaped, so the last one before the path counts.
+  if (const auto at = host.rfind('@'); at != std::string_view::npos) return at;
+  // So may it hold a "/": in "user:pass/word@host", what looks like a port is the start of a password.
+  const auto colon = host.rfind(':');
+  const auto at = rest.rfind('@');
+  if (colon == std::string_view::npos || at == std::string_view::npos) return 0;
+  return host.find_first_not_of("0123456789", colon + 1) == std::string_view::npos ? 0 : at;
+}
+
 }  // namespace
 
 Character firstCharacter(std::string_view text) {
@@ -257,6 +270,20 @@ std::string singleLine(std::string_view text) {
     rest.remove_prefix(character.length);
   }
   return line;
+}
+
+std::string maskCredentials(std::string_view text) {
+  constexpr std::string_view schemeEnd = "://";
+  std::string masked;
+  for (auto found = text.find(schemeEnd); found != std::string_view::npos; found = text.find(schemeEnd)) {
+    masked += text.substr(0, found + schemeEnd.size());
+    text.remove_prefix(found + schemeEnd.size());
+    const auto length = credentialsLength(text);
+    if (length == 0) continue;
+    masked += "***";
+    text.remove_prefix(length);
+  }
+  return masked.append(text);
 }
 
 std::vector<std::string_view> split(std::string_view text, char separator) {

@@ -66,6 +66,10 @@ void appendCharacter(std::string& text, char32_t codePoint);
 // direction overrides disappear, invalid UTF-8 is repaired.
 [[nodiscard]] std::string singleLine(std::string_view text);
 
+// The text with the user names and passwords of the web addresses in it hidden: "https://***@host/path". Whatever may
+// hold an address goes through here before it is shown, logged or thrown.
+[[nodiscard]] std::string maskCredentials(std::string_view text);
+
 // The parts between separators, empty ones included.
 [[nodiscard]] std::vector<std::string_view> split(std::string_view text, char separator);
 

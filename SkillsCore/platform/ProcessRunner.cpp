@@ -305,13 +305,14 @@ void keepExitStatuses() {
   });
 }
 
-std::map<std::string, std::string> childEnvironment(const std::map<std::string, std::string>& overlay) {
-  std::map<std::string, std::string> result = overlay;
+std::map<std::string, std::string> childEnvironment(const RunOptions& options) {
+  std::map<std::string, std::string> result = options.environment;
   result.insert({{"GIT_TERMINAL_PROMPT", "0"}, {"GIT_ASKPASS", "/usr/bin/true"}, {"LC_ALL", "en_US.UTF-8"}});
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const std::string_view text = *entry;
     const auto separator = text.find('=');
-    if (separator != std::string_view::npos) result.emplace(text.substr(0, separator), text.substr(separator + 1));
+    if (separator == std::string_view::npos || options.withheld.contains(text.substr(0, separator))) continue;
+    result.emplace(text.substr(0, separator), text.substr(separator + 1));
   }
   return result;
 }
@@ -337,8 +338,7 @@ pid_t launch(const std::filesystem::path& executable, const std::vector<std::str
   std::vector<std::string> words = {executable.string()};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables;
-  for (const auto& [name, value] : childEnvironment(options.environment))
-    variables.push_back(fmt::format("{}={}", name, value));
+  for (const auto& [name, value] : childEnvironment(options)) variables.push_back(fmt::format("{}={}", name, value));
   refuseNUL(executable, words);
   refuseNUL(executable, variables);
 

@@ -6,8 +6,10 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -19,6 +21,8 @@ struct RunOptions {
   std::optional<std::filesystem::path> cwd = std::nullopt;
   // Set on top of this process's own environment and the runner's defaults; these win.
   std::map<std::string, std::string> environment = {};
+  // Variables of this process's environment that the program does not inherit.
+  std::set<std::string, std::less<>> withheld = {};
   std::chrono::milliseconds timeout = std::chrono::minutes(1);
   // A requested stop ends the program as the time limit does.
   std::stop_token stop = {};

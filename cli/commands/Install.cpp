@@ -11,6 +11,7 @@
 #include "cli/Plans.h"
 #include "cli/UsageError.h"
 #include "cli/commands/Common.h"
+#include "cli/commands/GitRepositories.h"
 #include "cli/commands/InstallResult.h"
 #include "files/FS.h"
 #include "foundations/SkillsError.h"
@@ -48,6 +49,9 @@ struct Parent {
 struct Sources {
   std::vector<fs::path> folders;  // those of skills
   std::vector<fs::path> archives;
+  std::vector<Repository> repositories;
+
+  [[nodiscard]] std::size_t count() const { return folders.size() + archives.size() + repositories.size(); }
 };
 
 bool looksLikeArchive(const fs::path& path) {
@@ -62,8 +66,7 @@ bool looksLikeArchive(const fs::path& path) {
                     inQuotes(source)));
   }
   throw SkillsError::notFound(
-      fmt::format("{} does not exist. This version installs from folders and from .zip or .skill archives; "
-                  "repositories and web addresses are not supported yet.",
+      fmt::format("{} does not exist, and is no address of a Git repository (https://…, ssh://…, git@… or OWNER/REPO).",
                   inQuotes(source)));
 }
 
@@ -132,16 +135,19 @@ Sources sourcesOf(Session& session, const Options& options) {
       }
     } else if (FS::resolvesToFile(source) && looksLikeArchive(source)) {
       sources.archives.push_back(standardized(source));
+    } else if (!FS::exists(source) && looksLikeRepository(source)) {
+      sources.repositories.push_back(repositoryNamed(session, source, options.paths, options.all));
     } else {
       throwNoSource(source);
     }
   }
-  if (!options.paths.empty() && sources.folders.empty()) {
-    throw UsageError("--path chooses among the skills of a folder; an archive holds only one.");
+  if (!options.paths.empty() && sources.folders.empty() && sources.repositories.empty()) {
+    throw UsageError("--path chooses among the skills of a folder or repository; an archive holds only one.");
   }
-  if (!options.name.empty() && sources.folders.size() + sources.archives.size() != 1) {
+  if (!options.name.empty() && sources.count() != 1) {
     throw UsageError("--name names one skill, and there are several. Install them without it, or one at a time.");
   }
+  for (Repository& repository : sources.repositories) repository.choice.name = options.givenName();
   return sources;
 }
 
@@ -151,6 +157,12 @@ Plan planOf(Session& session, const Sources& sources, const Options& options) {
   for (const fs::path& archive : sources.archives) {
     const Plan steps = session.change([&](const OperationContext& context) {
       return engine.planInstallArchive(archive, options.givenName(), context);
+    });
+    plan.insert(plan.end(), steps.begin(), steps.end());
+  }
+  for (const Repository& repository : sources.repositories) {
+    const Plan steps = session.change([&](const OperationContext& context) {
+      return engine.planInstallGit(repository.url, repository.choice, context);
     });
     plan.insert(plan.end(), steps.begin(), steps.end());
   }
@@ -170,6 +182,22 @@ void addArchive(SkillsEngine& engine, const fs::path& archive, const Options& op
   }
 }
 
+void addRepository(SkillsEngine& engine, const Repository& repository, const OperationContext& context,
+                   InstallReport& report) {
+  try {
+    const InstallReport more = engine.installGit(repository.url, repository.choice, context);
+    report.installed.insert(report.installed.end(), more.installed.begin(), more.installed.end());
+    report.errors.insert(report.errors.end(), more.errors.begin(), more.errors.end());
+    report.interrupted = report.interrupted || more.interrupted;
+  } catch (const SkillsError& error) {
+    if (context.stop.stop_requested()) {
+      report.interrupted = true;
+    } else {
+      report.errors.push_back(error.message());
+    }
+  }
+}
+
 InstallReport install(SkillsEngine& engine, const Sources& sources, const Options& options,
                       const OperationContext& context) {
   InstallReport report;
@@ -183,6 +211,10 @@ InstallReport install(SkillsEngine& engine, const Sources& sources, const Option
   for (const fs::path& archive : sources.archives) {
     report.interrupted = report.interrupted || context.stop.stop_requested();
     if (!report.interrupted) addArchive(engine, archive, options, context, report);
+  }
+  for (const Repository& repository : sources.repositories) {
+    report.interrupted = report.interrupted || context.stop.stop_requested();
+    if (!report.interrupted) addRepository(engine, repository, context, report);
   }
   report.reusedIds.clear();
   for (const SkillSummary& summary : report.installed) {
@@ -212,18 +244,21 @@ ExitStatus run(Session& session, const Options& options) {
 void setUpInstall(CommandLine& line) {
   Options& options = line.runs<Options>(run);
   line.argument("SOURCE", options.sources,
-                "A skill's folder, a folder with skills below it, or a .zip or .skill archive", Completes::files)
+                "A skill's folder, a folder with skills below it, a .zip or .skill archive, or a Git repository",
+                Completes::files)
       .required();
   line.option("--name", options.name, "NAME", "Call the skill so instead of by its own name");
   line.option("--depth", options.depth, "N", "Look for skills this many levels below a folder (4)")
       .between(0, kDeepest);
-  auto& paths = line.option("--path", options.paths, "REL", "Only the skills at these paths below the folder");
-  line.flag("--all", options.all, "All skills below the folder").excludes(paths);
+  auto& paths = line.option("--path", options.paths, "REL",
+                            "Only the skills at these paths below the folder or in the repository");
+  line.flag("--all", options.all, "All skills below the folder or in the repository").excludes(paths);
   agentsOption(line, "--to", options.agents, "Deploy what was installed to these agents");
   line.option("--preset", options.preset, "PRESET", "Add what was installed to this preset", Completes::presets);
   line.dryRunFlag(options.dryRun);
   line.example("orvanta install ~/skills/pdf --to cursor", "Install one skill and deploy it");
   line.example("orvanta install ~/skills --all", "Install every skill below a folder");
+  line.example("orvanta install OWNER/REPO --path skills/pdf", "Install one skill of a repository on GitHub");
   line.explain(
       "The originals stay where they are. A folder with several skills offers them to choose from; where no one can be "
       "asked, --all or --path says which. A skill that the library holds already with the same content is not copied "
