@@ -108,6 +108,7 @@ Plan Repair::plan() {
 }
 
 void Repair::resyncCopyTargets(const SkillRecord& skill) {
+  resolver_.emplace();
   const std::string hash = ContentHash::hashDirectory(skill.centralPath);
   for (auto& target : library_.store.targets(skill.id)) {
     if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
@@ -115,7 +116,7 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
     TargetChange change;
     try {
       change = SyncEngine::place(skill.centralPath, target.targetPath, SyncMode::copy,
-                                 ReplacePolicy::recorded(SyncMode::copy), resolver_);
+                                 ReplacePolicy::recorded(SyncMode::copy), *resolver_);
       target.status = kTargetOk;
       target.lastError.reset();
       target.syncedAt = nowMillis();
@@ -130,12 +131,13 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
 }
 
 std::vector<Repair::Item> Repair::items() {
+  resolver_.emplace();
   skills_.clear();
   orphans_.clear();
   for (const auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, skill);
   auto targets = library_.store.allTargets();
   const auto hashes = hashesOfCopied(skills_, targets);
-  const DeploymentIndex places({}, resolver_);
+  const DeploymentIndex places({}, *resolver_);
   std::vector<Item> items;
   for (auto& target : targets) {
     const auto skill = skills_.find(target.skillId);
@@ -163,7 +165,8 @@ Action Repair::examine(const Item& item) {
     throw SkillsError::notFound("Library directory missing for '" + item.skill->name + "'");
   }
   if (isCurrent(source, record, item.currentHash)) return Action::keep;
-  SyncEngine::preflightReplace(source, record.targetPath, record.mode, ReplacePolicy::recorded(record.mode), resolver_);
+  SyncEngine::preflightReplace(source, record.targetPath, record.mode, ReplacePolicy::recorded(record.mode),
+                               *resolver_);
   return FS::exists(record.targetPath) ? Action::replace : Action::place;
 }
 
@@ -177,7 +180,7 @@ void Repair::mend(Item& item, const Item* sharing) {
     item.intact = examine(item) == Action::keep;
     if (item.intact) return;
     item.change = SyncEngine::place(item.skill->centralPath, item.record.targetPath, item.record.mode,
-                                    ReplacePolicy::recorded(item.record.mode), resolver_);
+                                    ReplacePolicy::recorded(item.record.mode), *resolver_);
     item.repaired = true;
   } catch (const SkillsError& error) {
     item.failure = error.message();

@@ -45,7 +45,7 @@ class Repair {
   void record(Item& item);
 
   Library& library_;
-  SyncEngine::FolderResolver resolver_;
+  std::optional<SyncEngine::FolderResolver> resolver_;  // of the operation that runs
   std::map<std::string, SkillRecord> skills_;
   std::vector<SkillTarget> orphans_;  // records whose skill is gone, as a database written elsewhere can hold them
 };

@@ -18,6 +18,11 @@ std::string itemFor(const GitPreviewSkill& skill) {
   return fmt::format("{}  ({}){}", skill.name, skill.relativePath, skill.alreadyInstalled ? "  installed" : "");
 }
 
+// "OWNER/REPO", which may also be a mistyped path.
+bool isShorthand(const std::string& url) {
+  return url.find("://") == std::string::npos && GitSource::parse(url).cloneURL.find("://") != std::string::npos;
+}
+
 }  // namespace
 
 bool looksLikeRepository(const std::string& word) {
@@ -30,6 +35,10 @@ bool looksLikeRepository(const std::string& word) {
 }
 
 Repository repositoryNamed(Session& session, const std::string& url, const std::vector<std::string>& paths, bool all) {
+  if (isShorthand(url)) {
+    session.note(
+        fmt::format("There is no file {} here, so the repository of that name on GitHub is meant.", inQuotes(url)));
+  }
   Repository repository{url, {}};
   if (!paths.empty()) repository.choice.relativePaths = paths;
   if (!paths.empty() || all) return repository;
