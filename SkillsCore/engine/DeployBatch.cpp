@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "content/ContentHash.h"
+#include "engine/RepositoryGuard.h"
 #include "files/FS.h"
 #include "foundations/Clock.h"
 #include "foundations/Parallel.h"
@@ -236,6 +237,9 @@ DeployBatch::Need DeployBatch::examine(const Pair& pair) {
   const ReplacePolicy policy = isRecordedAtTarget(pair) ? ReplacePolicy::recorded(pair.record->mode) : unrecorded;
   need.found = SyncEngine::preflightReplace(pair.skill->centralPath, pair.target, mode_, policy, resolver_);
   need.action = need.found == TargetState::absent ? Action::place : Action::replace;
+  if (need.found == TargetState::realDir && !force_) {
+    refuseRepository(pair.target, "Move the repository away, or deploy with --force.");
+  }
   return need;
 }
 

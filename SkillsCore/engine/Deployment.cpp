@@ -30,13 +30,12 @@ Placement Deployment::deploy(const std::string& skillId, const std::string& tool
   batch.place({});
   const DeployBatch::Pair& pair = batch.pairs().front();
   if (pair.failure) {
-    auto none = std::optional<ActivePreset>();
-    record(pair, none);
+    record(pair);
     throw SkillsError(*pair.failure);
   }
   library_.transaction([&] {
-    auto active = presetFollowing(Asker::hand);
-    record(pair, active);
+    record(pair);
+    ActivePreset(library_).setActivePresetToggle(skillId, tool, true);
   });
   batch.keep();
   return placementOf(pair);
@@ -62,20 +61,21 @@ PlacementReport Deployment::deploy(DeployRequest request, Asker asker, const Ope
       report.interrupted = true;
     }
   }
-  if (news.empty()) return report;
+  if (news.empty() && asker != Asker::hand) return report;
   library_.transaction([&] {
+    for (const auto* pair : news) record(*pair);
     auto active = presetFollowing(asker);
-    for (const auto* pair : news) record(*pair, active);
+    if (!active) return;
+    for (const auto& pair : batch.pairs()) {
+      if (pair.done) active->setActivePresetToggle(pair.skillId, pair.tool, true);
+    }
   });
   batch.keep();
   return report;
 }
 
-void Deployment::record(const DeployBatch::Pair& pair, std::optional<ActivePreset>& active) {
-  if (pair.done) {
-    library_.store.upsertTarget(DeployBatch::recordOf(pair));
-    if (active) active->setActivePresetToggle(pair.skillId, pair.tool, true);
-  }
+void Deployment::record(const DeployBatch::Pair& pair) {
+  if (pair.done) library_.store.upsertTarget(DeployBatch::recordOf(pair));
   library_.store.logAudit({.action = "deploy",
                            .skillId = pair.skillId,
                            .skillName = pair.name(),

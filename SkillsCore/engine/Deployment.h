@@ -42,8 +42,8 @@ class Deployment {
   void setDeployedTools(const std::string& skillId, const std::set<std::string>& tools);
 
  private:
-  // Writes what became of the pair, and what it means for the active preset, if that follows.
-  void record(const DeployBatch::Pair& pair, std::optional<ActivePreset>& active);
+  // Writes what became of the pair.
+  void record(const DeployBatch::Pair& pair);
   std::optional<ActivePreset> presetFollowing(Asker asker);
   std::vector<SkillTarget> recordsOf(const std::vector<SkillToolPair>& pairs);
 

@@ -72,7 +72,8 @@ std::optional<Placement> PresetApplication::setSkillTool(const std::string& id, 
                            .detail = enabled ? "on" : "off"});
   if (library_.store.activePresetId() != id) return std::nullopt;
   if (enabled) return deployment_.deploy(skillId, tool, /*force=*/false);
-  deployment_.undeploy(skillId, tool);
+  const PlacementReport taken = deployment_.undeploy({{skillId, tool}}, Asker::hand, {});
+  if (!taken.errors.empty()) throw SkillsError::io(taken.errors.front());
   return std::nullopt;
 }
 

@@ -173,8 +173,9 @@ Plan ProjectExchange::planPush(const Workspace& workspace, const fs::path& path)
     const Counterparts pair = checkPush(workspace, path);
     Plan plan{stepFor(pair, std::nullopt, pair.center.centralPath)};
     for (const auto& target : library_.store.targets(pair.center.id)) {
-      const bool isStale = target.sourceHash != pair.own.contentHash || target.status != kTargetOk;
-      if (target.mode != SyncMode::copy || target.status == kTargetDisabled || !isStale) continue;
+      if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
+      const bool isCurrent = Repair::isCurrent(pair.center.centralPath, target, pair.own.contentHash);
+      if (isCurrent && target.status == kTargetOk) continue;
       PlannedStep& step = plan.emplace_back(plan.front());
       step.action = Action::replace;
       step.reason.reset();

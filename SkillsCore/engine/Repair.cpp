@@ -7,6 +7,7 @@
 
 #include "content/ContentHash.h"
 #include "engine/DeploymentIndex.h"
+#include "engine/RepositoryGuard.h"
 #include "files/FS.h"
 #include "foundations/Clock.h"
 #include "foundations/Parallel.h"
@@ -41,10 +42,10 @@ std::map<std::string, std::optional<std::string>> hashesOfCopied(const std::map<
   return byId;
 }
 
-// What the record says stands there, with the content that the library has now.
-bool isCurrent(const fs::path& source, const SkillTarget& record, const std::optional<std::string>& currentHash) {
-  return SyncEngine::isTargetCurrent(source, record.targetPath, record.mode, record.sourceHash, currentHash) &&
-         SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode);
+constexpr const char* kRepositoryAdvice = "Move the repository away, and try again.";
+
+bool holds(const fs::path& copy, const std::string& hash) {
+  return FS::isDirectory(copy) && ContentHash::hashDirectories({copy}).front() == hash;
 }
 
 }  // namespace
@@ -115,8 +116,8 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
     if (target.status == kTargetOk && isCurrent(skill.centralPath, target, hash)) continue;
     TargetChange change;
     try {
-      change = SyncEngine::place(skill.centralPath, target.targetPath, SyncMode::copy,
-                                 ReplacePolicy::recorded(SyncMode::copy), *resolver_);
+      // What a push came from has the content already.
+      if (!holds(target.targetPath, hash)) change = replaceCopy(skill, target);
       target.status = kTargetOk;
       target.lastError.reset();
       target.syncedAt = nowMillis();
@@ -128,6 +129,18 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
     library_.store.upsertTarget(target);
     change.keep();
   }
+}
+
+TargetChange Repair::replaceCopy(const SkillRecord& skill, const SkillTarget& target) {
+  if (FS::isDirectory(target.targetPath)) refuseRepository(target.targetPath, kRepositoryAdvice);
+  return SyncEngine::place(skill.centralPath, target.targetPath, SyncMode::copy,
+                           ReplacePolicy::recorded(SyncMode::copy), *resolver_);
+}
+
+bool Repair::isCurrent(const fs::path& source, const SkillTarget& record,
+                       const std::optional<std::string>& currentHash) {
+  return SyncEngine::isTargetCurrent(source, record.targetPath, record.mode, record.sourceHash, currentHash) &&
+         SyncEngine::matchesRecordedDeployment(record.targetPath, record.mode);
 }
 
 std::vector<Repair::Item> Repair::items() {
@@ -167,6 +180,7 @@ Action Repair::examine(const Item& item) {
   if (isCurrent(source, record, item.currentHash)) return Action::keep;
   SyncEngine::preflightReplace(source, record.targetPath, record.mode, ReplacePolicy::recorded(record.mode),
                                *resolver_);
+  if (FS::isDirectory(record.targetPath)) refuseRepository(record.targetPath, kRepositoryAdvice);
   return FS::exists(record.targetPath) ? Action::replace : Action::place;
 }
 

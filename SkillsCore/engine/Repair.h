@@ -3,6 +3,7 @@
 // Makes the disk agree with the deployment records again: broken links are made anew, stale copies refreshed. What
 // cannot be repaired is recorded with status "error"; the deployments of disabled skills are left alone.
 
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -26,6 +27,10 @@ class Repair {
   // cannot be replaced is recorded as broken.
   void resyncCopyTargets(const SkillRecord& skill);
 
+  // What the record says stands there, with the content that the library has now.
+  static bool isCurrent(const std::filesystem::path& source, const SkillTarget& record,
+                        const std::optional<std::string>& currentHash);
+
  private:
   // One record and what is to be done about it.
   struct Item {
@@ -39,6 +44,8 @@ class Repair {
     TargetChange change;
   };
 
+  // Throws what refuses it.
+  TargetChange replaceCopy(const SkillRecord& skill, const SkillTarget& target);
   std::vector<Item> items();
   PlannedStep::Action examine(const Item& item);
   void mend(Item& item, const Item* sharing);

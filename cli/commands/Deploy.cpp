@@ -31,9 +31,19 @@ struct UndeployOptions {
   bool dryRun = false;
 };
 
-std::vector<std::string> allKeys(SkillsEngine& engine) {
+// The agents that can be meant by "all": those in use, and those that still hold one of the skills.
+std::vector<std::string> agentsConcerned(SkillsEngine& engine, const std::vector<std::string>& ids) {
+  const std::set<std::string> wanted(ids.begin(), ids.end());
+  auto records = engine.skills();
+  std::erase_if(records, [&](const SkillRecord& record) { return !wanted.contains(record.id); });
+  std::set<std::string> holders;
+  for (const SkillSummary& summary : engine.summaries(records)) {
+    for (const SkillTarget& target : summary.targets) holders.insert(target.tool);
+  }
   std::vector<std::string> keys;
-  for (const ToolAdapter& adapter : engine.adapters()) keys.push_back(adapter.key);
+  for (const ToolInfo& tool : engine.tools()) {
+    if (tool.isActive() || holders.contains(tool.key)) keys.push_back(tool.key);
+  }
   return keys;
 }
 
@@ -45,8 +55,21 @@ std::vector<std::string> without(std::vector<std::string> keys, const std::vecto
   return keys;
 }
 
-Plan joined(Plan plan, const Plan& more) {
-  plan.insert(plan.end(), more.begin(), more.end());
+// Nothing is taken out while somebody cannot get the skills, nor what an agent that shall have it shares.
+Plan withRemovals(Plan plan, const Plan& removals) {
+  using Action = PlannedStep::Action;
+  std::set<std::string> wanted;
+  for (const PlannedStep& step : plan) {
+    if (step.action == Action::refused) return plan;
+    wanted.insert(step.path);
+  }
+  for (PlannedStep step : removals) {
+    if (step.action == Action::remove && wanted.contains(step.path)) {
+      step.action = Action::keep;
+      step.reason = "kept: still used by another agent";
+    }
+    plan.push_back(std::move(step));
+  }
   return plan;
 }
 
@@ -96,10 +119,10 @@ ExitStatus deploy(Session& session, const DeployOptions& options) {
   SkillsEngine& engine = session.engine();
   const auto ids = skillIdsNamed(engine, options.skills);
   const auto agents = options.allAgents ? activeAgents(engine) : agentsNamed(engine, options.agents);
-  const auto others = options.only ? without(allKeys(engine), agents) : std::vector<std::string>{};
+  const auto others = options.only ? without(agentsConcerned(engine, ids), agents) : std::vector<std::string>{};
   if (options.dryRun) {
     const Plan plan = engine.planDeploy(ids, agents, options.force);
-    return showPlan(session, options.only ? joined(plan, engine.planUndeploy(ids, others)) : plan);
+    return showPlan(session, options.only ? withRemovals(plan, engine.planUndeploy(ids, others)) : plan);
   }
   if (options.force && !session.options().yes) {
     confirmReplacing(session,
@@ -119,7 +142,7 @@ ExitStatus undeploy(Session& session, const UndeployOptions& options) {
   if (options.agents.empty() && !options.allAgents) throw UsageError("Say where from: --from AGENT…, or --all-agents.");
   SkillsEngine& engine = session.engine();
   const auto ids = skillIdsNamed(engine, options.skills);
-  const auto agents = options.allAgents ? allKeys(engine) : agentsNamed(engine, options.agents);
+  const auto agents = options.allAgents ? agentsConcerned(engine, ids) : agentsNamed(engine, options.agents);
   if (options.dryRun) return showPlan(session, engine.planUndeploy(ids, agents));
   const PlacementReport report =
       session.change([&](const OperationContext& context) { return engine.undeploy(ids, agents, context); });

@@ -43,13 +43,13 @@ std::vector<SkillSummary> currentSummaries(SkillsEngine& engine, const InstallRe
 }
 
 void writeJson(Session& session, const InstallReport& report, const PlacementReport& placements,
-               const Destinations& destinations) {
+               const Destinations& destinations, const std::optional<Preset>& preset) {
   std::vector<std::string> errors = report.errors;
   errors.insert(errors.end(), placements.errors.begin(), placements.errors.end());
   JsonObject document(session.out().stream());
   document.array("installed", currentSummaries(session.engine(), report));
   if (!destinations.agents.empty()) document.array("deployed", placements.done);
-  if (destinations.preset) document.member("preset", presetReference(*destinations.preset));
+  if (preset) document.member("preset", presetReference(*preset));
   document.array("errors", errors);
 }
 
@@ -94,7 +94,7 @@ ExitStatus showInstalled(Session& session, InstallReport report, const Destinati
   }
   const bool interrupted = report.interrupted || placements.interrupted;
   if (session.json()) {
-    writeJson(session, report, placements, destinations);
+    writeJson(session, report, placements, destinations, preset);
   } else {
     writeText(session, report);
     if (preset) session.out().line(fmt::format("Added to the preset {}.", inQuotes(preset->name)));

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -24,12 +25,26 @@ struct DeactivateOptions {
 };
 
 void confirmTakingOut(Session& session, const Preset& preset, const Plan& plan) {
-  const auto isRemoval = [](const PlannedStep& step) { return step.action == PlannedStep::Action::remove; };
+  // What moves to another folder is removed from the old one, and wanted all the same.
+  std::set<SkillToolPair> wanted;
+  for (const PlannedStep& step : plan) {
+    if (step.action != PlannedStep::Action::remove) wanted.insert({step.skillId.value_or(""), step.tool.value_or("")});
+  }
+  const auto isRemoval = [&](const PlannedStep& step) {
+    return step.action == PlannedStep::Action::remove &&
+           !wanted.contains({step.skillId.value_or(""), step.tool.value_or("")});
+  };
   const auto removals = static_cast<std::size_t>(std::count_if(plan.begin(), plan.end(), isRemoval));
   if (removals == 0) return;
   if (session.willAsk()) showLosses(session, plan);
   session.confirm(
       fmt::format("Take out {} that {} does not want?", counted(removals, "deployment"), inQuotes(preset.name)));
+}
+
+// A stop can come before the preset becomes the active one, or ceases to be it.
+std::string stateAfter(SkillsEngine& engine, const Preset& preset) {
+  return fmt::format("{} is {}: ", inQuotes(preset.name),
+                     engine.activePresetId() == preset.id ? "active" : "not active");
 }
 
 ExitStatus apply(Session& session, const ApplyOptions& options) {
@@ -41,7 +56,7 @@ ExitStatus apply(Session& session, const ApplyOptions& options) {
   }
   const ApplyReport report = session.change(
       [&](const OperationContext& context) { return engine.applyPreset(preset.id, options.exclusive, context); });
-  return showReport(session, report, fmt::format("{} is active: {}", inQuotes(preset.name), figuresOf(report)));
+  return showReport(session, report, stateAfter(engine, preset) + figuresOf(report));
 }
 
 ExitStatus deactivate(Session& session, const DeactivateOptions& options) {
@@ -50,7 +65,7 @@ ExitStatus deactivate(Session& session, const DeactivateOptions& options) {
   if (options.dryRun) return showPlan(session, engine.planDeactivatePreset(preset.id));
   const ApplyReport report =
       session.change([&](const OperationContext& context) { return engine.deactivatePreset(preset.id, context); });
-  return showReport(session, report, fmt::format("{} is not active: {}", inQuotes(preset.name), figuresOf(report)));
+  return showReport(session, report, stateAfter(engine, preset) + figuresOf(report));
 }
 
 }  // namespace

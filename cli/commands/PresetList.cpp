@@ -137,7 +137,12 @@ Input& presetArgument(CommandLine& line, std::string& target) {
 std::optional<Preset> activePreset(SkillsEngine& engine) {
   const auto id = engine.activePresetId();
   if (!id) return std::nullopt;
-  return engine.preset(*id);
+  try {
+    return engine.preset(*id);
+  } catch (const SkillsError& error) {
+    if (error.kind() != SkillsError::Kind::notFound) throw;
+    return std::nullopt;  // deleted since
+  }
 }
 
 std::string deployedText(const PresetActivation& activation) {

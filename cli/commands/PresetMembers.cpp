@@ -4,6 +4,7 @@
 
 #include "cli/Format.h"
 #include "cli/Names.h"
+#include "cli/Plans.h"
 #include "cli/commands/Common.h"
 #include "cli/commands/Presets.h"
 
@@ -26,6 +27,7 @@ struct ToggleOptions {
   std::string skill;
   std::string agent;
   std::string choice;
+  bool dryRun = false;
 };
 
 ExitStatus add(Session& session, const SkillsOptions& options) {
@@ -58,9 +60,9 @@ ExitStatus remove(Session& session, const RemoveOptions& options) {
                                 inQuotes(preset.name)));
 }
 
-bool isDeployed(SkillsEngine& engine, const std::string& skillId, const std::string& agent) {
-  const auto agents = engine.summary(skillId).deployedTools();
-  return std::find(agents.begin(), agents.end(), agent) != agents.end();
+// What the switch means at once in the active preset.
+Plan planOf(SkillsEngine& engine, const std::string& skillId, const std::string& agent, bool isOn) {
+  return isOn ? engine.planDeploy({skillId}, {agent}, false) : engine.planUndeploy({skillId}, {agent});
 }
 
 ExitStatus toggle(Session& session, const ToggleOptions& options) {
@@ -69,13 +71,18 @@ ExitStatus toggle(Session& session, const ToggleOptions& options) {
   const SkillRecord skill = skillNamed(engine, options.skill);
   const std::string agent = agentNamed(engine, options.agent);
   const bool isOn = options.choice == "on";
-  const bool wasDeployed = isDeployed(engine, skill.id, agent);
+  const bool isActive = engine.activePresetId() == preset.id;
+  const Plan plan = isActive ? planOf(engine, skill.id, agent, isOn) : Plan{};
+  if (options.dryRun) return showPlan(session, plan);
   const auto placed = session.change(
       [&](const OperationContext&) { return engine.setPresetSkillTool(preset.id, skill.id, agent, isOn); });
   std::string sentence = fmt::format("{} {} {} in {}", inQuotes(skill.name),
                                      isOn ? "is wanted for" : "is switched off for", agent, inQuotes(preset.name));
   if (placed && placed->changed) sentence += " and deployed to " + shortPath(placed->targetPath, session.user());
-  if (!isOn && wasDeployed && !isDeployed(engine, skill.id, agent)) sentence += " and taken out of its folder";
+  if (!isOn && !plan.empty()) {
+    const auto& why = plan.front().reason;
+    sentence += why ? "; " + *why : " and taken out of its folder";
+  }
   return showPreset(session, preset.id, sentence + ".");
 }
 
@@ -114,6 +121,7 @@ void setUpPresetToggle(CommandLine& line) {
   skillArgument(line, options.skill);
   agentArgument(line, options.agent);
   line.argument("CHOICE", options.choice, "on or off").required().oneOf({"on", "off"});
+  line.dryRunFlag(options.dryRun);
   line.example("orvanta preset toggle review pdf cursor off", "All agents but Cursor shall have it");
   line.explain("Changes to the active preset take effect immediately: the agent gets or loses the skill.");
 }

@@ -24,6 +24,7 @@ struct ReorderOptions {
 };
 
 Cell attentionCell(const ProjectInfo& project) {
+  if (!project.exists && project.record.workspaceType == WorkspaceType::linked) return {"no folder yet", Style::faint};
   if (!project.exists) return {"folder is missing", Style::bad};
   const std::int64_t count = project.health.needsAttention();
   if (count == 0) return {"-", Style::faint};
@@ -81,7 +82,9 @@ void suggestNext(const Session& session, const ProjectRecord& project, const std
   SyncHealth health;
   for (const ProjectSkill& skill : skills) health.count(skill.syncStatus);
   const std::string name = inQuotes(project.name);
-  if (health.needsAttention() > 0) {
+  if (health.projectNewer > 0 && health.centerNewer == 0) {
+    session.note(fmt::format("Next: orvanta project push {} PATH   (makes the project's version the library's)", name));
+  } else if (health.needsAttention() > 0) {
     session.note(fmt::format(
         "Next: orvanta project pull {} PATH   (push instead makes the project's version the library's)", name));
   } else if (health.projectOnly > 0) {

@@ -1,11 +1,15 @@
 #include "tests/e2e/Program.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
+
+#include "platform/UniqueFd.h"
 
 namespace orvanta {
 
@@ -15,6 +19,18 @@ int statusOf(pid_t id) {
   int status = 0;
   EXPECT_EQ(::waitpid(id, &status, 0), id);
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+bool hasEnded(pid_t id) {
+  siginfo_t info{};
+  EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(id), &info, WEXITED | WNOHANG | WNOWAIT), 0);
+  return info.si_pid == id;
+}
+
+bool isReadable(int fd) {
+  constexpr int kPatienceMs = 10;
+  pollfd poll{.fd = fd, .events = POLLIN, .revents = 0};
+  return ::poll(&poll, 1, kPatienceMs) > 0 && (poll.revents & POLLIN) != 0;
 }
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
@@ -86,10 +102,16 @@ Program::Outcome Program::onTerminal(const Words& words, const std::string& type
   const pid_t id = ::forkpty(&terminal, nullptr, nullptr, &size);
   if (id == 0) execute(words);
   EXPECT_EQ(::write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+  // What was written last may be on its way still when the terminal's other end is closed, and then be lost: it is kept
+  // open, and read until the program has ended and nothing more comes.
+  const UniqueFd otherEnd(::open(::ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC));
   Outcome outcome;
   std::array<char, 4096> buffer{};
-  for (ssize_t count = 0; (count = ::read(terminal, buffer.data(), buffer.size())) > 0;) {
-    outcome.out.append(buffer.data(), static_cast<std::size_t>(count));
+  for (bool ended = false; !ended || isReadable(terminal);) {
+    ended = hasEnded(id);
+    if (!isReadable(terminal)) continue;
+    const ssize_t count = ::read(terminal, buffer.data(), buffer.size());
+    if (count > 0) outcome.out.append(buffer.data(), static_cast<std::size_t>(count));
   }
   ::close(terminal);
   outcome.status = statusOf(id);

@@ -217,6 +217,32 @@ TEST_F(PresetsTest, TheActivePresetFollowsTheHandAndItsSwitchesActAtOnce) {
   EXPECT_TRUE(agentHolds("cline", "a")) << "deployments outlive their preset";
 }
 
+TEST_F(PresetsTest, DeployingByHandWhatStandsThereAlreadyIsAWishAsWell) {
+  const Preset preset = presetOf("p", {a});
+  apply(preset);
+  sql("INSERT INTO scenario_skill_tools VALUES ('" + preset.id + "', '" + a + "', 'cursor', 0, 1)");
+  EXPECT_EQ(engine().deploy({a}, {"cursor"}, false, {}).untouched, 1U);
+  EXPECT_TRUE(engine().preset(preset.id).isToolEnabled(a, "cursor"));
+}
+
+TEST_F(PresetsTest, AStopWhileOthersAreTakenOutChangesNoActivePreset) {
+  Texts ids;
+  for (int i = 0; i < 20; ++i) ids.push_back(installed("s" + std::to_string(i)));
+  const Preset first = presetOf("first", ids);
+  apply(first);
+  const Preset second = presetOf("second", {a});
+  for (const bool deactivates : {false, true}) {
+    std::stop_source stop;
+    const OperationContext context{stop.get_token(), [&](const Progress&) { stop.request_stop(); }};
+    const ApplyReport report =
+        deactivates ? engine().deactivatePreset(first.id, context) : engine().applyPreset(second.id, true, context);
+    EXPECT_EQ(report.removed, 1);
+    EXPECT_EQ(engine().activePresetId(), first.id);
+    EXPECT_FALSE(agentHolds("cursor", "a"));
+  }
+  EXPECT_EQ(apply(first), (ApplyReport{.deployed = 2, .removed = 0, .skipped = 58, .errors = {}}));
+}
+
 TEST_F(PresetsTest, AStopBetweenPairsLeavesWhatIsDoneRecorded) {
   Texts ids;
   for (int i = 0; i < 40; ++i) ids.push_back(installed("s" + std::to_string(i)));

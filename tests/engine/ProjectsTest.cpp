@@ -313,6 +313,22 @@ TEST_F(ProjectsTest, ALinkedWorkspaceKeepsTheRecordsOfDeploymentsTrue) {
   EXPECT_TRUE(engine().projectSkills(id, {}).empty());
 }
 
+TEST_F(ProjectsTest, ARepositoryInADeployedCopyOutlivesPushesAndRepairs) {
+  engine().setSyncMode(SyncMode::copy);
+  engine().deploy({pdf}, {"cursor", "claude_code"}, false, {});
+  const std::string id = engine().addLinkedWorkspace("cursor").id;
+  for (const auto* agent : {"cursor", "claude_code"}) write(placeOf(agent, "pdf") / ".git" / "HEAD", "ref");
+  write(placeOf("cursor", "pdf") / "data", "two");
+  std::map<std::string, std::string> statuses;
+  for (const auto& target : engine().updateCenterFromProject(id, placeOf("cursor", "pdf")).targets) {
+    statuses[target.tool] = target.status;
+  }
+  EXPECT_EQ(statuses, (std::map<std::string, std::string>{{"cursor", "ok"}, {"claude_code", "error"}}));
+  EXPECT_EQ(engine().repairDeployments({}).errors.size(), 1U);
+  EXPECT_EQ(engine().deploy({pdf}, {"claude_code"}, false, {}).errors.size(), 1U);
+  for (const auto* agent : {"cursor", "claude_code"}) EXPECT_TRUE(fs::exists(placeOf(agent, "pdf") / ".git")) << agent;
+}
+
 TEST_F(ProjectsTest, WhatTookADeploymentsPlaceIsNotTakenForIt) {
   const std::string id = engine().addLinkedWorkspace("cursor").id;
   engine().deploy(pdf, "cursor", false);

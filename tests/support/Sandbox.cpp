@@ -260,7 +260,8 @@ std::string Sandbox::sql(const std::string& statements) const {
 
 std::string Sandbox::recordsAsText() const {
   std::string text;
-  for (const auto* table : {"skills", "skill_targets", "skill_tags", "settings", "scenarios", "scenario_skills"}) {
+  for (const auto* table : {"skills", "skill_targets", "skill_tags", "settings", "scenarios", "scenario_skills",
+                            "scenario_skill_tools", "active_scenario", "projects"}) {
     text += std::string(table) + ":\n" + sql(std::string("SELECT * FROM ") + table + " ORDER BY 1, 2");
   }
   return text;
