@@ -18,7 +18,10 @@ std::string sentenceOf(const ApplyReport& report) {
       report.deployed == 0 && report.errors.empty()
           ? "Nothing needed repair."
           : fmt::format("{} repaired.", counted(static_cast<std::size_t>(report.deployed), "deployment"));
-  if (report.removed > 0) sentence += fmt::format(" {} of skills that are gone forgotten.", report.removed);
+  if (report.removed > 0) {
+    sentence +=
+        fmt::format(" Forgot {} of skills that are gone.", counted(static_cast<std::size_t>(report.removed), "record"));
+  }
   return sentence;
 }
 
