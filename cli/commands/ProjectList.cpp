@@ -31,6 +31,19 @@ Cell attentionCell(const ProjectInfo& project) {
   return {fmt::format("{}", count), Style::warning};
 }
 
+std::string healthText(const SyncHealth& health) {
+  std::vector<std::string> counts;
+  const auto add = [&](std::int64_t count, const char* what) {
+    if (count > 0) counts.push_back(fmt::format("{} {}", count, what));
+  };
+  add(health.projectNewer, "project newer");
+  add(health.centerNewer, "library newer");
+  add(health.diverged, "diverged");
+  add(health.projectOnly, "only here");
+  add(health.inSync, "in sync");
+  return Text::join(counts, ", ");
+}
+
 ExitStatus list(Session& session) {
   const auto projects =
       lookedAt(session, [&](const OperationContext& context) { return session.engine().projects(context); });
@@ -39,17 +52,17 @@ ExitStatus list(Session& session) {
     return ExitStatus::done;
   }
   Table table({{"NAME", true},
-               {"KIND"},
-               {"SKILLS", false, true},
                {"ATTENTION", false, true},
-               {"IN SYNC", false, true},
+               {"SKILLS", false, true},
+               {"HEALTH", true},
+               {"KIND"},
                {"PATH", true}});
   for (const ProjectInfo& project : projects) {
     table.add({{project.record.name, Style::strong},
-               std::string(rawValue(project.record.workspaceType)),
-               fmt::format("{}", project.skillCount),
                attentionCell(project),
-               fmt::format("{}", project.health.inSync),
+               fmt::format("{}", project.skillCount),
+               healthText(project.health),
+               std::string(rawValue(project.record.workspaceType)),
                shortPath(project.record.path, session.user())});
   }
   table.write(session.out());

@@ -79,6 +79,7 @@ TEST_F(PresetsAndProjects, AProjectsSkillsGoBothWaysAndItsFilesStay) {
   std::filesystem::last_write_time(notes, ago(-1));
   EXPECT_EQ(statusOf("pdf"), "project_newer");
   EXPECT_EQ(json({"project", "list"})[0]["health"]["needsAttention"], 1);
+  EXPECT_THAT(orvanta({"project", "list"}).out, HasSubstr("1 project newer, 1 only here, 1 in sync"));
   EXPECT_EQ(orvanta({"project", "push", "site", "pdf"}).status, 2) << "nobody can be asked";
   EXPECT_EQ(orvanta({"project", "push", "site", "pdf", "--yes"}).status, 0);
   EXPECT_EQ(statusOf("pdf"), "in_sync");
