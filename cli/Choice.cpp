@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "cli/UsageError.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
 
@@ -51,6 +52,16 @@ std::vector<std::size_t> choose(const Session& session, const std::vector<std::s
     session.err().line(
         fmt::format("Type numbers from 1 to {}, or 'all'; an empty line chooses nothing.", items.size()));
   }
+}
+
+std::vector<std::size_t> chooseSome(const Session& session, const std::string& source,
+                                    const std::vector<std::string>& skills) {
+  const std::string found = fmt::format("{} holds {} skills.", source, skills.size());
+  if (!session.canAsk() || session.json()) {
+    throw UsageError(found + " Install all of them with --all, or those at --path REL….");
+  }
+  session.err().line(found);
+  return choose(session, skills, "Install which?");
 }
 
 }  // namespace orvanta::cli

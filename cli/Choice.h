@@ -20,4 +20,9 @@ std::optional<std::vector<std::size_t>> parseChoice(std::string_view answer, std
 std::vector<std::size_t> choose(const Session& session, const std::vector<std::string>& items,
                                 std::string_view question);
 
+// The same for what a source holds: "'acme/skills' holds 3 skills." Where nobody can be asked it throws a `UsageError`
+// that says so, and which options decide it.
+std::vector<std::size_t> chooseSome(const Session& session, const std::string& source,
+                                    const std::vector<std::string>& skills);
+
 }  // namespace orvanta::cli

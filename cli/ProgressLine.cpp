@@ -9,6 +9,7 @@
 namespace orvanta::cli {
 
 void ProgressLine::show(const Progress& progress) {
+  const std::lock_guard lock(mutex_);
   const auto now = Clock::now();
   if (now < due_) return;
   due_ = now + std::chrono::milliseconds(100);
@@ -17,6 +18,12 @@ void ProgressLine::show(const Progress& progress) {
   const std::string text = Text::singleLine(fmt::format("{}{} …", progress.what, count));
   terminal_->stream() << "\r\033[K" << Text::fitToWidth(text, std::max<std::size_t>(terminal_->columns(), 2) - 1)
                       << std::flush;
+}
+
+void ProgressLine::writeAbove(std::string_view text) {
+  const std::lock_guard lock(mutex_);
+  clear();
+  terminal_->line(Text::singleLine(text));
 }
 
 void ProgressLine::clear() {

@@ -4,6 +4,8 @@
 // second and is gone when the operation ends.
 
 #include <chrono>
+#include <mutex>
+#include <string_view>
 
 #include "cli/Terminal.h"
 #include "foundations/Operation.h"
@@ -18,12 +20,16 @@ class ProgressLine {
   ProgressLine& operator=(const ProgressLine&) = delete;
 
   void show(const Progress& progress);
-  void clear();
+  // A line that stays, above this one. Any thread may call.
+  void writeAbove(std::string_view text);
 
  private:
   using Clock = std::chrono::steady_clock;
 
+  void clear();
+
   const Terminal* terminal_;
+  std::mutex mutex_;
   Clock::time_point due_ = Clock::now() + std::chrono::milliseconds(500);
   bool shown_ = false;
 };

@@ -75,7 +75,7 @@ OperationContext Session::contextFor(ProgressLine& line, std::stop_token stop) c
     context.progress = [&line](const Progress& progress) { line.show(progress); };
   }
   if (options_.verbose) {
-    context.trace = [this](std::string_view command) { err_.line(Text::singleLine(command)); };
+    context.trace = [&line](std::string_view command) { line.writeAbove(command); };
   }
   return context;
 }

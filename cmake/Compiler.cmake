@@ -29,6 +29,9 @@ add_compile_options(-ffunction-sections -fdata-sections)
 if(APPLE)
   add_link_options(-Wl,-dead_strip)
 else()
+  # What is linked from archives is for the program alone: libraries loaded later, and those of the tests, bring their
+  # own OpenSSL, and two halves of two copies must not meet.
+  add_link_options(-Wl,--exclude-libs,ALL)
   add_link_options(-Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro,-z,now)
 endif()
 

@@ -38,6 +38,23 @@ if(UTF8PROC_LIBRARY MATCHES "\\.a$")
   target_compile_definitions(orvanta_utf8proc INTERFACE UTF8PROC_STATIC)
 endif()
 
+# Loaded when they are first used, because loading them at start would take four times as long as a short command: of
+# these only the headers are needed here.
+find_path(CURL_INCLUDE_DIR curl/curl.h REQUIRED)
+add_library(orvanta_curl INTERFACE)
+target_include_directories(orvanta_curl SYSTEM INTERFACE "${CURL_INCLUDE_DIR}")
+target_link_libraries(orvanta_curl INTERFACE ${CMAKE_DL_LIBS})
+
+add_library(orvanta_key_store INTERFACE)
+if(APPLE)
+  target_link_libraries(orvanta_key_store INTERFACE "-framework Security" "-framework CoreFoundation")
+else()
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(LIBSECRET REQUIRED libsecret-1)
+  target_include_directories(orvanta_key_store SYSTEM INTERFACE ${LIBSECRET_INCLUDE_DIRS})
+  target_link_libraries(orvanta_key_store INTERFACE ${CMAKE_DL_LIBS})
+endif()
+
 # Debian ships {fmt} without an archive. Its headers hold all of it, but compiled into every file they cost two seconds
 # each, so one file of ours holds the compiled part.
 find_package(fmt 9 REQUIRED)

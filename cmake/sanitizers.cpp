@@ -11,7 +11,13 @@ const char* __ubsan_default_options() { return "print_stacktrace=1"; }
 
 const char* __tsan_default_options() { return "halt_on_error=1:second_deadlock_stack=1"; }
 
-// libnss-wrapper takes its locks while it is loaded, before the thread sanitizer can see it.
-const char* __tsan_default_suppressions() { return "mutex:libnss_wrapper.so\n"; }
+// What the thread sanitizer cannot see: libnss-wrapper takes its locks while it is loaded, GLib has locks of its own.
+const char* __tsan_default_suppressions() {
+  return "mutex:libnss_wrapper.so\n"
+         "called_from_lib:libglib-2.0.so\n"
+         "called_from_lib:libgobject-2.0.so\n"
+         "called_from_lib:libgio-2.0.so\n"
+         "called_from_lib:libsecret-1.so\n";
+}
 
 }  // extern "C"

@@ -32,11 +32,7 @@ bool isFromRepository(const SkillRecord& skill, const std::string& cloneURL) {
 
 template <typename Body>
 auto GitInstallation::within(const OperationContext& context, Body body) const {
-  GitSettings settings = settings_;
-  settings.onCommand = [&](const GitCommand& command) {
-    if (context.trace) context.trace(command.commandLine + " (" + std::to_string(command.duration.count()) + " ms)");
-  };
-  const GitClient client(std::move(settings));
+  const GitClient client(settings_);
   context.report("Cloning " + source_.shortName(), 0, 0);
   return client.withCheckout(source_, context, [&](const fs::path& folder) {
     Checkout checkout{.folder = folder, .root = folder, .revision = client.headRevision(folder, context)};

@@ -38,6 +38,7 @@
 namespace orvanta {
 
 struct GitSettings;
+struct HTTPSettings;
 
 class SkillsEngine {
  public:
@@ -126,6 +127,15 @@ class SkillsEngine {
   Plan planInstall(const std::vector<std::filesystem::path>& folders, const std::optional<std::string>& name);
   Plan planInstallArchive(const std::filesystem::path& archive, const std::optional<std::string>& name,
                           const OperationContext& context);
+
+  // ── Network ──
+  // Whether the system's key store has a token; it alone holds it. False as well where there is no key store.
+  static bool hasGithubToken();
+  // White space around it does not count; one that is then empty, or none, removes it. Throws `io` when the key store
+  // refuses, with the token there as it was.
+  void setGithubToken(const std::optional<std::string>& token);
+  // Absent: whatever the system says.
+  std::optional<std::string> proxyURL();
 
   // ── Git sources ──
   // A Git source is a URL (https, http, ssh, git@), a GitHub link into a tree, or "OWNER/REPO". Throws `invalidInput`
@@ -260,7 +270,8 @@ class SkillsEngine {
  private:
   struct State;
 
-  GitSettings gitSettings();
+  GitSettings gitSettings(const OperationContext& context);
+  HTTPSettings httpSettings(const OperationContext& context);
 
   std::unique_ptr<State> state_;
 };

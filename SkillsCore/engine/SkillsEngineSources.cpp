@@ -7,24 +7,16 @@
 
 namespace orvanta {
 
-GitSettings SkillsEngine::gitSettings() {
-  const Turn turn(state_->mutex);
-  GitSettings settings;
-  settings.proxyURL = state_->library.store.setting("proxy_url");
-  settings.temp = state_->user.temp;
-  return settings;
-}
-
 GitPreview SkillsEngine::previewGit(const std::string& url, const OperationContext& context) {
   const auto known = skills();
-  return GitInstallation(gitSettings(), url).preview(known, context);
+  return GitInstallation(gitSettings(context), url).preview(known, context);
 }
 
 InstallReport SkillsEngine::installGit(const std::string& url, const GitChoice& choice,
                                        const OperationContext& context) {
   PreparedInstall prepared;
   std::vector<std::string> errors;
-  GitInstallation(gitSettings(), url).withSkills(choice, context, [&](GitInstallation::Found found) {
+  GitInstallation(gitSettings(context), url).withSkills(choice, context, [&](GitInstallation::Found found) {
     prepared = Installation::prepare(state_->paths, std::move(found.requests), context);
     errors = std::move(found.errors);
   });
@@ -36,7 +28,7 @@ InstallReport SkillsEngine::installGit(const std::string& url, const GitChoice& 
 
 Plan SkillsEngine::planInstallGit(const std::string& url, const GitChoice& choice, const OperationContext& context) {
   Plan plan;
-  GitInstallation(gitSettings(), url).withSkills(choice, context, [&](const GitInstallation::Found& found) {
+  GitInstallation(gitSettings(context), url).withSkills(choice, context, [&](const GitInstallation::Found& found) {
     const Turn turn(state_->mutex);
     plan = state_->components.installation.plan(found.requests);
     for (const auto& error : found.errors) {

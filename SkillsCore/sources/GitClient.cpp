@@ -63,7 +63,8 @@ Prepared prepare(const GitSettings& settings, const std::vector<std::string>& ar
   if (!options.remote) return result;
 
   const bool isGithub = Text::lowercase(*options.remote).find(GitSource::githubHost) != std::string::npos;
-  if (isGithub && !settings.githubToken.value_or("").empty()) environment.sendGithubToken(*settings.githubToken);
+  const auto token = isGithub && settings.githubToken ? settings.githubToken() : std::nullopt;
+  if (!token.value_or("").empty()) environment.sendGithubToken(*token);
   const auto address = environment.withoutCredentials(*options.remote);
   std::replace(words.begin(), words.end(), *options.remote, address);
   return result;

@@ -33,9 +33,10 @@ struct GitSettings {
   static std::filesystem::path installedGit();
 
   std::filesystem::path executable = installedGit();
-  std::optional<std::string> proxyURL = {};     // for http and https; none or empty: whatever the user's git uses
-  std::optional<std::string> githubToken = {};  // a personal access token, sent to GitHub only
-  std::filesystem::path temp = {};              // where checkouts go
+  std::optional<std::string> proxyURL = {};  // for http and https; none or empty: whatever the user's git uses
+  // A personal access token, sent to GitHub only; asked for by any thread, when a command talks to GitHub.
+  std::function<std::optional<std::string>()> githubToken = {};
+  std::filesystem::path temp = {};  // where checkouts go
   // Told of every command once it has ended, by the thread that ran it.
   std::function<void(const GitCommand&)> onCommand = {};
 };

@@ -4,7 +4,6 @@
 
 #include "cli/Choice.h"
 #include "cli/Format.h"
-#include "cli/UsageError.h"
 #include "cli/commands/Common.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
@@ -23,6 +22,23 @@ bool isShorthand(const std::string& url) {
   return url.find("://") == std::string::npos && GitSource::parse(url).cloneURL.find("://") != std::string::npos;
 }
 
+// Those at the paths that were given, or that the user picks; none: all.
+std::optional<std::vector<std::string>> chosenPaths(Session& session, const std::string& url,
+                                                    const SourceChoice& choice) {
+  if (!choice.paths.empty()) return choice.paths;
+  if (choice.all) return std::nullopt;
+  const GitPreview preview =
+      lookedAt(session, [&](const OperationContext& context) { return session.engine().previewGit(url, context); });
+  if (preview.skills.size() < 2) return std::nullopt;
+  std::vector<std::string> items;
+  for (const GitPreviewSkill& skill : preview.skills) items.push_back(Text::singleLine(itemFor(skill)));
+  std::vector<std::string> paths;
+  for (const std::size_t position : chooseSome(session, inQuotes(preview.originalURL), items)) {
+    paths.push_back(preview.skills[position].relativePath);
+  }
+  return paths;
+}
+
 }  // namespace
 
 bool looksLikeRepository(const std::string& word) {
@@ -34,29 +50,15 @@ bool looksLikeRepository(const std::string& word) {
   }
 }
 
-Repository repositoryNamed(Session& session, const std::string& url, const std::vector<std::string>& paths, bool all) {
+InstallSource repositoryNamed(Session& session, const std::string& url, const SourceChoice& choice) {
   if (isShorthand(url)) {
     session.note(
         fmt::format("There is no file {} here, so the repository of that name on GitHub is meant.", inQuotes(url)));
   }
-  Repository repository{url, {}};
-  if (!paths.empty()) repository.choice.relativePaths = paths;
-  if (!paths.empty() || all) return repository;
-  const GitPreview preview =
-      lookedAt(session, [&](const OperationContext& context) { return session.engine().previewGit(url, context); });
-  if (preview.skills.size() < 2) return repository;
-  const std::string found = fmt::format("{} holds {} skills.", inQuotes(preview.originalURL), preview.skills.size());
-  if (!session.canAsk() || session.json()) {
-    throw UsageError(found + " Install all of them with --all, or those at --path REL….");
-  }
-  session.err().line(found);
-  std::vector<std::string> items;
-  for (const GitPreviewSkill& skill : preview.skills) items.push_back(Text::singleLine(itemFor(skill)));
-  repository.choice.relativePaths.emplace();
-  for (const std::size_t position : choose(session, items, "Install which?")) {
-    repository.choice.relativePaths->push_back(preview.skills[position].relativePath);
-  }
-  return repository;
+  SkillsEngine& engine = session.engine();
+  const GitChoice wanted{.relativePaths = chosenPaths(session, url, choice), .name = choice.name};
+  return {.plan = [&engine, url, wanted](const auto& context) { return engine.planInstallGit(url, wanted, context); },
+          .install = [&engine, url, wanted](const auto& context) { return engine.installGit(url, wanted, context); }};
 }
 
 }  // namespace orvanta::cli

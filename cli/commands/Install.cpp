@@ -13,6 +13,7 @@
 #include "cli/commands/Common.h"
 #include "cli/commands/GitRepositories.h"
 #include "cli/commands/InstallResult.h"
+#include "cli/commands/InstallSource.h"
 #include "files/FS.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
@@ -48,10 +49,9 @@ struct Parent {
 
 struct Sources {
   std::vector<fs::path> folders;  // those of skills
-  std::vector<fs::path> archives;
-  std::vector<Repository> repositories;
+  std::vector<InstallSource> others;
 
-  [[nodiscard]] std::size_t count() const { return folders.size() + archives.size() + repositories.size(); }
+  [[nodiscard]] std::size_t count() const { return folders.size() + others.size(); }
 };
 
 bool looksLikeArchive(const fs::path& path) {
@@ -98,13 +98,8 @@ std::vector<fs::path> chosenSkills(const Session& session, const Parent& parent,
   if (parent.skills.size() == 1 || options.all) return parent.skills;
   std::vector<std::string> items;
   for (const fs::path& skill : parent.skills) items.push_back(below(skill, parent.folder));
-  const std::string found = fmt::format("{} holds {} skills.", inQuotes(parent.folder.string()), items.size());
-  if (!session.canAsk() || session.json()) {
-    throw UsageError(found + " Install all of them with --all, or those at --path REL….");
-  }
-  session.err().line(found);
   std::vector<fs::path> chosen;
-  for (const std::size_t position : choose(session, items, "Install which?")) {
+  for (const std::size_t position : chooseSome(session, inQuotes(parent.folder.string()), items)) {
     chosen.push_back(parent.skills[position]);
   }
   return chosen;
@@ -124,68 +119,61 @@ Parent parentAt(SkillsEngine& engine, const std::string& source, int depth) {
   return parent;
 }
 
+InstallSource archiveAt(SkillsEngine& engine, const fs::path& archive, const std::optional<std::string>& name) {
+  return {.plan = [=, &engine](const auto& context) { return engine.planInstallArchive(archive, name, context); },
+          .install =
+              [=, &engine](const auto& context) {
+                try {
+                  return InstallReport{.installed = {engine.installArchive(archive, name, context)}};
+                } catch (const SkillsError& error) {
+                  throw SkillsError(error.kind(), fmt::format("{}: {}", archive.filename().string(), error.message()));
+                }
+              }};
+}
+
 Sources sourcesOf(Session& session, const Options& options) {
   Sources sources;
   std::set<fs::path> taken;
+  const SourceChoice choice{.paths = options.paths, .all = options.all, .name = options.givenName()};
+  bool hasChoice = false;
   for (const std::string& source : options.sources) {
     if (FS::resolvesToDirectory(source)) {
+      hasChoice = true;
       const Parent parent = parentAt(session.engine(), source, static_cast<int>(options.depth));
       for (const fs::path& skill : chosenSkills(session, parent, options)) {
         if (taken.insert(skill).second) sources.folders.push_back(skill);
       }
     } else if (FS::resolvesToFile(source) && looksLikeArchive(source)) {
-      sources.archives.push_back(standardized(source));
+      sources.others.push_back(archiveAt(session.engine(), standardized(source), choice.name));
     } else if (!FS::exists(source) && looksLikeRepository(source)) {
-      sources.repositories.push_back(repositoryNamed(session, source, options.paths, options.all));
+      hasChoice = true;
+      sources.others.push_back(repositoryNamed(session, source, choice));
     } else {
       throwNoSource(source);
     }
   }
-  if (!options.paths.empty() && sources.folders.empty() && sources.repositories.empty()) {
+  if (!options.paths.empty() && !hasChoice) {
     throw UsageError("--path chooses among the skills of a folder or repository; an archive holds only one.");
   }
-  if (!options.name.empty() && sources.count() != 1) {
+  if (choice.name && sources.count() != 1) {
     throw UsageError("--name names one skill, and there are several. Install them without it, or one at a time.");
   }
-  for (Repository& repository : sources.repositories) repository.choice.name = options.givenName();
   return sources;
 }
 
 Plan planOf(Session& session, const Sources& sources, const Options& options) {
   SkillsEngine& engine = session.engine();
   Plan plan = sources.folders.empty() ? Plan{} : engine.planInstall(sources.folders, options.givenName());
-  for (const fs::path& archive : sources.archives) {
-    const Plan steps = session.change([&](const OperationContext& context) {
-      return engine.planInstallArchive(archive, options.givenName(), context);
-    });
-    plan.insert(plan.end(), steps.begin(), steps.end());
-  }
-  for (const Repository& repository : sources.repositories) {
-    const Plan steps = session.change([&](const OperationContext& context) {
-      return engine.planInstallGit(repository.url, repository.choice, context);
-    });
+  for (const InstallSource& source : sources.others) {
+    const Plan steps = session.change(source.plan);
     plan.insert(plan.end(), steps.begin(), steps.end());
   }
   return plan;
 }
 
-void addArchive(SkillsEngine& engine, const fs::path& archive, const Options& options, const OperationContext& context,
-                InstallReport& report) {
+void add(const InstallSource& source, const OperationContext& context, InstallReport& report) {
   try {
-    report.installed.push_back(engine.installArchive(archive, options.givenName(), context));
-  } catch (const SkillsError& error) {
-    if (context.stop.stop_requested()) {
-      report.interrupted = true;
-    } else {
-      report.errors.push_back(fmt::format("{}: {}", archive.filename().string(), error.message()));
-    }
-  }
-}
-
-void addRepository(SkillsEngine& engine, const Repository& repository, const OperationContext& context,
-                   InstallReport& report) {
-  try {
-    const InstallReport more = engine.installGit(repository.url, repository.choice, context);
+    const InstallReport more = source.install(context);
     report.installed.insert(report.installed.end(), more.installed.begin(), more.installed.end());
     report.errors.insert(report.errors.end(), more.errors.begin(), more.errors.end());
     report.interrupted = report.interrupted || more.interrupted;
@@ -208,13 +196,9 @@ InstallReport install(SkillsEngine& engine, const Sources& sources, const Option
   } else if (!sources.folders.empty()) {
     report = engine.installFolders(sources.folders, context);
   }
-  for (const fs::path& archive : sources.archives) {
+  for (const InstallSource& source : sources.others) {
     report.interrupted = report.interrupted || context.stop.stop_requested();
-    if (!report.interrupted) addArchive(engine, archive, options, context, report);
-  }
-  for (const Repository& repository : sources.repositories) {
-    report.interrupted = report.interrupted || context.stop.stop_requested();
-    if (!report.interrupted) addRepository(engine, repository, context, report);
+    if (!report.interrupted) add(source, context, report);
   }
   report.reusedIds.clear();
   for (const SkillSummary& summary : report.installed) {

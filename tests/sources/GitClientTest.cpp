@@ -24,10 +24,10 @@ using Kind = SkillsError::Kind;
 class GitClientTest : public Sandbox {
  protected:
   GitClient client(const std::string& token = "", const std::string& proxy = "") {
-    return GitClient(
-        {.proxyURL = proxy, .githubToken = token, .temp = user.temp, .onCommand = [this](const auto& command) {
-           commands += command.commandLine + "\n";
-         }});
+    return GitClient({.proxyURL = proxy,
+                      .githubToken = [token] { return token; },
+                      .temp = user.temp,
+                      .onCommand = [this](const auto& command) { commands += command.commandLine + "\n"; }});
   }
   static ParsedGitSource source(const std::string& url, const std::optional<std::string>& branch = std::nullopt) {
     return {url, url, branch, std::nullopt};

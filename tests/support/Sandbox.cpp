@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -153,6 +154,8 @@ void OtherProcess::kill() {
 Sandbox::Sandbox() : root(makeRoot()) {
   fs::create_directory(home);
   fs::create_directory(user.temp);
+  // The user's own key store is no test's business.
+  ::setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
 }
 
 Sandbox::~Sandbox() {
