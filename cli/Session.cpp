@@ -51,12 +51,15 @@ void Session::problems(const std::vector<std::string>& texts) const {
 
 std::optional<std::string> Session::ask(std::string_view question) const {
   streams_.err << question << ' ' << std::flush;
-  std::string answer;
-  if (!std::getline(streams_.in, answer)) {
-    streams_.err << '\n';
-    return std::nullopt;
-  }
-  return std::string(Text::trim(answer));
+  auto answer = readLine();
+  if (!answer) streams_.err << '\n';
+  return answer;
+}
+
+std::optional<std::string> Session::readLine() const {
+  std::string line;
+  if (!std::getline(streams_.in, line)) return std::nullopt;
+  return std::string(Text::trim(line));
 }
 
 void Session::confirm(std::string_view question) const {

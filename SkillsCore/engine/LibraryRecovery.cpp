@@ -5,6 +5,7 @@
 #include <string>
 
 #include "content/ContentHash.h"
+#include "content/SkillMetadata.h"
 #include "engine/Repair.h"
 #include "engine/Skills.h"
 #include "files/FS.h"
@@ -33,7 +34,7 @@ void healReplaced(Library& library, const fs::path& leftover) {
   if (!FS::exists(original)) return FS::renameExclusive(leftover, original);
   auto record = library.store.skillAtPath(comparablePath(original));
   if (record && record->contentHash != ContentHash::hashDirectory(original)) {
-    record = Skills(library).refreshRecordFromDisk(*record);
+    record = Skills(library).refreshRecordFromDisk(*record, SkillMetadata::parseSkillMd(leftover));
   }
   if (record) Repair(library).resyncCopyTargets(*record);
   FS::removeAny(leftover);
@@ -58,17 +59,24 @@ void healInstalling(Library& library, const fs::path& leftover) {
   FS::removeAny(leftover);
 }
 
+// Nobody checks or updates any more what a killed process left marked so.
+void healUpdating(Library& library, const fs::path& leftover) {
+  library.store.resetUnfinishedUpdates();
+  FS::removeAny(leftover);
+}
+
 void heal(Library& library, const fs::path& leftover) {
   const std::string name = leftover.filename().string();
   if (name.starts_with(kReplacingPrefix)) return healReplaced(library, leftover);
   if (name.starts_with(kRemovingPrefix)) return healRemoved(library, leftover);
-  if (!StagingFolder::isInUse(leftover)) healInstalling(library, leftover);
+  if (StagingFolder::isInUse(leftover)) return;
+  name.starts_with(kUpdatingPrefix) ? healUpdating(library, leftover) : healInstalling(library, leftover);
 }
 
 }  // namespace
 
 bool isSetAside(std::string_view name) {
-  constexpr std::array kPrefixes{StagingFolder::kPrefix, kReplacingPrefix, kRemovingPrefix};
+  constexpr std::array kPrefixes{StagingFolder::kPrefix, kReplacingPrefix, kRemovingPrefix, kUpdatingPrefix};
   return std::any_of(kPrefixes.begin(), kPrefixes.end(),
                      [&](std::string_view prefix) { return name.starts_with(prefix); });
 }

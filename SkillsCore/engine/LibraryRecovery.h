@@ -11,6 +11,8 @@ namespace orvanta {
 // gone. Skills on their way in wait in a StagingFolder.
 inline constexpr std::string_view kReplacingPrefix = ".replacing-";
 inline constexpr std::string_view kRemovingPrefix = ".removing-";
+// The name of an empty folder that stands while a process has skills marked as being checked or updated.
+inline constexpr std::string_view kUpdatingPrefix = ".updating-";
 
 // Whether a name in the skills folder is that of something that waits, and no skill's.
 bool isSetAside(std::string_view name);

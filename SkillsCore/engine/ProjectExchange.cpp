@@ -2,6 +2,7 @@
 
 #include "agents/TargetChange.h"
 #include "content/ContentHash.h"
+#include "content/SkillMetadata.h"
 #include "engine/CentralSwap.h"
 #include "engine/DeploymentIndex.h"
 #include "engine/Pairs.h"
@@ -154,6 +155,7 @@ SkillSummary ProjectExchange::push(const Workspace& workspace, const fs::path& p
   const TemporaryFolder staging(library_.user.temp, "orvanta-project-");
   const fs::path staged = staging.path() / "skill";
   FS::copySkillTree(FS::resolved(pair.own.path), staged);
+  const SkillMeta before = SkillMetadata::parseSkillMd(pair.center.centralPath);
   CentralSwap swap(staged, pair.center.centralPath);
   const SkillRecord fresh = library_.transaction([&] {
     library_.store.logAudit({.action = "project_push_to_center",
@@ -161,7 +163,7 @@ SkillSummary ProjectExchange::push(const Workspace& workspace, const fs::path& p
                              .skillName = pair.center.name,
                              .tool = pair.own.agent,
                              .detail = pair.own.path});
-    return skills_.refreshRecordFromDisk(pair.center);
+    return skills_.refreshRecordFromDisk(pair.center, before);
   });
   swap.keep();
   repair_.resyncCopyTargets(fresh);
@@ -172,10 +174,7 @@ Plan ProjectExchange::planPush(const Workspace& workspace, const fs::path& path)
   return planOrRefusal(path, [&]() -> Plan {
     const Counterparts pair = checkPush(workspace, path);
     Plan plan{stepFor(pair, std::nullopt, pair.center.centralPath)};
-    for (const auto& target : library_.store.targets(pair.center.id)) {
-      if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
-      const bool isCurrent = Repair::isCurrent(pair.center.centralPath, target, pair.own.contentHash);
-      if (isCurrent && target.status == kTargetOk) continue;
+    for (const auto& target : repair_.staleCopies(pair.center, pair.own.contentHash)) {
       PlannedStep& step = plan.emplace_back(plan.front());
       step.action = Action::replace;
       step.reason.reset();

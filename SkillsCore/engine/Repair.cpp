@@ -111,9 +111,7 @@ Plan Repair::plan() {
 void Repair::resyncCopyTargets(const SkillRecord& skill) {
   resolver_.emplace();
   const std::string hash = ContentHash::hashDirectory(skill.centralPath);
-  for (auto& target : library_.store.targets(skill.id)) {
-    if (target.mode != SyncMode::copy || target.status == kTargetDisabled) continue;
-    if (target.status == kTargetOk && isCurrent(skill.centralPath, target, hash)) continue;
+  for (auto& target : staleCopies(skill, hash)) {
     TargetChange change;
     try {
       // What a push came from has the content already.
@@ -129,6 +127,15 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
     library_.store.upsertTarget(target);
     change.keep();
   }
+}
+
+std::vector<SkillTarget> Repair::staleCopies(const SkillRecord& skill, const std::optional<std::string>& hash) {
+  auto targets = library_.store.targets(skill.id);
+  std::erase_if(targets, [&](const SkillTarget& target) {
+    if (target.mode != SyncMode::copy || target.status == kTargetDisabled) return true;
+    return target.status == kTargetOk && isCurrent(skill.centralPath, target, hash);
+  });
+  return targets;
 }
 
 TargetChange Repair::replaceCopy(const SkillRecord& skill, const SkillTarget& target) {

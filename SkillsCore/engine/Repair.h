@@ -27,6 +27,9 @@ class Repair {
   // cannot be replaced is recorded as broken.
   void resyncCopyTargets(const SkillRecord& skill);
 
+  // The copies of the skill that have another content than this, or are recorded as broken.
+  std::vector<SkillTarget> staleCopies(const SkillRecord& skill, const std::optional<std::string>& hash);
+
   // What the record says stands there, with the content that the library has now.
   static bool isCurrent(const std::filesystem::path& source, const SkillTarget& record,
                         const std::optional<std::string>& currentHash);

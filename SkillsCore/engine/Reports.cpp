@@ -21,4 +21,13 @@ std::string_view rawValue(PlannedStep::Action action) {
   return "refused";
 }
 
+ApplyReport UpdateReport::asApplied() const {
+  ApplyReport report{.deployed = static_cast<std::int64_t>(updatedIds.size()),
+                     .removed = 0,
+                     .skipped = static_cast<std::int64_t>(unchangedIds.size()),
+                     .errors = {}};
+  for (const auto& failure : failures) report.errors.push_back(failure.skillName + ": " + failure.error.message());
+  return report;
+}
+
 }  // namespace orvanta

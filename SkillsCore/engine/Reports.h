@@ -2,6 +2,7 @@
 
 // What bulk operations and plans give back to the faces.
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,6 +56,29 @@ struct ProjectExport {
 struct GitChoice {
   std::optional<std::vector<std::string>> relativePaths;  // below the source's folder; none: all skills there
   std::optional<std::string> name;                        // for one skill alone
+};
+
+// Outcome of looking for updates.
+struct UpdateCheckReport {
+  std::map<std::string, UpdateStatus> statuses;  // by skill id; of those that were checked, and those that failed
+  std::map<std::string, std::string> errors;     // by skill id
+  bool interrupted = false;                      // skills without a status were not reached
+};
+
+// Outcome of bringing updates in.
+struct UpdateReport {
+  struct Failure {
+    std::string skillId;
+    std::string skillName;
+    SkillsError error;
+  };
+  std::vector<std::string> updatedIds;
+  std::vector<std::string> unchangedIds;  // there was nothing new in them
+  std::vector<Failure> failures;
+  bool interrupted = false;
+
+  // The figures alone, updated as deployed and unchanged as skipped.
+  [[nodiscard]] ApplyReport asApplied() const;
 };
 
 // Outcome of enabling or disabling many skills. Failures read "SKILL: " and the error's text.

@@ -142,11 +142,12 @@ SkillRecord Skills::storeInstalled(const InstalledDirectory& installed, const Ar
   return *std::move(existing);
 }
 
-SkillRecord Skills::refreshRecordFromDisk(const SkillRecord& record) {
+SkillRecord Skills::refreshRecordFromDisk(const SkillRecord& record, const SkillMeta& before) {
   SkillRecord fresh = record;
   const SkillMeta meta = SkillMetadata::parseSkillMd(record.centralPath);
-  fresh.name = meta.name.value_or(record.name);
-  fresh.description = meta.description;
+  const bool isRenamed = before.name && record.name != before.name;
+  if (!isRenamed) fresh.name = meta.name.value_or(record.name);
+  if (record.description == before.description) fresh.description = meta.description;
   fresh.contentHash = ContentHash::hashDirectory(record.centralPath);
   fresh.updatedAt = nowMillis();
   library_.store.updateSkill(fresh);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "content/SkillMetadata.h"
 #include "engine/Library.h"
 #include "sources/Installer.h"
 
@@ -50,8 +51,9 @@ class Skills {
   };
   SkillRecord storeInstalled(const InstalledDirectory& installed, const Arrival& arrival);
 
-  // Name, description and fingerprint read anew from the library folder, and stored.
-  SkillRecord refreshRecordFromDisk(const SkillRecord& record);
+  // Name, description and fingerprint read anew from the library folder, and stored. What the user changed of the name
+  // and the description that the folder's earlier content gave itself (`before`) stays.
+  SkillRecord refreshRecordFromDisk(const SkillRecord& record, const SkillMeta& before);
 
  private:
   Library& library_;

@@ -11,6 +11,7 @@
 //   Tags                   names that skills share                     engine/Tags
 //   Installation           folders and archives into the library       engine/Installation
 //   Git sources            repositories into the library              engine/GitInstallation
+//   Updates                what sources have newer                     engine/UpdateChecks, UpdateFetch, Updates
 //   Deployment             links and copies in agents' folders         engine/Deployment, engine/Repair
 //   Presets                named sets of skills, applied together      engine/Presets, PresetDemand, PresetApplication
 //   Agents' folders        what lies there; import, adopt, delete      engine/AgentFolders, engine/Import
@@ -29,7 +30,9 @@
 #include <vector>
 
 #include "agents/ToolAdapters.h"
+#include "engine/IncomingUpdate.h"
 #include "engine/Reports.h"
+#include "engine/UpdateView.h"
 #include "files/Paths.h"
 #include "foundations/Models.h"
 #include "foundations/Operation.h"
@@ -144,6 +147,35 @@ class SkillsEngine {
   // Goes on past failures of single skills. Links that lead out of a skill are left behind.
   InstallReport installGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
   Plan planInstallGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
+
+  // ── Updates ──
+  // Asks the skill's source whether it has something newer, and records the answer.
+  UpdateStatus checkUpdate(const std::string& id, const OperationContext& context);
+  // The same for these skills, or all, up to `concurrency` sources at once; goes on past failures.
+  UpdateCheckReport checkUpdates(const std::optional<std::vector<std::string>>& ids, std::size_t concurrency,
+                                 const OperationContext& context);
+  // What an update would bring, with nothing changed or recorded. Throws why there is none to be had.
+  IncomingUpdate previewUpdate(const std::string& id, const OperationContext& context);
+  UpdateView viewOf(const IncomingUpdate& update, const OperationContext& context);
+  // Fetches updates of these skills without bringing them in; goes on past failures, which are recorded. Each
+  // repository is cloned once.
+  FetchedUpdates fetchUpdates(const std::vector<std::string>& ids, const OperationContext& context);
+  // The same for one skill that was installed from a folder on this disk; `invalidInput` for any other.
+  FetchedUpdates fetchReimport(const std::string& id, const OperationContext& context);
+  // Brings in what was fetched, each skill as a whole or not at all, and reports it with what could not be fetched.
+  // Changes made by hand in the library are overwritten: who must be asked is for the caller to decide.
+  UpdateReport applyUpdates(const FetchedUpdates& fetched, const OperationContext& context);
+  Plan planUpdates(const FetchedUpdates& fetched);
+  // Both in one. `refused` when changes made by hand in the library would be lost.
+  SkillSummary updateSkill(const std::string& id, const OperationContext& context);
+  SkillSummary reimportFromSource(const std::string& id, const OperationContext& context);
+  // All skills for which a check has found something newer, but those that were changed by hand.
+  ApplyReport updateAll(const OperationContext& context);
+  std::vector<std::string> idsWithUpdates();
+  // The skill no longer comes from anywhere.
+  SkillSummary detachSource(const std::string& id);
+  // The skill comes from this Git source from now on, from the folder `subpath` in it. Nothing is fetched.
+  SkillSummary relinkSource(const std::string& id, const std::string& url, const std::optional<std::string>& subpath);
 
   // ── Deployment ──
   // `force` replaces a folder that the library did not place. Returns what stands there now.
@@ -270,6 +302,8 @@ class SkillsEngine {
  private:
   struct State;
 
+  std::vector<SkillRecord> skillsWithIds(const std::vector<std::string>& ids);
+  SkillSummary bringIn(const FetchedUpdates& fetched, const OperationContext& context);
   GitSettings gitSettings(const OperationContext& context);
   HTTPSettings httpSettings(const OperationContext& context);
 

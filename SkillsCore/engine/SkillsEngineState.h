@@ -23,6 +23,7 @@
 #include "engine/Skills.h"
 #include "engine/SkillsEngine.h"
 #include "engine/Tags.h"
+#include "engine/Updates.h"
 #include "files/LibraryLock.h"
 #include "foundations/ThreadSafety.h"
 
@@ -48,6 +49,7 @@ struct Components {
         projects(library),
         projectExchange(library, skills, deployment, repair),
         projectMoves(library, deployment),
+        updates(library, skills, repair),
         audit(library) {}
 
   AgentSettings agents;
@@ -65,6 +67,7 @@ struct Components {
   Projects projects;
   ProjectExchange projectExchange;
   ProjectSkillMoves projectMoves;
+  Updates updates;
   AuditLog audit;
 };
 
@@ -87,6 +90,7 @@ inline const Paths& withDirectories(const Paths& paths) {
 
 struct SkillsEngine::State {
   class ChangeTurn;
+  class UpdateMarks;
 
   State(const Paths& libraryPaths, const UserFolders& userFolders)
       : paths(libraryPaths),

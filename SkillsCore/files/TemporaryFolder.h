@@ -21,7 +21,10 @@ class TemporaryFolder {
  public:
   TemporaryFolder(const std::filesystem::path& root, std::string_view prefix) : path_(FS::makeTempDir(root, prefix)) {}
   TemporaryFolder(TemporaryFolder&& other) noexcept : path_(std::exchange(other.path_, {})) {}
-  TemporaryFolder& operator=(TemporaryFolder&&) = delete;
+  TemporaryFolder& operator=(TemporaryFolder&& other) noexcept {
+    std::swap(path_, other.path_);
+    return *this;
+  }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   ~TemporaryFolder();

@@ -1,6 +1,7 @@
 #pragma once
 
-// Work over many independent items on all cores. Used for reading and copying skill folders, never for the database.
+// Work over many independent items, on all cores or on as many threads as may wait for the network at once. Used for
+// folders and requests, never for the database.
 
 #include <algorithm>
 #include <atomic>
@@ -13,9 +14,9 @@
 
 namespace orvanta {
 
-// Calls work(i) once for every i below `count`, in rising order of start, on up to one thread per core, and returns
-// when all are done. Items are independent; the first exception stops the handing out of items and is rethrown.
-inline void parallelFor(std::size_t count, const std::function<void(std::size_t)>& work) {
+// Calls work(i) once for every i below `count`, in rising order of start, on up to `threads` threads, and returns when
+// all are done. Items are independent; the first exception stops the handing out of items and is rethrown.
+inline void parallelFor(std::size_t count, const std::function<void(std::size_t)>& work, std::size_t threads) {
   std::atomic<std::size_t> next{0};
   std::exception_ptr failure;
   std::mutex failureMutex;
@@ -31,12 +32,16 @@ inline void parallelFor(std::size_t count, const std::function<void(std::size_t)
     }
   };
   {
-    const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
     std::vector<std::jthread> helpers;
-    for (std::size_t i = 1; i < std::min(cores, count); ++i) helpers.emplace_back(drain);
+    for (std::size_t i = 1; i < std::min(threads, count); ++i) helpers.emplace_back(drain);
     drain();
   }
   if (failure) std::rethrow_exception(failure);
+}
+
+// On one thread per core.
+inline void parallelFor(std::size_t count, const std::function<void(std::size_t)>& work) {
+  parallelFor(count, work, std::max(1U, std::thread::hardware_concurrency()));
 }
 
 }  // namespace orvanta

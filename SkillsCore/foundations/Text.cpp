@@ -8,6 +8,7 @@
 #include <numeric>
 #include <utility>
 
+#include <fmt/format.h>
 #include <utf8proc.h>
 
 namespace orvanta::Text {
@@ -140,6 +141,12 @@ bool isDirectionControl(char32_t codePoint) {
          (codePoint >= 0x202A && codePoint <= 0x202E) || (codePoint >= 0x2066 && codePoint <= 0x2069);
 }
 
+bool isHidden(char32_t codePoint) {
+  const auto within = [&](char32_t first, char32_t last) { return codePoint >= first && codePoint <= last; };
+  return isDirectionControl(codePoint) || codePoint == 0x00AD || codePoint == 0x200B || codePoint == 0xFEFF ||
+         within(0x2060, 0x2064) || within(0x206A, 0x206F) || within(0xE0000, 0xE0FFF);
+}
+
 bool isValidUTF8(std::string_view text) {
   text.remove_prefix(leadingASCII(text));
   while (!text.empty()) {
@@ -268,6 +275,21 @@ std::string singleLine(std::string_view text) {
       line.append(rest.substr(0, character.length));
     }
     rest.remove_prefix(character.length);
+  }
+  return line;
+}
+
+std::string revealed(std::string_view text) {
+  std::string line;
+  while (!text.empty()) {
+    const Character character = firstCharacter(text);
+    const char32_t codePoint = character.codePoint;
+    if (codePoint != '\t' && (isControl(codePoint) || isHidden(codePoint))) {
+      line += fmt::format("<U+{:04X}>", static_cast<std::uint32_t>(codePoint));
+    } else {
+      appendCharacter(line, codePoint);
+    }
+    text.remove_prefix(character.length);
   }
   return line;
 }

@@ -33,6 +33,9 @@ void appendCharacter(std::string& text, char32_t codePoint);
 // A character that changes the direction in which its neighbours are shown, and so can disguise a name.
 [[nodiscard]] bool isDirectionControl(char32_t codePoint);
 
+// A character that nobody sees but a program reads: of no width, or one that changes the direction of its neighbours.
+[[nodiscard]] bool isHidden(char32_t codePoint);
+
 [[nodiscard]] bool isValidUTF8(std::string_view text);
 
 // The text with every invalid sequence replaced by U+FFFD; valid text is returned as it is.
@@ -65,6 +68,10 @@ void appendCharacter(std::string& text, char32_t codePoint);
 // The text made safe for one line of a terminal: control characters (line breaks, escapes) become spaces,
 // direction overrides disappear, invalid UTF-8 is repaired.
 [[nodiscard]] std::string singleLine(std::string_view text);
+
+// The text made safe for one line of a terminal with nothing left out: tabs stay, other control characters and hidden
+// ones are shown by their numbers ("<U+202E>"), invalid UTF-8 is repaired.
+[[nodiscard]] std::string revealed(std::string_view text);
 
 // The text with the user names and passwords of the web addresses in it hidden: "https://***@host/path". Whatever may
 // hold an address goes through here before it is shown, logged or thrown.

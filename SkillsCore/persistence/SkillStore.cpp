@@ -167,6 +167,12 @@ void SkillStore::setUpdateStatus(const std::string& id, const UpdateCheck& check
   connection_.run(sql + " WHERE id = ?", params);
 }
 
+void SkillStore::resetUnfinishedUpdates() {
+  connection_.run(
+      "UPDATE skills SET update_status = ? WHERE update_status IN (?, ?)",
+      {rawValue(UpdateStatus::unknown), rawValue(UpdateStatus::checking), rawValue(UpdateStatus::updating)});
+}
+
 std::vector<SkillTarget> SkillStore::allTargets() { return connection_.query(kSelectTargets, {}, readTarget); }
 
 void SkillStore::forEachTarget(const std::vector<std::string>& skillIds,

@@ -77,6 +77,8 @@ class SkillStore {
     std::optional<std::int64_t> checkedAt;
   };
   void setUpdateStatus(const std::string& id, const UpdateCheck& check);
+  // Skills that are marked as being checked or updated become unknown.
+  void resetUnfinishedUpdates();
 
   // ── Deployments ──
   std::vector<SkillTarget> allTargets();

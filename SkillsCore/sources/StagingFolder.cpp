@@ -27,7 +27,8 @@ UniqueFd openForLock(const fs::path& folder) {
 
 }  // namespace
 
-StagingFolder::StagingFolder(const fs::path& skillsFolder) : path_(skillsFolder / (std::string(kPrefix) + newUuid())) {
+StagingFolder::StagingFolder(const fs::path& skillsFolder, std::string_view prefix)
+    : path_(skillsFolder / (std::string(prefix) + newUuid())) {
   // Another process that heals the library may take the folder for a leftover until it is locked; it is then made anew.
   constexpr int kAttempts = 5;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {

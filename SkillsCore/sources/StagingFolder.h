@@ -25,8 +25,8 @@ class StagingFolder {
     FS::Identity identity;
   };
 
-  // Makes ".installing-UUID" in the library's skills folder. Throws `io`.
-  explicit StagingFolder(const std::filesystem::path& skillsFolder);
+  // Makes "PREFIX UUID" in the library's skills folder. Throws `io`.
+  explicit StagingFolder(const std::filesystem::path& skillsFolder, std::string_view prefix = kPrefix);
   ~StagingFolder();
   StagingFolder(const StagingFolder&) = delete;
   StagingFolder& operator=(const StagingFolder&) = delete;

@@ -71,8 +71,10 @@ const Setting& settingCalled(const std::string& key) {
       fmt::format("There is no setting {}. The settings are: {}.", inQuotes(key), Text::join(keys, ", ")));
 }
 
+// As it may be shown: without the user name and password in an address.
 std::string valueOf(Session& session, const Setting& setting) {
-  return session.engine().setting(std::string(setting.key)).value_or(std::string(setting.fallback));
+  return Text::maskCredentials(
+      session.engine().setting(std::string(setting.key)).value_or(std::string(setting.fallback)));
 }
 
 Json asJson(const Setting& setting, const std::string& value) {

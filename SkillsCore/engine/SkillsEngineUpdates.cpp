@@ -1,0 +1,188 @@
+// Updates, as the engine offers them. No turn is held while a source is waited for; skills are marked meanwhile as
+// being checked or updated, and a folder in the library tells a later start that this process was there to take the
+// marks off.
+
+#include "engine/LibraryRecovery.h"
+#include "engine/SkillsEngineState.h"
+#include "engine/UpdateChecks.h"
+#include "engine/UpdateFetch.h"
+#include "foundations/SkillsError.h"
+#include "sources/StagingFolder.h"
+
+namespace orvanta {
+
+// The marks of one operation; those that are not settled go back to what they were.
+class SkillsEngine::State::UpdateMarks {
+ public:
+  UpdateMarks(State& state, const std::vector<std::string>& ids, UpdateStatus status)
+      : state_(state), presence_(state.paths.skills(), kUpdatingPrefix) {
+    const ChangeTurn turn(state_);
+    before_ = state_.components.updates.mark(ids, status);
+  }
+  ~UpdateMarks() {
+    try {
+      if (before_.empty()) return;
+      const ChangeTurn turn(state_);
+      state_.components.updates.restore(before_);
+    } catch (const SkillsError&) {
+      return;  // the library cannot be changed just now; a check of these skills will
+    }
+  }
+  UpdateMarks(const UpdateMarks&) = delete;
+  UpdateMarks& operator=(const UpdateMarks&) = delete;
+
+  // Its status has been recorded anew. For one thread at a time.
+  void settle(const std::string& id) { before_.erase(id); }
+
+ private:
+  State& state_;
+  const StagingFolder presence_;
+  Updates::Statuses before_;
+};
+
+UpdateStatus SkillsEngine::checkUpdate(const std::string& id, const OperationContext& context) {
+  const auto report = checkUpdates({{id}}, 1, context);
+  const auto status = report.statuses.find(id);
+  if (status == report.statuses.end()) throw SkillsError::refused("The check was stopped");
+  return status->second;
+}
+
+UpdateCheckReport SkillsEngine::checkUpdates(const std::optional<std::vector<std::string>>& ids,
+                                             std::size_t concurrency, const OperationContext& context) {
+  const auto chosen = ids ? skillsWithIds(*ids) : skills();
+  const UpdateChecks checks(chosen);
+  State::UpdateMarks marks(*state_, checks.remoteIds(), UpdateStatus::checking);
+  UpdateCheckReport report;
+  checks.run(gitSettings(context), concurrency, context, [&](const std::vector<CheckOutcome>& outcomes) {
+    const State::ChangeTurn turn(*state_);
+    state_->components.updates.record(outcomes, report);
+    for (const auto& outcome : outcomes) marks.settle(outcome.skillId);
+  });
+  report.interrupted = context.stop.stop_requested();
+  return report;
+}
+
+IncomingUpdate SkillsEngine::previewUpdate(const std::string& id, const OperationContext& context) {
+  auto fetched = UpdateFetch(state_->paths, gitSettings(context)).fetch(skillsWithIds({id}), context);
+  if (!fetched.failures.empty()) throw fetched.failures.begin()->second.error;
+  if (fetched.updates.empty()) throw SkillsError::refused("Stopped on request. Nothing was changed.");
+  return std::move(fetched.updates.front());
+}
+
+UpdateView SkillsEngine::viewOf(const IncomingUpdate& update, const OperationContext& context) {
+  UpdateView view{.changes = update.changes(), .findings = {}, .diff = {}};
+  view.findings = findingsIn(view.changes);
+  view.diff = unifiedDiff(view.changes, gitSettings(context), context);
+  return view;
+}
+
+FetchedUpdates SkillsEngine::fetchUpdates(const std::vector<std::string>& ids, const OperationContext& context) {
+  const auto chosen = skillsWithIds(ids);
+  State::UpdateMarks marks(*state_, ids, UpdateStatus::updating);
+  FetchedUpdates fetched = UpdateFetch(state_->paths, gitSettings(context)).fetch(chosen, context);
+  if (fetched.failures.empty()) return fetched;
+  const State::ChangeTurn turn(*state_);
+  for (const auto& [id, failure] : fetched.failures) {
+    state_->components.updates.recordFailure(id, failure);
+    marks.settle(id);
+  }
+  return fetched;
+}
+
+FetchedUpdates SkillsEngine::fetchReimport(const std::string& id, const OperationContext& context) {
+  const SkillRecord skill = skillsWithIds({id}).front();
+  if (skill.sourceType != SourceType::local && skill.sourceType != SourceType::imported) {
+    throw SkillsError::invalidInput("'" + skill.name + "' has no source directory");
+  }
+  return fetchUpdates({id}, context);
+}
+
+UpdateReport SkillsEngine::applyUpdates(const FetchedUpdates& fetched, const OperationContext& context) {
+  UpdateReport report;
+  for (const auto& [id, failure] : fetched.failures) report.failures.push_back({id, failure.skillName, failure.error});
+  report.interrupted = fetched.interrupted;
+  std::size_t done = 0;
+  for (const auto& update : fetched.updates) {
+    report.interrupted = report.interrupted || context.stop.stop_requested();
+    if (report.interrupted) break;
+    const SkillRecord& skill = update.skill();
+    const State::ChangeTurn turn(*state_);
+    try {
+      const bool isNew = state_->components.updates.bringIn(update);
+      (isNew ? report.updatedIds : report.unchangedIds).push_back(skill.id);
+    } catch (const SkillsError& error) {
+      state_->components.updates.recordFailure(skill.id, {.skillName = skill.name, .error = error});
+      report.failures.push_back({skill.id, skill.name, error});
+    }
+    context.report("Updating", ++done, fetched.updates.size());
+  }
+  return report;
+}
+
+Plan SkillsEngine::planUpdates(const FetchedUpdates& fetched) {
+  Plan plan;
+  const Turn turn(state_->mutex);
+  for (const auto& update : fetched.updates) {
+    const Plan steps = state_->components.updates.plan(update);
+    plan.insert(plan.end(), steps.begin(), steps.end());
+  }
+  for (const auto& [id, failure] : fetched.failures) {
+    plan.push_back({.action = PlannedStep::Action::refused,
+                    .skillName = failure.skillName,
+                    .skillId = id,
+                    .tool = {},
+                    .path = {},
+                    .reason = failure.error.message()});
+  }
+  return plan;
+}
+
+SkillSummary SkillsEngine::updateSkill(const std::string& id, const OperationContext& context) {
+  return bringIn(fetchUpdates({id}, context), context);
+}
+
+SkillSummary SkillsEngine::reimportFromSource(const std::string& id, const OperationContext& context) {
+  return bringIn(fetchReimport(id, context), context);
+}
+
+SkillSummary SkillsEngine::bringIn(const FetchedUpdates& fetched, const OperationContext& context) {
+  for (const auto& update : fetched.updates) refuseLostEdits(update);
+  const UpdateReport report = applyUpdates(fetched, context);
+  if (!report.failures.empty()) throw report.failures.front().error;
+  if (report.interrupted) throw SkillsError::refused("Stopped on request. Nothing was changed.");
+  return summary(fetched.updates.front().skill().id);
+}
+
+ApplyReport SkillsEngine::updateAll(const OperationContext& context) {
+  FetchedUpdates fetched = fetchUpdates(idsWithUpdates(), context);
+  fetched.withholdLostEdits();
+  return applyUpdates(fetched, context).asApplied();
+}
+
+std::vector<std::string> SkillsEngine::idsWithUpdates() {
+  std::vector<std::string> ids;
+  for (const auto& skill : skills()) {
+    if (skill.updateStatus == UpdateStatus::available) ids.push_back(skill.id);
+  }
+  return ids;
+}
+
+std::vector<SkillRecord> SkillsEngine::skillsWithIds(const std::vector<std::string>& ids) {
+  const Turn turn(state_->mutex);
+  std::vector<SkillRecord> records;
+  for (const auto& id : ids) records.push_back(state_->components.skills.require(id));
+  return records;
+}
+
+SkillSummary SkillsEngine::detachSource(const std::string& id) {
+  const State::ChangeTurn turn(*state_);
+  return state_->components.updates.detach(id);
+}
+
+SkillSummary SkillsEngine::relinkSource(const std::string& id, const std::string& url,
+                                        const std::optional<std::string>& subpath) {
+  const State::ChangeTurn turn(*state_);
+  return state_->components.updates.relink(id, url, subpath);
+}
+
+}  // namespace orvanta
