@@ -24,10 +24,10 @@ class Unechoed {
     termios quiet = previous_;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     quiet.c_lflag |= ECHONL;
-    ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
   }
   ~Unechoed() {
-    ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &previous_);
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &previous_);
     ::pthread_sigmask(SIG_SETMASK, &previousMask_, nullptr);
   }
   Unechoed(const Unechoed&) = delete;
@@ -59,8 +59,8 @@ class Unechoed {
 
 std::optional<std::string> askSecret(const Session& session, std::string_view question) {
   if (!session.canAsk()) return session.readLine();
-  session.err().stream() << question << ' ' << std::flush;
   const Unechoed unechoed;
+  session.err().stream() << question << ' ' << std::flush;
   Unechoed::wait();
   return Unechoed::signalWaits() ? std::nullopt : session.readLine();
 }

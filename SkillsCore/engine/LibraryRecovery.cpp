@@ -5,7 +5,6 @@
 #include <string>
 
 #include "content/ContentHash.h"
-#include "content/SkillMetadata.h"
 #include "engine/Repair.h"
 #include "engine/Skills.h"
 #include "files/FS.h"
@@ -34,7 +33,7 @@ void healReplaced(Library& library, const fs::path& leftover) {
   if (!FS::exists(original)) return FS::renameExclusive(leftover, original);
   auto record = library.store.skillAtPath(comparablePath(original));
   if (record && record->contentHash != ContentHash::hashDirectory(original)) {
-    record = Skills(library).refreshRecordFromDisk(*record, SkillMetadata::parseSkillMd(leftover));
+    record = Skills(library).refreshRecordFromDisk(*record, Skills::metadataBefore(*record, leftover));
   }
   if (record) Repair(library).resyncCopyTargets(*record);
   FS::removeAny(leftover);

@@ -2,7 +2,6 @@
 
 #include "agents/TargetChange.h"
 #include "content/ContentHash.h"
-#include "content/SkillMetadata.h"
 #include "engine/CentralSwap.h"
 #include "engine/DeploymentIndex.h"
 #include "engine/Pairs.h"
@@ -155,7 +154,7 @@ SkillSummary ProjectExchange::push(const Workspace& workspace, const fs::path& p
   const TemporaryFolder staging(library_.user.temp, "orvanta-project-");
   const fs::path staged = staging.path() / "skill";
   FS::copySkillTree(FS::resolved(pair.own.path), staged);
-  const SkillMeta before = SkillMetadata::parseSkillMd(pair.center.centralPath);
+  const SkillMeta before = Skills::metadataBefore(pair.center, pair.center.centralPath);
   CentralSwap swap(staged, pair.center.centralPath);
   const SkillRecord fresh = library_.transaction([&] {
     library_.store.logAudit({.action = "project_push_to_center",

@@ -12,7 +12,7 @@ namespace orvanta {
 namespace fs = std::filesystem;
 
 void refuseRepository(const fs::path& folder, const std::string& advice) {
-  if (FS::kind(folder) == FS::Kind::symlink) return;
+  if (FS::kind(folder) != FS::Kind::directory) return;
   const UniqueFd fd = openFolder(folder);
   const auto entries = listTree(fd.get(), folder, [](std::string_view) { return false; });
   const auto repository = std::find_if(entries.begin(), entries.end(), [](const TreeEntry& entry) {

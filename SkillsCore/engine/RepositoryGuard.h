@@ -9,7 +9,7 @@
 namespace orvanta {
 
 // Throws `refused` when the folder, or one below it, holds a Git repository; `advice` says what to do then. Links are
-// not looked into: when one is replaced, nothing of what it points to is lost.
+// not looked into: when one is replaced, nothing of what it points to is lost. Nothing is wrong with no folder.
 void refuseRepository(const std::filesystem::path& folder, const std::string& advice);
 
 }  // namespace orvanta

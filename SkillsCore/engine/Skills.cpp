@@ -142,6 +142,12 @@ SkillRecord Skills::storeInstalled(const InstalledDirectory& installed, const Ar
   return *std::move(existing);
 }
 
+SkillMeta Skills::metadataBefore(const SkillRecord& record, const fs::path& folder) {
+  const bool isAsRecorded = FS::resolvesToDirectory(folder) && ContentHash::hashDirectory(folder) == record.contentHash;
+  return isAsRecorded ? SkillMetadata::parseSkillMd(folder)
+                      : SkillMeta{.name = record.name, .description = record.description};
+}
+
 SkillRecord Skills::refreshRecordFromDisk(const SkillRecord& record, const SkillMeta& before) {
   SkillRecord fresh = record;
   const SkillMeta meta = SkillMetadata::parseSkillMd(record.centralPath);

@@ -51,8 +51,11 @@ class Skills {
   };
   SkillRecord storeInstalled(const InstalledDirectory& installed, const Arrival& arrival);
 
-  // Name, description and fingerprint read anew from the library folder, and stored. What the user changed of the name
-  // and the description that the folder's earlier content gave itself (`before`) stays.
+  // What a skill that is about to get new content says of itself in `folder`, which holds its old content. Where that
+  // was changed by hand, or is gone, its record speaks for it.
+  static SkillMeta metadataBefore(const SkillRecord& record, const std::filesystem::path& folder);
+  // Name, description and fingerprint read anew from the library folder, and stored. Where the record differed from the
+  // metadata `before`, the user changed it, and it stays.
   SkillRecord refreshRecordFromDisk(const SkillRecord& record, const SkillMeta& before);
 
  private:

@@ -4,7 +4,6 @@
 #include <filesystem>
 
 #include "content/ContentHash.h"
-#include "content/SkillMetadata.h"
 #include "engine/CentralSwap.h"
 #include "engine/PlanOrRefusal.h"
 #include "engine/RepositoryGuard.h"
@@ -103,7 +102,7 @@ bool Updates::bringIn(const IncomingUpdate& update) {
     return false;
   }
   refuseRepository(record.centralPath, kRepositoryAdvice);
-  const SkillMeta before = SkillMetadata::parseSkillMd(record.centralPath);
+  const SkillMeta before = Skills::metadataBefore(record, record.centralPath);
   CentralSwap swap(update.folder(), record.centralPath);
   const SkillRecord fresh = library_.transaction([&] {
     SkillRecord refreshed = skills_.refreshRecordFromDisk(record, before);

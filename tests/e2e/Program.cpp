@@ -95,19 +95,22 @@ Json Program::json(Words words) {
   return Json::parse(outcome.out, nullptr, false);
 }
 
-Program::Outcome Program::onTerminal(const Words& words, const std::string& typed) const {
+Program::Outcome Program::onTerminal(const Words& words, const std::string& typed, const std::string& awaited) const {
   winsize size{};
   size.ws_col = 80;
   int terminal = -1;
   const pid_t id = ::forkpty(&terminal, nullptr, nullptr, &size);
   if (id == 0) execute(words);
-  EXPECT_EQ(::write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
   // What was written last may be on its way still when the terminal's other end is closed, and then be lost: it is kept
   // open, and read until the program has ended and nothing more comes.
   const UniqueFd otherEnd(::open(::ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC));
   Outcome outcome;
   std::array<char, 4096> buffer{};
-  for (bool ended = false; !ended || isReadable(terminal);) {
+  for (bool ended = false, isTyped = false; !ended || isReadable(terminal);) {
+    if (!isTyped && outcome.out.find(awaited) != std::string::npos) {
+      EXPECT_EQ(::write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+      isTyped = true;
+    }
     ended = hasEnded(id);
     if (!isReadable(terminal)) continue;
     const ssize_t count = ::read(terminal, buffer.data(), buffer.size());

@@ -29,8 +29,9 @@ class Program : public Sandbox {
   Outcome orvanta(const Words& words);
   // The result under --json of a run that must succeed.
   Json json(Words words);
-  // All three streams are one terminal of 80 columns, on which this is typed; `out` is what it shows.
-  Outcome onTerminal(const Words& words, const std::string& typed) const;
+  // All three streams are one terminal of 80 columns, on which this is typed, once it shows `awaited`; `out` is what it
+  // shows.
+  Outcome onTerminal(const Words& words, const std::string& typed, const std::string& awaited = "") const;
 
   // A run that goes on meanwhile.
   struct Running {
