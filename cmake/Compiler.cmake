@@ -30,8 +30,11 @@ if(APPLE)
   add_link_options(-Wl,-dead_strip)
 else()
   # What is linked from archives is for the program alone: libraries loaded later, and those of the tests, bring their
-  # own OpenSSL, and two halves of two copies must not meet.
-  add_link_options(-Wl,--exclude-libs,ALL)
+  # own OpenSSL, and two halves of two copies must not meet. A sanitizer's runtime is an archive as well, whose malloc
+  # all libraries must use.
+  if(NOT ORVANTA_SANITIZERS)
+    add_link_options(-Wl,--exclude-libs,ALL)
+  endif()
   add_link_options(-Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro,-z,now)
 endif()
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
 #include "content/SkillMetadata.h"
 #include "files/FS.h"
@@ -108,6 +109,12 @@ std::vector<LocalSkillDir> Scanner::listSkillDirs(const fs::path& root, bool rec
 std::vector<fs::path> FS::findSkillDirs(const fs::path& root, int maxDepth, const std::set<std::string>& skipNames,
                                         const fs::path& boundary) {
   return SkillSearch(maxDepth, skipNames, boundary).run(standardized(root));
+}
+
+std::vector<fs::path> FS::skillsIn(const fs::path& folder) {
+  if (SkillMetadata::isValidSkillDir(folder)) return {folder};
+  // What was unpacked or fetched is as deep as its longest path, no deeper.
+  return findSkillDirs(folder, std::numeric_limits<int>::max(), {".git"});
 }
 
 bool FS::resolvesInside(const fs::path& path, const fs::path& boundary) {

@@ -42,6 +42,10 @@ std::vector<std::filesystem::path> findSkillDirs(const std::filesystem::path& ro
                                                  const std::set<std::string>& skipNames,
                                                  const std::filesystem::path& boundary = "/");
 
+// The skills in a folder that is to hold one: the folder itself where it is a skill, whatever lies below it; else all
+// skill folders below it.
+std::vector<std::filesystem::path> skillsIn(const std::filesystem::path& folder);
+
 // Whether `path` is `boundary` or lies below it once the links in both are resolved.
 [[nodiscard]] bool resolvesInside(const std::filesystem::path& path, const std::filesystem::path& boundary);
 

@@ -11,6 +11,7 @@
 //   Tags                   names that skills share                     engine/Tags
 //   Installation           folders and archives into the library       engine/Installation
 //   Git sources            repositories into the library              engine/GitInstallation
+//   Sites                  skills that web sites publish              engine/SiteInstallation
 //   Updates                what sources have newer                     engine/UpdateChecks, UpdateFetch, Updates
 //   Deployment             links and copies in agents' folders         engine/Deployment, engine/Repair
 //   Presets                named sets of skills, applied together      engine/Presets, PresetDemand, PresetApplication
@@ -37,6 +38,7 @@
 #include "foundations/Models.h"
 #include "foundations/Operation.h"
 #include "platform/Host.h"
+#include "sources/WellKnownIndex.h"
 
 namespace orvanta {
 
@@ -147,6 +149,16 @@ class SkillsEngine {
   // Goes on past failures of single skills. Links that lead out of a skill are left behind.
   InstallReport installGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
   Plan planInstallGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
+
+  // ── Sites ──
+  // The skills that a web site publishes. Throws `invalidInput` for what is no bare domain, `notFound` for a site that
+  // publishes none, `network` when it cannot be reached or read.
+  WellKnownIndex fetchWellKnown(const std::string& domain, const OperationContext& context);
+  // Goes on past failures of single skills; `name` is for one skill alone.
+  InstallReport installWellKnown(const WellKnownIndex& index, const std::vector<WellKnownIndex::Entry>& entries,
+                                 const std::optional<std::string>& name, const OperationContext& context);
+  Plan planInstallWellKnown(const WellKnownIndex& index, const std::vector<WellKnownIndex::Entry>& entries,
+                            const std::optional<std::string>& name, const OperationContext& context);
 
   // ── Updates ──
   // Asks the skill's source whether it has something newer, and records the answer.

@@ -1,7 +1,5 @@
 // The archive half of installation: unpack, find the one skill, name it.
 
-#include <limits>
-
 #include "content/Scanner.h"
 #include "content/SkillMetadata.h"
 #include "engine/Installation.h"
@@ -16,9 +14,7 @@ namespace fs = std::filesystem;
 namespace {
 
 fs::path onlySkillBelow(const fs::path& folder) {
-  if (SkillMetadata::isValidSkillDir(folder)) return folder;
-  // An archive's depth is bounded by the length of its paths.
-  const auto skills = FS::findSkillDirs(folder, std::numeric_limits<int>::max(), {".git"});
+  const auto skills = FS::skillsIn(folder);
   if (skills.empty()) throw SkillsError::invalidInput("Archive does not contain a SKILL.md");
   if (skills.size() > 1) {
     throw SkillsError::invalidInput("Archive contains " + std::to_string(skills.size()) +

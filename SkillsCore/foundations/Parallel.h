@@ -1,7 +1,7 @@
 #pragma once
 
-// Work over many independent items, on all cores or on as many threads as may wait for the network at once. Used for
-// folders and requests, never for the database.
+// Work over many independent items on all cores. Used for reading and copying skill folders, never for the database.
+// Where threads mostly wait, as for a server, there may be more of them than cores.
 
 #include <algorithm>
 #include <atomic>
@@ -14,9 +14,12 @@
 
 namespace orvanta {
 
+inline std::size_t coreCount() { return std::max(1U, std::thread::hardware_concurrency()); }
+
 // Calls work(i) once for every i below `count`, in rising order of start, on up to `threads` threads, and returns when
 // all are done. Items are independent; the first exception stops the handing out of items and is rethrown.
-inline void parallelFor(std::size_t count, const std::function<void(std::size_t)>& work, std::size_t threads) {
+inline void parallelFor(std::size_t count, const std::function<void(std::size_t)>& work,
+                        std::size_t threads = coreCount()) {
   std::atomic<std::size_t> next{0};
   std::exception_ptr failure;
   std::mutex failureMutex;
@@ -37,11 +40,6 @@ inline void parallelFor(std::size_t count, const std::function<void(std::size_t)
     drain();
   }
   if (failure) std::rethrow_exception(failure);
-}
-
-// On one thread per core.
-inline void parallelFor(std::size_t count, const std::function<void(std::size_t)>& work) {
-  parallelFor(count, work, std::max(1U, std::thread::hardware_concurrency()));
 }
 
 }  // namespace orvanta

@@ -45,6 +45,11 @@ CurlLibrary::CurlLibrary() {
   library.find(multiInfoRead, "curl_multi_info_read");
   library.find(slistAppend, "curl_slist_append");
   library.find(slistFreeAll, "curl_slist_free_all");
+  library.find(urlInit, "curl_url");
+  library.find(urlCleanup, "curl_url_cleanup");
+  library.find(urlGet, "curl_url_get");
+  library.find(urlSet, "curl_url_set");
+  library.find(free, "curl_free");
   if (globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw SkillsError::network("Cannot initialise libcurl.");
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
-// libcurl as the HTTP client calls it: its functions, looked up in the system's library, and owners of its handles.
+// libcurl as the HTTP client and the reader of addresses call it: its functions, looked up in the system's library, and
+// owners of its handles.
 
 #include <memory>
 
@@ -27,6 +28,11 @@ struct CurlLibrary {
   decltype(&curl_multi_info_read) multiInfoRead;
   decltype(&curl_slist_append) slistAppend;
   decltype(&curl_slist_free_all) slistFreeAll;
+  decltype(&curl_url) urlInit;
+  decltype(&curl_url_cleanup) urlCleanup;
+  decltype(&curl_url_get) urlGet;
+  decltype(&curl_url_set) urlSet;
+  decltype(&curl_free) free;
 
  private:
   CurlLibrary();
@@ -43,8 +49,17 @@ struct CurlListDeleter {
   void operator()(curl_slist* list) const { CurlLibrary::get().slistFreeAll(list); }
 };
 
+struct CurlURLDeleter {
+  void operator()(CURLU* url) const { CurlLibrary::get().urlCleanup(url); }
+};
+struct CurlTextDeleter {
+  void operator()(char* text) const { CurlLibrary::get().free(text); }
+};
+
 using CurlEasy = std::unique_ptr<CURL, CurlEasyDeleter>;
 using CurlMulti = std::unique_ptr<CURLM, CurlMultiDeleter>;
 using CurlList = std::unique_ptr<curl_slist, CurlListDeleter>;
+using CurlURL = std::unique_ptr<CURLU, CurlURLDeleter>;
+using CurlText = std::unique_ptr<char, CurlTextDeleter>;
 
 }  // namespace orvanta

@@ -19,6 +19,7 @@
 #include "platform/CurlLibrary.h"
 #include "platform/Host.h"
 #include "platform/UniqueFd.h"
+#include "platform/WebAddress.h"
 
 namespace orvanta {
 
@@ -36,10 +37,13 @@ constexpr std::uint64_t movingBytes = std::uint64_t{64} << 10;
 
 std::string shown(const std::string& url) { return Text::singleLine(Text::maskCredentials(url)); }
 
-// Throws the error every failed request ends with; `what` has no full stop, `advice` is a sentence or two.
+// The text every failed request ends with; `what` has no full stop, `advice` is a sentence or two.
+std::string failureText(const std::string& url, std::string_view what, std::string_view advice) {
+  return fmt::format("Could not load {}: {}. {}", shown(url), Text::singleLine(Text::maskCredentials(what)), advice);
+}
+
 [[noreturn]] void fail(const std::string& url, std::string_view what, std::string_view advice) {
-  throw SkillsError::network(
-      fmt::format("Could not load {}: {}. {}", shown(url), Text::singleLine(Text::maskCredentials(what)), advice));
+  throw SkillsError::network(failureText(url, what, advice));
 }
 
 double seconds(Milliseconds time) { return std::chrono::duration<double>(time).count(); }
@@ -258,8 +262,8 @@ CURLcode Transfer::follow(CURLM* multi, const OperationContext& context) {
 void Transfer::explain(CURLcode code) const {
   switch (code) {
     case CURLE_FILESIZE_EXCEEDED:
-      fail(url_, fmt::format("it is larger than the limit of {} bytes", options_.largest),
-           "Check that the address is the right one.");
+      throw HTTPTooLarge(failureText(url_, fmt::format("it is larger than the limit of {} bytes", options_.largest),
+                                     "Check that the address is the right one."));
     case CURLE_PARTIAL_FILE: fail(url_, "the server ended its answer early", "Try again later.");
     case CURLE_OPERATION_TIMEDOUT:
       fail(url_, fmt::format("there was no connection within {} seconds", seconds(options_.connectTimeout)),
@@ -345,6 +349,7 @@ class HTTPClient::Connections {
         return {.status = transfer.status(), .finalURL = std::move(url), .headers = transfer.takeHeaders()};
       }
       checkRedirect(url, *target, followed);
+      if (options.checkRedirect) options.checkRedirect(*target);
       url = *target;
     }
   }
@@ -387,29 +392,20 @@ HTTPResponse HTTPClient::download(const std::string& url, const std::filesystem:
   }};
   auto response = connections_->request(url, settings_, options, context, recipient);
   if (!response.succeeded()) {
-    fail(response.finalURL, fmt::format("the server answered with status {}", response.status), "Check the address.");
+    throw HTTPStatusError(
+        response.status,
+        failureText(response.finalURL, fmt::format("the server answered with status {}", response.status),
+                    "Check the address."));
   }
   target.complete();
   return response;
 }
 
 std::string withQuery(const std::string& url, const std::vector<std::pair<std::string, std::string>>& items) {
-  const auto encoded = [](std::string_view text) {
-    constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
-    std::string result;
-    for (const char byte : text) {
-      if (plain.find(byte) != std::string_view::npos) {
-        result += byte;
-      } else {
-        result += fmt::format("%{:02X}", static_cast<unsigned char>(byte));
-      }
-    }
-    return result;
-  };
   std::string result = url;
   char separator = url.find('?') == std::string::npos ? '?' : '&';
   for (const auto& [name, value] : items) {
-    result += separator + encoded(name) + "=" + encoded(value);
+    result += separator + percentEncoded(name) + "=" + percentEncoded(value);
     separator = '&';
   }
   return result;

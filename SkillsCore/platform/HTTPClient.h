@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "foundations/Operation.h"
+#include "foundations/SkillsError.h"
 
 namespace orvanta {
 
@@ -42,6 +43,8 @@ struct HTTPOptions {
   std::chrono::milliseconds connectTimeout = std::chrono::seconds(20);
   // A server that sends less than 64 KiB in this time, and does not end, has stalled. There is no limit on the whole.
   std::chrono::milliseconds idleTimeout = std::chrono::seconds(60);
+  // Called with each address that a server redirects to, before anything is asked of it; throws to refuse it.
+  std::function<void(const std::string& url)> checkRedirect = {};
 };
 
 struct HTTPResponse {
@@ -53,6 +56,22 @@ struct HTTPResponse {
   std::map<std::string, std::string> headers = {};
 
   [[nodiscard]] bool succeeded() const { return status >= 200 && status <= 299; }
+};
+
+// The `network` errors that a caller may know what to do about: a body above the limit, and a download that the server
+// answered with a status other than 2xx.
+class HTTPTooLarge : public SkillsError {
+ public:
+  explicit HTTPTooLarge(const std::string& message) : SkillsError(Kind::network, message) {}
+};
+class HTTPStatusError : public SkillsError {
+ public:
+  HTTPStatusError(int status, const std::string& message) : SkillsError(Kind::network, message), status_(status) {}
+
+  [[nodiscard]] int status() const { return status_; }
+
+ private:
+  int status_;
 };
 
 // A value that may be copied; copies share idle connections. Any number of threads may use one at the same time.

@@ -14,6 +14,7 @@
 #include "cli/commands/GitRepositories.h"
 #include "cli/commands/InstallResult.h"
 #include "cli/commands/InstallSource.h"
+#include "cli/commands/SiteSource.h"
 #include "files/FS.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
@@ -145,6 +146,9 @@ Sources sourcesOf(Session& session, const Options& options) {
       }
     } else if (FS::resolvesToFile(source) && looksLikeArchive(source)) {
       sources.others.push_back(archiveAt(session.engine(), standardized(source), choice.name));
+    } else if (!FS::exists(source) && looksLikeSite(source)) {
+      hasChoice = true;
+      sources.others.push_back(siteNamed(session, source, choice));
     } else if (!FS::exists(source) && looksLikeRepository(source)) {
       hasChoice = true;
       sources.others.push_back(repositoryNamed(session, source, choice));
@@ -153,7 +157,7 @@ Sources sourcesOf(Session& session, const Options& options) {
     }
   }
   if (!options.paths.empty() && !hasChoice) {
-    throw UsageError("--path chooses among the skills of a folder or repository; an archive holds only one.");
+    throw UsageError("--path chooses among the skills of a folder, repository or site; an archive holds only one.");
   }
   if (choice.name && sources.count() != 1) {
     throw UsageError("--name names one skill, and there are several. Install them without it, or one at a time.");
@@ -228,21 +232,24 @@ ExitStatus run(Session& session, const Options& options) {
 void setUpInstall(CommandLine& line) {
   Options& options = line.runs<Options>(run);
   line.argument("SOURCE", options.sources,
-                "A skill's folder, a folder with skills below it, a .zip or .skill archive, or a Git repository",
+                "A skill's folder, a folder with skills below it, a .zip or .skill archive, a Git repository, or "
+                "well-known:DOMAIN[/SKILL]",
                 Completes::files)
       .required();
   line.option("--name", options.name, "NAME", "Call the skill so instead of by its own name");
   line.option("--depth", options.depth, "N", "Look for skills this many levels below a folder (4)")
       .between(0, kDeepest);
-  auto& paths = line.option("--path", options.paths, "REL",
-                            "Only the skills at these paths below the folder or in the repository");
-  line.flag("--all", options.all, "All skills below the folder or in the repository").excludes(paths);
+  auto& paths = line.option(
+      "--path", options.paths, "REL",
+      "Only the skills at these paths below the folder or in the repository, or of these names on the site");
+  line.flag("--all", options.all, "All skills below the folder, in the repository or on the site").excludes(paths);
   agentsOption(line, "--to", options.agents, "Deploy what was installed to these agents");
   line.option("--preset", options.preset, "PRESET", "Add what was installed to this preset", Completes::presets);
   line.dryRunFlag(options.dryRun);
   line.example("orvanta install ~/skills/pdf --to cursor", "Install one skill and deploy it");
   line.example("orvanta install ~/skills --all", "Install every skill below a folder");
   line.example("orvanta install OWNER/REPO --path skills/pdf", "Install one skill of a repository on GitHub");
+  line.example("orvanta install well-known:example.com/pdf", "Install a skill that a web site publishes");
   line.explain(
       "The originals stay where they are. A folder with several skills offers them to choose from; where no one can be "
       "asked, --all or --path says which. A skill that the library holds already with the same content is not copied "

@@ -1,0 +1,79 @@
+#include "platform/WebAddress.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "foundations/SkillsError.h"
+#include "foundations/Text.h"
+#include "platform/CurlLibrary.h"
+
+namespace orvanta {
+
+namespace {
+
+std::optional<std::string> part(const CurlURL& url, CURLUPart which, unsigned flags = 0) {
+  char* text = nullptr;
+  if (CurlLibrary::get().urlGet(url.get(), which, &text, flags) != CURLUE_OK) return std::nullopt;
+  return std::string(CurlText(text).get());
+}
+
+// Reads one address, or a second one from where the first leads.
+bool add(const CurlURL& url, const std::string& text) {
+  // libcurl would see only what stands before a NUL.
+  const bool hasControl = std::any_of(text.begin(), text.end(), [](char byte) {
+    const auto code = static_cast<unsigned char>(byte);
+    return code < 0x20 || code == 0x7F;
+  });
+  return !hasControl && CurlLibrary::get().urlSet(url.get(), CURLUPART_URL, text.c_str(), 0) == CURLUE_OK;
+}
+
+std::optional<WebAddress> addressIn(const CurlURL& url) {
+  const auto scheme = part(url, CURLUPART_SCHEME);
+  const auto host = part(url, CURLUPART_HOST);
+  const auto port = part(url, CURLUPART_PORT, CURLU_DEFAULT_PORT);
+  const auto path = part(url, CURLUPART_PATH);
+  if (!scheme || !host || !port || !path || (*scheme != "http" && *scheme != "https")) return std::nullopt;
+  if (part(url, CURLUPART_USER) || part(url, CURLUPART_PASSWORD)) return std::nullopt;
+  CurlLibrary::get().urlSet(url.get(), CURLUPART_FRAGMENT, nullptr, 0);
+  const auto text = part(url, CURLUPART_URL);
+  if (!text) return std::nullopt;
+  const auto comparable = Text::lowercase(*host);
+  return WebAddress{.text = *text,
+                    .origin = fmt::format("{}://{}:{}", *scheme, comparable, *port),
+                    .host = comparable,
+                    .path = *path};
+}
+
+CurlURL emptyURL() {
+  CurlURL url(CurlLibrary::get().urlInit());
+  if (!url) throw SkillsError::network("Cannot read an address: out of memory.");
+  return url;
+}
+
+}  // namespace
+
+std::optional<WebAddress> WebAddress::parse(const std::string& text) {
+  const auto url = emptyURL();
+  return add(url, text) ? addressIn(url) : std::nullopt;
+}
+
+std::optional<WebAddress> WebAddress::resolve(const std::string& reference) const {
+  const auto url = emptyURL();
+  return add(url, text) && add(url, reference) ? addressIn(url) : std::nullopt;
+}
+
+std::string percentEncoded(std::string_view text) {
+  constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+  std::string result;
+  for (const char byte : text) {
+    if (plain.find(byte) != std::string_view::npos) {
+      result += byte;
+    } else {
+      result += fmt::format("%{:02X}", static_cast<unsigned char>(byte));
+    }
+  }
+  return result;
+}
+
+}  // namespace orvanta
