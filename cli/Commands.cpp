@@ -29,6 +29,8 @@ constexpr auto kCommands = std::to_array<Command>({
     {"Skills", "tag remove", "Take tags from a skill", setUpTagRemove},
     {"Skills", "tag rename", "Rename a tag on every skill", setUpTagRename},
     {"Skills", "tag delete", "Take a tag from every skill", setUpTagDelete},
+    {"Catalogues", "search", "Look for skills in the community directory", setUpSearch},
+    {"Catalogues", "top", "The skills of the community directory that are installed most", setUpTop},
     {"Updates", "check", "Look for updates of skills", setUpCheck},
     {"Updates", "diff", "What an update of a skill would change", setUpDiff},
     {"Updates", "update", "Bring updates into the library", setUpUpdate},

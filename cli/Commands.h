@@ -31,6 +31,8 @@ void setUpList(CommandLine& line);
 void setUpShow(CommandLine& line);
 void setUpInstall(CommandLine& line);
 void setUpPreview(CommandLine& line);
+void setUpSearch(CommandLine& line);
+void setUpTop(CommandLine& line);
 void setUpWellKnown(CommandLine& line);
 void setUpCheck(CommandLine& line);
 void setUpDiff(CommandLine& line);

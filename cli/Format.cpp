@@ -16,6 +16,13 @@ std::string counted(std::size_t count, std::string_view noun) {
 
 std::string inQuotes(std::string_view name) { return "'" + Text::singleLine(name) + "'"; }
 
+std::string withSeparators(std::int64_t number) {
+  std::string text = std::to_string(number);
+  const std::size_t first = number < 0 ? 1 : 0;
+  for (std::size_t at = text.size(); at > first + 3;) text.insert(at -= 3, ",");
+  return text;
+}
+
 std::string byteCount(std::int64_t bytes) {
   constexpr std::array units{"B", "kB", "MB", "GB", "TB"};
   auto amount = static_cast<double>(bytes);

@@ -17,6 +17,9 @@ std::string counted(std::size_t count, std::string_view noun);
 // "'NAME'", safe to show: names come from strangers.
 std::string inQuotes(std::string_view name);
 
+// "12,345".
+std::string withSeparators(std::int64_t number);
+
 // "512 B", "3.4 MB".
 std::string byteCount(std::int64_t bytes);
 

@@ -38,6 +38,13 @@ if(UTF8PROC_LIBRARY MATCHES "\\.a$")
   target_compile_definitions(orvanta_utf8proc INTERFACE UTF8PROC_STATIC)
 endif()
 
+find_path(PCRE2_INCLUDE_DIR pcre2.h REQUIRED)
+orvanta_find_library(PCRE2_LIBRARY pcre2-8)
+add_library(orvanta_pcre2 INTERFACE)
+target_include_directories(orvanta_pcre2 SYSTEM INTERFACE "${PCRE2_INCLUDE_DIR}")
+target_compile_definitions(orvanta_pcre2 INTERFACE PCRE2_CODE_UNIT_WIDTH=8)
+target_link_libraries(orvanta_pcre2 INTERFACE "${PCRE2_LIBRARY}")
+
 # Loaded when they are first used, because loading them at start would take four times as long as a short command: of
 # these only the headers are needed here.
 find_path(CURL_INCLUDE_DIR curl/curl.h REQUIRED)

@@ -6,6 +6,7 @@
 #include "files/FS.h"
 #include "files/Paths.h"
 #include "foundations/SkillsError.h"
+#include "foundations/Text.h"
 
 namespace orvanta {
 
@@ -86,7 +87,8 @@ void GitInstallation::withSkills(const GitChoice& choice, const OperationContext
 }
 
 std::vector<fs::path> GitInstallation::chosen(const Checkout& checkout, const GitChoice& choice,
-                                              std::vector<std::string>& errors) {
+                                              std::vector<std::string>& errors) const {
+  if (choice.skillId) return {listedSkill(checkout, *choice.skillId)};
   if (!choice.relativePaths) {
     auto all = GitSource::list(checkout.folder, checkout.root);
     if (all.empty()) throw SkillsError::notFound("No SKILL.md found in the repository");
@@ -102,6 +104,17 @@ std::vector<fs::path> GitInstallation::chosen(const Checkout& checkout, const Gi
     }
   }
   return folders;
+}
+
+fs::path GitInstallation::listedSkill(const Checkout& checkout, const std::string& skillId) const {
+  try {
+    return GitSource::findListedSkill(checkout.folder, skillId);
+  } catch (const SkillsError& error) {
+    if (error.kind() != SkillsError::Kind::notFound) throw;
+    // Where the checkout lies means nothing to the user.
+    throw SkillsError::notFound("Skill '" + Text::singleLine(skillId) + "' not found in " + source_.shortName() +
+                                ": it was renamed or removed there. Look at what the repository holds now");
+  }
 }
 
 InstallRequest GitInstallation::request(const Checkout& checkout, const fs::path& folder,

@@ -43,8 +43,9 @@ class GitInstallation {
 
   template <typename Body>
   auto within(const OperationContext& context, Body body) const;
-  static std::vector<std::filesystem::path> chosen(const Checkout& checkout, const GitChoice& choice,
-                                                   std::vector<std::string>& errors);
+  std::vector<std::filesystem::path> chosen(const Checkout& checkout, const GitChoice& choice,
+                                            std::vector<std::string>& errors) const;
+  [[nodiscard]] std::filesystem::path listedSkill(const Checkout& checkout, const std::string& skillId) const;
   [[nodiscard]] InstallRequest request(const Checkout& checkout, const std::filesystem::path& folder,
                                        const std::optional<std::string>& name) const;
 

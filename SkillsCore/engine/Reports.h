@@ -54,8 +54,9 @@ struct ProjectExport {
 
 // What of a Git repository is to be installed.
 struct GitChoice {
-  std::optional<std::vector<std::string>> relativePaths;  // below the source's folder; none: all skills there
-  std::optional<std::string> name;                        // for one skill alone
+  std::optional<std::vector<std::string>> relativePaths = {};  // below the source's folder; none: all skills there
+  std::optional<std::string> name = {};                        // for one skill alone
+  std::optional<std::string> skillId = {};  // the one skill of this name, wherever it lies; no paths are given then
 };
 
 // Outcome of looking for updates.

@@ -11,6 +11,7 @@
 //   Tags                   names that skills share                     engine/Tags
 //   Installation           folders and archives into the library       engine/Installation
 //   Git sources            repositories into the library              engine/GitInstallation
+//   Community directory    listed skills: looking and installing   sources/PlazzaAPI, engine/GitInstallation
 //   Sites                  skills that web sites publish              engine/SiteInstallation
 //   Updates                what sources have newer                     engine/UpdateChecks, UpdateFetch, Updates
 //   Deployment             links and copies in agents' folders         engine/Deployment, engine/Repair
@@ -22,7 +23,9 @@
 // Every operation may throw `SkillsError`: `database` when the records cannot be read or written, `io` when the system
 // refuses. An operation that throws has changed nothing, unless it says otherwise. Unknown ids and keys are `notFound`.
 
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -44,6 +47,7 @@ namespace orvanta {
 
 struct GitSettings;
 struct HTTPSettings;
+class PlazzaAPI;
 
 class SkillsEngine {
  public:
@@ -149,6 +153,21 @@ class SkillsEngine {
   // Goes on past failures of single skills. Links that lead out of a skill are left behind.
   InstallReport installGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
   Plan planInstallGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
+
+  // ── Community directory ──
+  // Answers are kept for an hour (leaderboards) or ten minutes (searches), each directory's apart; empty ones are not.
+  // Throws `network` when the directory has to be asked and gives no answer that can be read.
+  std::vector<PlazzaSkill> leaderboard(LeaderboardKind kind, bool forceRefresh, const OperationContext& context);
+  // At most `limit` skills, the best match first; never more than 100. White space around the query does not count;
+  // `invalidInput` when nothing is left of it.
+  std::vector<PlazzaSkill> searchMarket(const std::string& query, std::size_t limit, const OperationContext& context);
+  void clearMarketCache();
+  // Installs one listed skill from its repository on GitHub, given as "OWNER/REPO". Throws `invalidInput` for what can
+  // be no repository or skill there, and as `installGit`.
+  SkillSummary installFromPlazza(const std::string& source, const std::string& skillId,
+                                 const std::optional<std::string>& name, const OperationContext& context);
+  Plan planInstallFromPlazza(const std::string& source, const std::string& skillId,
+                             const std::optional<std::string>& name, const OperationContext& context);
 
   // ── Sites ──
   // The skills that a web site publishes. Throws `invalidInput` for what is no bare domain, `notFound` for a site that
@@ -314,6 +333,9 @@ class SkillsEngine {
  private:
   struct State;
 
+  PlazzaAPI plazza(const OperationContext& context);
+  std::vector<PlazzaSkill> keptOrFetched(const std::string& key, std::optional<double> maxAge,
+                                         const std::function<std::vector<PlazzaSkill>()>& fetch);
   std::vector<SkillRecord> skillsWithIds(const std::vector<std::string>& ids);
   SkillSummary bringIn(const FetchedUpdates& fetched, const OperationContext& context);
   GitSettings gitSettings(const OperationContext& context);

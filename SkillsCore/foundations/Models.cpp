@@ -65,6 +65,9 @@ constexpr Names<AgentSkillEntry::Kind, 4> kEntryKinds{
      {AgentSkillEntry::Kind::unmanaged, "unmanaged"},
      {AgentSkillEntry::Kind::missing, "missing"}}};
 
+constexpr Names<LeaderboardKind, 3> kLeaderboardKinds{
+    {{LeaderboardKind::allTime, "all"}, {LeaderboardKind::trending, "trending"}, {LeaderboardKind::hot, "hot"}}};
+
 }  // namespace
 
 std::string_view rawValue(SourceType type) { return nameOf(kSourceTypes, type); }
@@ -90,6 +93,9 @@ std::optional<ProjectSyncStatus> parseProjectSyncStatus(std::string_view raw) {
 }
 
 std::string_view rawValue(AgentSkillEntry::Kind kind) { return nameOf(kEntryKinds, kind); }
+
+std::string_view rawValue(LeaderboardKind kind) { return nameOf(kLeaderboardKinds, kind); }
+std::optional<LeaderboardKind> parseLeaderboardKind(std::string_view raw) { return valueOf(kLeaderboardKinds, raw); }
 
 std::vector<std::string> SkillSummary::deployedTools() const {
   std::vector<std::string> tools;

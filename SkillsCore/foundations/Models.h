@@ -347,6 +347,27 @@ struct GitPreview {
   friend bool operator==(const GitPreview&, const GitPreview&) = default;
 };
 
+// Which list of the community directory.
+enum class LeaderboardKind { allTime, trending, hot };
+inline constexpr std::array kAllLeaderboardKinds{LeaderboardKind::allTime, LeaderboardKind::trending,
+                                                 LeaderboardKind::hot};
+std::string_view rawValue(LeaderboardKind kind);
+std::optional<LeaderboardKind> parseLeaderboardKind(std::string_view raw);
+
+// One skill of the community directory, as strangers describe it.
+struct PlazzaSkill {
+  std::string id;
+  std::string skillId;  // its name in the repository
+  std::string name;
+  std::string source;  // the repository on GitHub: "OWNER/REPO"
+  std::int64_t installs = 0;
+
+  // "OWNER/REPO/SKILL": what it is installed by.
+  [[nodiscard]] std::string address() const { return source + "/" + skillId; }
+
+  friend bool operator==(const PlazzaSkill&, const PlazzaSkill&) = default;
+};
+
 // One row of the audit log.
 struct AuditEntry {
   std::int64_t id = 0;

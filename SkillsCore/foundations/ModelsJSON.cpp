@@ -187,6 +187,22 @@ void to_json(Json& json, const GitPreview& preview) {
   putOptional(json, "branch", preview.branch);
 }
 
+void to_json(Json& json, const PlazzaSkill& skill) {
+  json = Json{{"id", skill.id},
+              {"skillId", skill.skillId},
+              {"name", skill.name},
+              {"source", skill.source},
+              {"installs", skill.installs}};
+}
+
+void from_json(const Json& json, PlazzaSkill& skill) {
+  json.at("id").get_to(skill.id);
+  json.at("skillId").get_to(skill.skillId);
+  json.at("name").get_to(skill.name);
+  json.at("source").get_to(skill.source);
+  json.at("installs").get_to(skill.installs);
+}
+
 void to_json(Json& json, const AuditEntry& entry) {
   json = Json{{"id", entry.id}, {"timestamp", entry.timestamp}, {"action", entry.action}, {"success", entry.success}};
   putOptional(json, "skillId", entry.skillId);

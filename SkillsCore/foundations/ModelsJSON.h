@@ -34,6 +34,9 @@ void to_json(Json& json, const ProjectSkill& skill);
 void to_json(Json& json, const ScannedProject& project);
 void to_json(Json& json, const GitPreviewSkill& skill);
 void to_json(Json& json, const GitPreview& preview);
+void to_json(Json& json, const PlazzaSkill& skill);
+// Requires all keys; throws nlohmann's exception otherwise.
+void from_json(const Json& json, PlazzaSkill& skill);
 void to_json(Json& json, const AuditEntry& entry);
 void to_json(Json& json, const DashboardStats& stats);
 void to_json(Json& json, const SkillFileEntry& entry);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <limits>
 
 #include <fmt/core.h>
@@ -83,6 +84,17 @@ std::optional<ParsedGitSource> parseTreeLink(std::string_view url) {
   while (rest.ends_with('/')) rest.remove_suffix(1);
   source.subpath = nonEmpty(rest);
   return source;
+}
+
+std::optional<fs::path> atUsualPlace(const fs::path& checkout, std::initializer_list<std::string_view> places,
+                                     const std::string& skillId) {
+  if (skillId.empty()) return std::nullopt;
+  for (const auto place : places) {
+    const auto subpath = fmt::format("{}{}", place, skillId);
+    const auto folder = checkout / subpath;
+    if (GitSource::isSafeSubpath(checkout, subpath) && GitSource::isSkillFolder(checkout, folder)) return folder;
+  }
+  return std::nullopt;
 }
 
 bool isNamed(const fs::path& folder, const std::string& name) { return folder.filename() == name; }
@@ -167,18 +179,18 @@ void removeOutwardLinks(const fs::path& folder) {
 
 fs::path findSkillDir(const fs::path& checkout, const std::string& skillId) {
   if (isSkillFolder(checkout, checkout)) return checkout;
-  for (const std::string place : {"skills/", "skill/", ".agents/skills/"}) {
-    const auto subpath = place + skillId;
-    if (!skillId.empty() && isSafeSubpath(checkout, subpath) && isSkillFolder(checkout, checkout / subpath)) {
-      return checkout / subpath;
-    }
-  }
+  if (const auto usual = atUsualPlace(checkout, {"skills/", "skill/", ".agents/skills/"}, skillId)) return *usual;
   const auto folders = list(checkout, checkout);
   for (const auto& matches : {isNamed, callsItself}) {
     const auto found = std::find_if(folders.begin(), folders.end(), [&](const auto& f) { return matches(f, skillId); });
     if (found != folders.end()) return *found;
   }
   throw SkillsError::notFound(fmt::format("Skill '{}' not found in {}", skillId, checkout.string()));
+}
+
+fs::path findListedSkill(const fs::path& checkout, const std::string& skillId) {
+  const auto usual = atUsualPlace(checkout, {"skills/", "skill/"}, skillId);
+  return usual ? *usual : findSkillDir(checkout, skillId);
 }
 
 }  // namespace GitSource

@@ -61,5 +61,9 @@ void removeOutwardLinks(const std::filesystem::path& folder);
 // else the first folder of that name; else the first whose SKILL.md says that name. Throws `notFound`.
 [[nodiscard]] std::filesystem::path findSkillDir(const std::filesystem::path& checkout, const std::string& skillId);
 
+// The same for a skill that a directory lists: in a checkout that is a skill itself, one at "skills/ID" or "skill/ID"
+// is meant all the same.
+[[nodiscard]] std::filesystem::path findListedSkill(const std::filesystem::path& checkout, const std::string& skillId);
+
 }  // namespace GitSource
 }  // namespace orvanta

@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 
 #include "content/SkillMetadata.h"
-#include "foundations/ModelsJSON.h"
+#include "foundations/ForeignJSON.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
 #include "platform/WebAddress.h"
@@ -22,9 +22,6 @@ using Entry = WellKnownIndex::Entry;
 using File = WellKnownIndex::File;
 using OptionalText = std::optional<std::string>;
 
-constexpr int kDeepest = 32;
-// Values of a few bytes take far more memory than in the text; this keeps an index below a few hundred megabytes.
-constexpr std::size_t kMostValues = 2'000'000;
 constexpr std::size_t kShown = 60;
 
 std::string shown(std::string_view text) { return Text::fitToWidth(Text::singleLine(text), kShown); }
@@ -46,17 +43,10 @@ bool isTarball(std::string_view address) {
                                          Text::singleLine(url), why));
 }
 
-Json parsedWithinLimits(std::string_view body, const std::string& url) {
-  std::size_t values = 0;
-  try {
-    return Json::parse(Text::repairUTF8(body), [&](int depth, Json::parse_event_t, const Json&) {
-      if (depth > kDeepest) throwUnreadable(url, "it is nested too deep");
-      if (++values > kMostValues) throwUnreadable(url, "it holds too many values");
-      return true;
-    });
-  } catch (const Json::exception&) {
-    throwUnreadable(url, "it is no JSON");
-  }
+Json parsed(std::string_view body, const std::string& url) {
+  Json document = parseForeignJSON(body);
+  if (document.is_discarded()) throwUnreadable(url, "it is no JSON, or far more than a list of skills");
+  return document;
 }
 
 // The array itself, or the one under "skills".
@@ -191,7 +181,7 @@ WellKnownIndex WellKnownIndex::parse(std::string_view body, const std::string& d
   const auto base = WebAddress::parse(baseURL);
   if (!base) throwUnreadable(baseURL, "its address has a password in it, or is none");
   WellKnownIndex index{.domain = domain, .baseURL = base->text, .entries = {}};
-  const Json document = parsedWithinLimits(body, base->text);
+  const Json document = parsed(body, base->text);
   for (const auto& each : listIn(document, base->text)) {
     if (auto entry = EntryReader(each, *base).read()) index.entries.push_back(*std::move(entry));
   }

@@ -11,6 +11,7 @@
 #include "cli/Table.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
+#include "sources/PlazzaAPI.h"
 
 namespace orvanta::cli {
 
@@ -56,9 +57,17 @@ void checkProxy(const std::string& value) {
                   inQuotes(value)));
 }
 
+void checkPlazza(const std::string& value) {
+  if (PlazzaAPI::isBaseURL(value)) return;
+  throw SkillsError::invalidInput(
+      fmt::format("{} is not the address of a directory: write https://HOST, without user name and password.",
+                  inQuotes(Text::maskCredentials(value))));
+}
+
 constexpr std::array kSettings{
     Setting{"sync_mode", "How skills are placed: symlink or copy", "symlink", checkSyncMode},
     Setting{"proxy_url", "The proxy for what goes over the network", "", checkProxy},
+    Setting{"plazza_url", "The community directory of skills", PlazzaAPI::defaultURL, checkPlazza},
 };
 
 const Setting& settingCalled(const std::string& key) {

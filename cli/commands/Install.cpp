@@ -14,6 +14,7 @@
 #include "cli/commands/GitRepositories.h"
 #include "cli/commands/InstallResult.h"
 #include "cli/commands/InstallSource.h"
+#include "cli/commands/PlazzaSource.h"
 #include "cli/commands/SiteSource.h"
 #include "files/FS.h"
 #include "foundations/SkillsError.h"
@@ -146,6 +147,8 @@ Sources sourcesOf(Session& session, const Options& options) {
       }
     } else if (FS::resolvesToFile(source) && looksLikeArchive(source)) {
       sources.others.push_back(archiveAt(session.engine(), standardized(source), choice.name));
+    } else if (!FS::exists(source) && namesListedSkill(source)) {
+      sources.others.push_back(listedSkill(session.engine(), source, choice.name));
     } else if (!FS::exists(source) && looksLikeSite(source)) {
       hasChoice = true;
       sources.others.push_back(siteNamed(session, source, choice));
@@ -157,7 +160,8 @@ Sources sourcesOf(Session& session, const Options& options) {
     }
   }
   if (!options.paths.empty() && !hasChoice) {
-    throw UsageError("--path chooses among the skills of a folder, repository or site; an archive holds only one.");
+    throw UsageError(
+        "--path chooses among the skills of a folder, repository or site; an archive or a listed skill is only one.");
   }
   if (choice.name && sources.count() != 1) {
     throw UsageError("--name names one skill, and there are several. Install them without it, or one at a time.");
@@ -232,8 +236,8 @@ ExitStatus run(Session& session, const Options& options) {
 void setUpInstall(CommandLine& line) {
   Options& options = line.runs<Options>(run);
   line.argument("SOURCE", options.sources,
-                "A skill's folder, a folder with skills below it, a .zip or .skill archive, a Git repository, or "
-                "well-known:DOMAIN[/SKILL]",
+                "A skill's folder, a folder with skills below it, a .zip or .skill archive, a Git repository, "
+                "plazza:OWNER/REPO/SKILL, or well-known:DOMAIN[/SKILL]",
                 Completes::files)
       .required();
   line.option("--name", options.name, "NAME", "Call the skill so instead of by its own name");
@@ -249,6 +253,7 @@ void setUpInstall(CommandLine& line) {
   line.example("orvanta install ~/skills/pdf --to cursor", "Install one skill and deploy it");
   line.example("orvanta install ~/skills --all", "Install every skill below a folder");
   line.example("orvanta install OWNER/REPO --path skills/pdf", "Install one skill of a repository on GitHub");
+  line.example("orvanta install plazza:OWNER/REPO/SKILL", "Install a skill that `orvanta search` found");
   line.example("orvanta install well-known:example.com/pdf", "Install a skill that a web site publishes");
   line.explain(
       "The originals stay where they are. A folder with several skills offers them to choose from; where no one can be "

@@ -54,9 +54,9 @@ void setUpTokenStatus(CommandLine& line) {
 void setUpTokenSet(CommandLine& line) {
   line.runs(runSet);
   line.example("orvanta token set", "Type the token; the terminal does not show it");
-  line.example("orvanta token set < token.txt", "Read it from a file");
   line.explain(
-      "A personal access token lets Orvanta read private repositories on GitHub. It lies in the system's key store "
+      "The token may also be piped in, as in 'orvanta token set < FILE'. A personal access token lets Orvanta read "
+      "private repositories on GitHub. It lies in the system's key store "
       "(the "
       "Secret Service of a Linux desktop, the keychain of macOS) and nowhere else.");
 }
