@@ -28,17 +28,31 @@ bool isSame(const ContentEntry& before, const ContentEntry& after) {
   return looksSame && ContentHash::hashEntries({before}) == ContentHash::hashEntries({after});
 }
 
+// What has a use in the scripts and emoji that need it, and is a hiding place after any other character.
+bool isMisplaced(char32_t codePoint, char32_t previous) {
+  const bool isJoiner = codePoint == 0x200C || codePoint == 0x200D;
+  const auto isSelector = [](char32_t each) { return each >= 0xFE00 && each <= 0xFE0F; };
+  return (isJoiner && previous < 0x80) || (isSelector(codePoint) && isSelector(previous));
+}
+
+bool isUnseen(char32_t codePoint, char32_t previous) {
+  if (codePoint == '\n' || codePoint == '\t' || (codePoint == '\r' && previous != '\r')) return false;
+  return Text::isControl(codePoint) || Text::isHidden(codePoint) || isMisplaced(codePoint, previous);
+}
+
 // The first lines that hold hidden characters: "U+202E in line 3".
 std::vector<std::string> hiddenIn(std::string_view text) {
   std::vector<std::string> places;
   std::size_t line = 1;
-  for (bool isFirst = true; !text.empty() && places.size() < kMostNamed; isFirst = false) {
+  if (text.starts_with("\uFEFF")) text.remove_prefix(std::string_view("\uFEFF").size());
+  char32_t previous = 0;
+  while (!text.empty() && places.size() < kMostNamed) {
     const Text::Character character = Text::firstCharacter(text);
-    const bool isByteOrderMark = isFirst && character.codePoint == 0xFEFF;
     if (character.codePoint == '\n') ++line;
-    if (character.valid && Text::isHidden(character.codePoint) && !isByteOrderMark) {
+    if (character.valid && isUnseen(character.codePoint, previous)) {
       places.push_back(fmt::format("U+{:04X} in line {}", static_cast<std::uint32_t>(character.codePoint), line));
     }
+    previous = character.codePoint;
     text.remove_prefix(character.length);
   }
   return places;
@@ -51,7 +65,9 @@ void addFindings(const SkillFileChange& change, std::vector<std::string>& findin
     findings.push_back(fmt::format("The name of {} holds characters that are not shown", name));
   }
   if (after.isSymlink) {
-    findings.push_back(fmt::format("{} is a link", name));
+    std::error_code unreadable;
+    findings.push_back(
+        fmt::format("{} is a link to {}", name, Text::revealed(fs::read_symlink(after.url, unreadable).string())));
     return;
   }
   const bool wasExecutable = change.before && !change.before->isSymlink && change.before->isExecutable();
@@ -59,7 +75,7 @@ void addFindings(const SkillFileChange& change, std::vector<std::string>& findin
     findings.push_back(fmt::format("{} is {} executable", name, change.isAdded() ? "new and" : "now"));
   }
   const auto text = FS::readText(after.url, kLargestText);
-  if (!text || !Text::isValidUTF8(*text)) return;
+  if (!text || text->find('\0') != std::string::npos) return;
   if (const auto places = hiddenIn(*text); !places.empty()) {
     findings.push_back(fmt::format("{} holds characters that nobody sees: {}", name, Text::join(places, ", ")));
   }

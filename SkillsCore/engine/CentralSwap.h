@@ -18,6 +18,9 @@ class CentralSwap {
   CentralSwap(const CentralSwap&) = delete;
   CentralSwap& operator=(const CentralSwap&) = delete;
 
+  // What stood there before, where anything did.
+  [[nodiscard]] const std::filesystem::path& replaced() const { return aside_; }
+
   // Until this goes, the old content tells a later start that what follows from the change may be unfinished.
   void keep() noexcept { kept_ = true; }
 

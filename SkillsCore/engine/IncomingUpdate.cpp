@@ -13,6 +13,12 @@ void refuseLostEdits(const IncomingUpdate& update) {
   for (const auto& change : update.changes()) {
     if (!change.isAdded()) lost.push_back(Text::singleLine(change.path));
   }
+  if (lost.empty()) {
+    throw SkillsError::refused(fmt::format(
+        "'{}' was changed by hand in the library since it was installed, and what was removed from it would come back. "
+        "Confirm that it may.",
+        update.skill().name));
+  }
   const std::size_t more = lost.size() - std::min(lost.size(), kMostNamed);
   lost.resize(lost.size() - more);
   const std::string rest = more > 0 ? fmt::format(" and {} more", more) : "";
@@ -28,7 +34,8 @@ void FetchedUpdates::withholdLostEdits() {
       refuseLostEdits(update);
       return false;
     } catch (const SkillsError& error) {
-      failures.insert_or_assign(update.skill().id, FetchFailure{update.skill().name, error});
+      failures.insert_or_assign(update.skill().id,
+                                FetchFailure{.skill = update.skill(), .error = error, .isWithheld = true});
       return true;
     }
   });

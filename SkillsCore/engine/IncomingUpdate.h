@@ -45,11 +45,15 @@ class IncomingUpdate {
   TemporaryFolder staging_;
 };
 
+// Whether skills are marked, and failures recorded, while their updates are fetched.
+enum class FetchPurpose { update, preview };
+
 // Why a skill could not be fetched, and what it is from then on.
 struct FetchFailure {
-  std::string skillName;
+  SkillRecord skill;  // as it was recorded when its source was asked
   SkillsError error;
   UpdateStatus status = UpdateStatus::error;
+  bool isWithheld = false;  // it came, but is not to overwrite what was changed by hand
 };
 
 struct FetchedUpdates {

@@ -188,11 +188,12 @@ class SkillsEngine {
   // What an update would bring, with nothing changed or recorded. Throws why there is none to be had.
   IncomingUpdate previewUpdate(const std::string& id, const OperationContext& context);
   UpdateView viewOf(const IncomingUpdate& update, const OperationContext& context);
-  // Fetches updates of these skills without bringing them in; goes on past failures, which are recorded. Each
-  // repository is cloned once.
-  FetchedUpdates fetchUpdates(const std::vector<std::string>& ids, const OperationContext& context);
+  // Fetches updates of these skills without bringing them in; goes on past failures, which are recorded unless this
+  // is for a preview. Each repository is cloned once.
+  FetchedUpdates fetchUpdates(const std::vector<std::string>& ids, FetchPurpose purpose,
+                              const OperationContext& context);
   // The same for one skill that was installed from a folder on this disk; `invalidInput` for any other.
-  FetchedUpdates fetchReimport(const std::string& id, const OperationContext& context);
+  FetchedUpdates fetchReimport(const std::string& id, FetchPurpose purpose, const OperationContext& context);
   // Brings in what was fetched, each skill as a whole or not at all, and reports it with what could not be fetched.
   // Changes made by hand in the library are overwritten: who must be asked is for the caller to decide.
   UpdateReport applyUpdates(const FetchedUpdates& fetched, const OperationContext& context);
@@ -337,7 +338,9 @@ class SkillsEngine {
   std::vector<PlazzaSkill> keptOrFetched(const std::string& key, std::optional<double> maxAge,
                                          const std::function<std::vector<PlazzaSkill>()>& fetch);
   std::vector<SkillRecord> skillsWithIds(const std::vector<std::string>& ids);
-  SkillSummary bringIn(const FetchedUpdates& fetched, const OperationContext& context);
+  std::vector<SkillRecord> knownSkills(const std::vector<std::string>& ids, std::map<std::string, std::string>& errors);
+  bool bringIn(const IncomingUpdate& update);
+  SkillSummary bringInOne(const FetchedUpdates& fetched, const OperationContext& context);
   GitSettings gitSettings(const OperationContext& context);
   HTTPSettings httpSettings(const OperationContext& context);
 

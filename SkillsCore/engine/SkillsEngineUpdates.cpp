@@ -2,6 +2,8 @@
 // being checked or updated, and a folder in the library tells a later start that this process was there to take the
 // marks off.
 
+#include <mutex>
+
 #include "engine/LibraryRecovery.h"
 #include "engine/SkillsEngineState.h"
 #include "engine/UpdateChecks.h"
@@ -15,7 +17,7 @@ namespace orvanta {
 class SkillsEngine::State::UpdateMarks {
  public:
   UpdateMarks(State& state, const std::vector<std::string>& ids, UpdateStatus status)
-      : state_(state), presence_(state.paths.skills(), kUpdatingPrefix) {
+      : state_(state), mark_(status), presence_(state.paths.skills(), kUpdatingPrefix) {
     const ChangeTurn turn(state_);
     before_ = state_.components.updates.mark(ids, status);
   }
@@ -23,9 +25,9 @@ class SkillsEngine::State::UpdateMarks {
     try {
       if (before_.empty()) return;
       const ChangeTurn turn(state_);
-      state_.components.updates.restore(before_);
+      state_.components.updates.restore(before_, mark_);
     } catch (const SkillsError&) {
-      return;  // the library cannot be changed just now; a check of these skills will
+      presence_.leaveBehind();  // a later start takes the marks off
     }
   }
   UpdateMarks(const UpdateMarks&) = delete;
@@ -36,34 +38,56 @@ class SkillsEngine::State::UpdateMarks {
 
  private:
   State& state_;
-  const StagingFolder presence_;
+  const UpdateStatus mark_;
+  StagingFolder presence_;
   Updates::Statuses before_;
 };
 
 UpdateStatus SkillsEngine::checkUpdate(const std::string& id, const OperationContext& context) {
   const auto report = checkUpdates({{id}}, 1, context);
   const auto status = report.statuses.find(id);
+  if (!report.errors.empty() && status == report.statuses.end())
+    throw SkillsError::notFound(report.errors.begin()->second);
   if (status == report.statuses.end()) throw SkillsError::refused("The check was stopped");
   return status->second;
 }
 
 UpdateCheckReport SkillsEngine::checkUpdates(const std::optional<std::vector<std::string>>& ids,
                                              std::size_t concurrency, const OperationContext& context) {
-  const auto chosen = ids ? skillsWithIds(*ids) : skills();
+  UpdateCheckReport report;
+  const auto chosen = ids ? knownSkills(*ids, report.errors) : skills();
   const UpdateChecks checks(chosen);
   State::UpdateMarks marks(*state_, checks.remoteIds(), UpdateStatus::checking);
-  UpdateCheckReport report;
+  std::mutex recording;
   checks.run(gitSettings(context), concurrency, context, [&](const std::vector<CheckOutcome>& outcomes) {
-    const State::ChangeTurn turn(*state_);
-    state_->components.updates.record(outcomes, report);
-    for (const auto& outcome : outcomes) marks.settle(outcome.skillId);
+    const std::lock_guard lock(recording);
+    try {
+      const State::ChangeTurn turn(*state_);
+      state_->components.updates.record(outcomes, report);
+      for (const auto& outcome : outcomes) marks.settle(outcome.skill->id);
+    } catch (const SkillsError& error) {
+      for (const auto& outcome : outcomes) report.errors[outcome.skill->id] = error.message();
+    }
   });
   report.interrupted = context.stop.stop_requested();
   return report;
 }
 
+std::vector<SkillRecord> SkillsEngine::knownSkills(const std::vector<std::string>& ids,
+                                                   std::map<std::string, std::string>& errors) {
+  std::vector<SkillRecord> known;
+  for (const auto& id : ids) {
+    try {
+      known.push_back(skillsWithIds({id}).front());
+    } catch (const SkillsError& error) {
+      errors[id] = error.message();
+    }
+  }
+  return known;
+}
+
 IncomingUpdate SkillsEngine::previewUpdate(const std::string& id, const OperationContext& context) {
-  auto fetched = UpdateFetch(state_->paths, gitSettings(context)).fetch(skillsWithIds({id}), context);
+  auto fetched = fetchUpdates({id}, FetchPurpose::preview, context);
   if (!fetched.failures.empty()) throw fetched.failures.begin()->second.error;
   if (fetched.updates.empty()) throw SkillsError::refused("Stopped on request. Nothing was changed.");
   return std::move(fetched.updates.front());
@@ -76,47 +100,60 @@ UpdateView SkillsEngine::viewOf(const IncomingUpdate& update, const OperationCon
   return view;
 }
 
-FetchedUpdates SkillsEngine::fetchUpdates(const std::vector<std::string>& ids, const OperationContext& context) {
+FetchedUpdates SkillsEngine::fetchUpdates(const std::vector<std::string>& ids, FetchPurpose purpose,
+                                          const OperationContext& context) {
   const auto chosen = skillsWithIds(ids);
+  const UpdateFetch fetch(state_->paths, gitSettings(context));
+  if (purpose == FetchPurpose::preview) return fetch.fetch(chosen, context);
   State::UpdateMarks marks(*state_, ids, UpdateStatus::updating);
-  FetchedUpdates fetched = UpdateFetch(state_->paths, gitSettings(context)).fetch(chosen, context);
+  FetchedUpdates fetched = fetch.fetch(chosen, context);
   if (fetched.failures.empty()) return fetched;
   const State::ChangeTurn turn(*state_);
   for (const auto& [id, failure] : fetched.failures) {
-    state_->components.updates.recordFailure(id, failure);
+    state_->components.updates.recordFailure(failure);
     marks.settle(id);
   }
   return fetched;
 }
 
-FetchedUpdates SkillsEngine::fetchReimport(const std::string& id, const OperationContext& context) {
+FetchedUpdates SkillsEngine::fetchReimport(const std::string& id, FetchPurpose purpose,
+                                           const OperationContext& context) {
   const SkillRecord skill = skillsWithIds({id}).front();
   if (skill.sourceType != SourceType::local && skill.sourceType != SourceType::imported) {
     throw SkillsError::invalidInput("'" + skill.name + "' has no source directory");
   }
-  return fetchUpdates({id}, context);
+  return fetchUpdates({id}, purpose, context);
 }
 
 UpdateReport SkillsEngine::applyUpdates(const FetchedUpdates& fetched, const OperationContext& context) {
   UpdateReport report;
-  for (const auto& [id, failure] : fetched.failures) report.failures.push_back({id, failure.skillName, failure.error});
+  for (const auto& [id, failure] : fetched.failures) report.failures.push_back({id, failure.skill.name, failure.error});
   report.interrupted = fetched.interrupted;
   std::size_t done = 0;
   for (const auto& update : fetched.updates) {
     report.interrupted = report.interrupted || context.stop.stop_requested();
     if (report.interrupted) break;
     const SkillRecord& skill = update.skill();
-    const State::ChangeTurn turn(*state_);
     try {
-      const bool isNew = state_->components.updates.bringIn(update);
-      (isNew ? report.updatedIds : report.unchangedIds).push_back(skill.id);
+      (bringIn(update) ? report.updatedIds : report.unchangedIds).push_back(skill.id);
     } catch (const SkillsError& error) {
-      state_->components.updates.recordFailure(skill.id, {.skillName = skill.name, .error = error});
       report.failures.push_back({skill.id, skill.name, error});
     }
     context.report("Updating", ++done, fetched.updates.size());
   }
   return report;
+}
+
+bool SkillsEngine::bringIn(const IncomingUpdate& update) {
+  const auto near = Updates::broughtNear(state_->paths, update);
+  const State::ChangeTurn turn(*state_);
+  Updates& updates = state_->components.updates;
+  try {
+    return updates.bringIn(update, *near);
+  } catch (const SkillsError& error) {
+    updates.recordFailure({.skill = update.skill(), .error = error});
+    throw;
+  }
 }
 
 Plan SkillsEngine::planUpdates(const FetchedUpdates& fetched) {
@@ -128,7 +165,7 @@ Plan SkillsEngine::planUpdates(const FetchedUpdates& fetched) {
   }
   for (const auto& [id, failure] : fetched.failures) {
     plan.push_back({.action = PlannedStep::Action::refused,
-                    .skillName = failure.skillName,
+                    .skillName = failure.skill.name,
                     .skillId = id,
                     .tool = {},
                     .path = {},
@@ -138,14 +175,14 @@ Plan SkillsEngine::planUpdates(const FetchedUpdates& fetched) {
 }
 
 SkillSummary SkillsEngine::updateSkill(const std::string& id, const OperationContext& context) {
-  return bringIn(fetchUpdates({id}, context), context);
+  return bringInOne(fetchUpdates({id}, FetchPurpose::update, context), context);
 }
 
 SkillSummary SkillsEngine::reimportFromSource(const std::string& id, const OperationContext& context) {
-  return bringIn(fetchReimport(id, context), context);
+  return bringInOne(fetchReimport(id, FetchPurpose::update, context), context);
 }
 
-SkillSummary SkillsEngine::bringIn(const FetchedUpdates& fetched, const OperationContext& context) {
+SkillSummary SkillsEngine::bringInOne(const FetchedUpdates& fetched, const OperationContext& context) {
   for (const auto& update : fetched.updates) refuseLostEdits(update);
   const UpdateReport report = applyUpdates(fetched, context);
   if (!report.failures.empty()) throw report.failures.front().error;
@@ -154,7 +191,7 @@ SkillSummary SkillsEngine::bringIn(const FetchedUpdates& fetched, const Operatio
 }
 
 ApplyReport SkillsEngine::updateAll(const OperationContext& context) {
-  FetchedUpdates fetched = fetchUpdates(idsWithUpdates(), context);
+  FetchedUpdates fetched = fetchUpdates(idsWithUpdates(), FetchPurpose::update, context);
   fetched.withholdLostEdits();
   return applyUpdates(fetched, context).asApplied();
 }

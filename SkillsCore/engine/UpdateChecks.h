@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "foundations/Models.h"
+#include "engine/SkillOrigin.h"
 #include "foundations/Operation.h"
 #include "sources/GitClient.h"
 
@@ -17,7 +17,7 @@ namespace orvanta {
 
 // What the source of one skill says.
 struct CheckOutcome {
-  std::string skillId;
+  const SkillRecord* skill = nullptr;  // as it was recorded when the source was asked
   // The revision or fingerprint there; it is news when the skill has another one. Else `status` says it all.
   std::optional<std::string> found = {};
   UpdateStatus status = UpdateStatus::unknown;
@@ -26,9 +26,8 @@ struct CheckOutcome {
 
 class UpdateChecks {
  public:
-  explicit UpdateChecks(const std::vector<SkillRecord>& skills);
-  UpdateChecks(const UpdateChecks&) = delete;
-  UpdateChecks& operator=(const UpdateChecks&) = delete;
+  // `skills` must outlive the checks and their outcomes.
+  explicit UpdateChecks(const std::vector<SkillRecord>& skills) : groups_(groupedByOrigin(skills)) {}
 
   // Those whose check waits for the network.
   [[nodiscard]] std::vector<std::string> remoteIds() const;
@@ -39,16 +38,7 @@ class UpdateChecks {
            const std::function<void(const std::vector<CheckOutcome>&)>& finished) const;
 
  private:
-  struct Question {
-    std::optional<ParsedGitSource> source;  // none: the one skill is asked about in another way
-    std::vector<const SkillRecord*> skills;
-  };
-
-  static std::vector<CheckOutcome> ask(const Question& question, const GitClient& client,
-                                       const OperationContext& context);
-
-  std::vector<CheckOutcome> answered_;  // without asking anybody
-  std::vector<Question> questions_;
+  const SkillsByOrigin groups_;
 };
 
 }  // namespace orvanta

@@ -1,11 +1,9 @@
 #include "engine/UpdateFetch.h"
 
-#include <algorithm>
 #include <mutex>
 
 #include "content/ContentHash.h"
 #include "content/SkillMetadata.h"
-#include "engine/GitOrigin.h"
 #include "files/FS.h"
 #include "foundations/Parallel.h"
 
@@ -62,8 +60,7 @@ class UpdateFetch::Collector {
 
   void fail(const SkillRecord& skill, const SkillsError& error, UpdateStatus status = UpdateStatus::error) {
     const std::lock_guard lock(mutex_);
-    fetched_.failures.insert_or_assign(skill.id,
-                                       FetchFailure{.skillName = skill.name, .error = error, .status = status});
+    fetched_.failures.insert_or_assign(skill.id, FetchFailure{.skill = skill, .error = error, .status = status});
     report();
   }
 
@@ -90,31 +87,16 @@ class UpdateFetch::Collector {
 
 FetchedUpdates UpdateFetch::fetch(const std::vector<SkillRecord>& skills, const OperationContext& context) const {
   Collector collector(skills, context);
-  std::vector<const SkillRecord*> folders;
-  std::vector<Repository> repositories;
-  for (const auto& skill : skills) {
-    if (skill.sourceType == SourceType::local || skill.sourceType == SourceType::imported) {
-      folders.push_back(&skill);
-      continue;
-    }
-    try {
-      if (skill.sourceType == SourceType::wellKnown) {
-        throw SkillsError::invalidInput("Reinstall well-known skills from their publisher page");
-      }
-      const auto source = gitOriginOf(skill);
-      const auto same = std::find_if(repositories.begin(), repositories.end(), [&](const auto& each) {
-        return each.source.cloneURL == source.cloneURL && each.source.branch == source.branch;
-      });
-      Repository& repository = same == repositories.end() ? repositories.emplace_back(Repository{source, {}}) : *same;
-      repository.skills.push_back(&skill);
-    } catch (const SkillsError& error) {
-      collector.fail(skill, error);
-    }
+  const SkillsByOrigin groups = groupedByOrigin(skills);
+  for (const auto& [skill, error] : groups.failures) collector.fail(*skill, error);
+  for (const SkillRecord* skill : groups.published) {
+    collector.fail(*skill, SkillsError::invalidInput("Reinstall well-known skills from their publisher page"));
   }
   parallelFor(
-      repositories.size(), [&](std::size_t i) { fetchRepository(repositories[i], context, collector); }, kClonesAtOnce);
-  parallelFor(folders.size(), [&](std::size_t i) {
-    if (!context.stop.stop_requested()) fetchFolder(*folders[i], collector);
+      groups.repositories.size(), [&](std::size_t i) { fetchRepository(groups.repositories[i], context, collector); },
+      kClonesAtOnce);
+  parallelFor(groups.folders.size(), [&](std::size_t i) {
+    if (!context.stop.stop_requested()) fetchFolder(*groups.folders[i], collector);
   });
   return collector.take();
 }
@@ -139,7 +121,7 @@ void UpdateFetch::fetchFolder(const SkillRecord& skill, Collector& collector) co
   });
 }
 
-void UpdateFetch::fetchRepository(const Repository& repository, const OperationContext& context,
+void UpdateFetch::fetchRepository(const SkillsByOrigin::Repository& repository, const OperationContext& context,
                                   Collector& collector) const {
   const GitClient client(settings_);
   try {

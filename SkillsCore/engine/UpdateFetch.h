@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "engine/IncomingUpdate.h"
+#include "engine/SkillOrigin.h"
 #include "files/Paths.h"
 #include "foundations/Operation.h"
 #include "sources/GitClient.h"
@@ -20,15 +21,11 @@ class UpdateFetch {
   FetchedUpdates fetch(const std::vector<SkillRecord>& skills, const OperationContext& context) const;
 
  private:
-  // Skills that come from one commit.
-  struct Repository {
-    ParsedGitSource source;
-    std::vector<const SkillRecord*> skills;
-  };
   class Collector;
 
   void fetchFolder(const SkillRecord& skill, Collector& collector) const;
-  void fetchRepository(const Repository& repository, const OperationContext& context, Collector& collector) const;
+  void fetchRepository(const SkillsByOrigin::Repository& repository, const OperationContext& context,
+                       Collector& collector) const;
 
   Paths paths_;
   GitSettings settings_;

@@ -8,6 +8,8 @@
 #include "engine/PlanOrRefusal.h"
 #include "engine/RepositoryGuard.h"
 #include "files/FS.h"
+#include "files/Paths.h"
+#include "files/TreeCopy.h"
 #include "foundations/Clock.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
@@ -30,13 +32,26 @@ std::optional<std::string> ownVersion(const SkillRecord& skill) {
 
 std::string actionFor(const SkillRecord& skill) { return isRemote(skill.sourceType) ? "update" : "reimport"; }
 
-void requireInside(const std::string& subpath) {
+bool isMark(UpdateStatus status) { return status == UpdateStatus::checking || status == UpdateStatus::updating; }
+
+std::optional<std::string> hashOf(const fs::path& folder) {
+  return FS::resolvesToDirectory(folder) ? std::optional(ContentHash::hashDirectory(folder)) : std::nullopt;
+}
+
+[[noreturn]] void throwChangedMeanwhile(const SkillRecord& skill) {
+  throw SkillsError::conflict("'" + skill.name + "' was changed while its update was fetched; update it again");
+}
+
+// A folder's path in a repository as installing records it; none for the repository itself.
+std::optional<std::string> normalSubpath(const std::string& subpath) {
   const fs::path path(subpath);
   const bool leaves = path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end();
   if (leaves || !Text::isValidUTF8(subpath) || subpath.find('\0') != std::string::npos) {
     throw SkillsError::invalidInput("'" + subpath +
-                                    "' is no path inside a repository; give one without '..', such as " + "skills/pdf");
+                                    "' is no path inside a repository; give one without '..', such as skills/pdf");
   }
+  const std::string normal = fsPath(path.lexically_normal());
+  return normal.empty() || normal == "." ? std::nullopt : std::optional(normal);
 }
 
 }  // namespace
@@ -47,24 +62,27 @@ Updates::Statuses Updates::mark(const std::vector<std::string>& ids, UpdateStatu
     for (const auto& id : ids) {
       const auto record = library_.store.skill(id);
       if (!record) continue;
-      before.emplace(id, record->updateStatus);
+      before.emplace(id, isMark(record->updateStatus) ? UpdateStatus::unknown : record->updateStatus);
       library_.store.setUpdateStatus(id, {.status = status});
     }
   });
   return before;
 }
 
-void Updates::restore(const Statuses& statuses) {
+void Updates::restore(const Statuses& statuses, UpdateStatus mark) {
   library_.transaction([&] {
-    for (const auto& [id, status] : statuses) library_.store.setUpdateStatus(id, {.status = status});
+    for (const auto& [id, status] : statuses) {
+      const auto record = library_.store.skill(id);
+      if (record && record->updateStatus == mark) library_.store.setUpdateStatus(id, {.status = status});
+    }
   });
 }
 
 void Updates::record(const std::vector<CheckOutcome>& outcomes, UpdateCheckReport& report) {
   library_.transaction([&] {
     for (const auto& outcome : outcomes) {
-      const auto skill = library_.store.skill(outcome.skillId);
-      if (!skill) continue;  // removed meanwhile
+      const auto skill = library_.store.skill(outcome.skill->id);
+      if (!skill || !hasSameOrigin(*skill, *outcome.skill)) continue;
       SkillStore::UpdateCheck check{.status = outcome.status, .checkedAt = nowMillis()};
       if (outcome.found) {
         // Compared with what the skill is now: it may have been updated while its source was asked.
@@ -72,7 +90,7 @@ void Updates::record(const std::vector<CheckOutcome>& outcomes, UpdateCheckRepor
         check.status = isCurrent ? UpdateStatus::upToDate : UpdateStatus::available;
         if (isRemote(skill->sourceType)) check.remoteRevision = outcome.found;
       }
-      check.error = outcome.error;
+      check.error.emplace(outcome.error);  // none clears that of an earlier check
       library_.store.setUpdateStatus(skill->id, check);
       report.statuses[skill->id] = check.status;
       if (outcome.error) report.errors[skill->id] = *outcome.error;
@@ -80,44 +98,71 @@ void Updates::record(const std::vector<CheckOutcome>& outcomes, UpdateCheckRepor
   });
 }
 
-void Updates::recordFailure(const std::string& id, const FetchFailure& failure) {
+void Updates::recordFailure(const FetchFailure& failure) {
   library_.transaction([&] {
-    const auto skill = library_.store.skill(id);
-    if (!skill) return;
+    const auto skill = library_.store.skill(failure.skill.id);
+    if (!skill || !hasSameOrigin(*skill, failure.skill)) return;
     library_.store.setUpdateStatus(
-        id, {.status = failure.status, .error = std::optional(failure.error.message()), .checkedAt = nowMillis()});
+        skill->id,
+        {.status = failure.status, .error = std::optional(failure.error.message()), .checkedAt = nowMillis()});
     library_.store.logAudit({.action = actionFor(*skill),
-                             .skillId = id,
+                             .skillId = skill->id,
                              .skillName = skill->name,
                              .success = false,
                              .detail = failure.error.message()});
   });
 }
 
-bool Updates::bringIn(const IncomingUpdate& update) {
-  const SkillRecord record = requireAsFetched(update);
+std::unique_ptr<StagingFolder> Updates::broughtNear(const Paths& paths, const IncomingUpdate& update) {
+  auto near = std::make_unique<StagingFolder>(paths.skills());
+  if (update.changesNothing()) return near;
+  try {
+    FS::renameExclusive(update.folder(), near->slot(0));
+  } catch (const SkillsError&) {  // temporary folders can lie on another file system
+    FS::copySkillTree(update.folder(), near->slot(0));
+  }
+  return near;
+}
+
+bool Updates::bringIn(const IncomingUpdate& update, const StagingFolder& near) {
+  const SkillRecord record = requireSameOrigin(update);
   const bool cameAlready = update.hash == record.contentHash && update.skill().contentHash != record.contentHash;
   if (update.changesNothing() || cameAlready) {
-    library_.transaction([&] { recordArrival(record, update); });
+    library_.transaction([&] { recordArrival(record, update, /*isReplaced=*/false); });
     return false;
   }
   refuseRepository(record.centralPath, kRepositoryAdvice);
   const SkillMeta before = Skills::metadataBefore(record, record.centralPath);
-  CentralSwap swap(update.folder(), record.centralPath);
+  CentralSwap swap(near.slot(0), record.centralPath);
+  // Looked at when nobody can write there any more.
+  if (hashOf(swap.replaced()) != update.libraryHash) throwChangedMeanwhile(record);
   const SkillRecord fresh = library_.transaction([&] {
     SkillRecord refreshed = skills_.refreshRecordFromDisk(record, before);
-    recordArrival(refreshed, update);
+    recordArrival(refreshed, update, /*isReplaced=*/true);
     return refreshed;
   });
   swap.keep();
-  repair_.resyncCopyTargets(fresh);
+  resyncCopies(fresh);
   return true;
+}
+
+// The update has come whatever becomes of the copies; those that cannot follow are for a repair.
+void Updates::resyncCopies(const SkillRecord& skill) {
+  try {
+    repair_.resyncCopyTargets(skill);
+  } catch (const SkillsError& error) {
+    library_.store.logAudit({.action = "deploy",
+                             .skillId = skill.id,
+                             .skillName = skill.name,
+                             .success = false,
+                             .detail = error.message()});
+  }
 }
 
 Plan Updates::plan(const IncomingUpdate& update) {
   const SkillRecord& fetched = update.skill();
   return planOrRefusal(fetched.centralPath, [&]() -> Plan {
-    const SkillRecord record = requireAsFetched(update);
+    const SkillRecord record = requireSameOrigin(update);
     PlannedStep step{.action = FS::exists(record.centralPath) ? Action::replace : Action::place,
                      .skillName = record.name,
                      .skillId = record.id,
@@ -140,41 +185,37 @@ Plan Updates::plan(const IncomingUpdate& update) {
   });
 }
 
-// The record of the skill, whose folder in the library is what it was when the update was fetched, or has the update
-// already.
-SkillRecord Updates::requireAsFetched(const IncomingUpdate& update) {
+SkillRecord Updates::requireSameOrigin(const IncomingUpdate& update) {
   SkillRecord record = skills_.require(update.skill().id);
-  const bool isThere = FS::resolvesToDirectory(record.centralPath);
-  const auto hash = isThere ? std::optional(ContentHash::hashDirectory(record.centralPath)) : std::nullopt;
-  const bool isSameSkill =
-      record.centralPath == update.skill().centralPath && record.sourceType == update.skill().sourceType &&
-      record.sourceRefResolved == update.skill().sourceRefResolved && record.sourceRef == update.skill().sourceRef;
-  if (isSameSkill && (hash == update.libraryHash || hash == update.hash)) return record;
-  throw SkillsError::conflict("'" + record.name + "' was changed while its update was fetched; update it again");
+  if (record.centralPath != update.skill().centralPath || !hasSameOrigin(record, update.skill())) {
+    throwChangedMeanwhile(record);
+  }
+  return record;
 }
 
-void Updates::recordArrival(SkillRecord record, const IncomingUpdate& update) {
-  const bool isNew = update.hash != update.skill().contentHash;
+void Updates::recordArrival(SkillRecord record, const IncomingUpdate& update, bool isReplaced) {
   if (update.revision) record.sourceRevision = record.remoteRevision = update.revision;
   record.updateStatus = UpdateStatus::upToDate;
   record.lastCheckedAt = nowMillis();
   record.lastCheckError.reset();
   library_.store.updateSkill(record);
+  const auto source = update.revision ? update.revision : record.sourceRef;
   library_.store.logAudit({.action = actionFor(record),
                            .skillId = record.id,
                            .skillName = record.name,
-                           .detail = isNew ? update.revision : "no content change"});
+                           .detail = isReplaced ? source : "no content change"});
 }
 
 SkillSummary Updates::detach(const std::string& id) {
   SkillRecord record = skills_.require(id);
+  const auto source = record.sourceRef;
   record.sourceType = SourceType::local;
   record.sourceRef.reset();
   record.sourceRefResolved.reset();
   record.sourceSubpath.reset();
   record.sourceBranch.reset();
   record.updateStatus = UpdateStatus::localOnly;
-  return changeSource(record, "detach_source");
+  return changeSource(record, "detach_source", source);
 }
 
 SkillSummary Updates::relink(const std::string& id, const std::string& url, const std::optional<std::string>& subpath) {
@@ -185,14 +226,14 @@ SkillSummary Updates::relink(const std::string& id, const std::string& url, cons
   record.sourceRef = GitSource::withoutCredentials(source.originalURL);
   record.sourceRefResolved = GitSource::withoutCredentials(source.cloneURL);
   record.sourceBranch = source.branch;
-  record.sourceSubpath = subpath ? subpath : source.subpath;
-  if (record.sourceSubpath) requireInside(*record.sourceSubpath);
+  record.sourceSubpath = normalSubpath(subpath.value_or(source.subpath.value_or("")));
   record.updateStatus = UpdateStatus::unknown;
-  return changeSource(record, "relink_source");
+  return changeSource(record, "relink_source", record.sourceRef);
 }
 
 // Which commit of a new source the skill's content is from is not known, so the next check offers what is there.
-SkillSummary Updates::changeSource(SkillRecord record, const std::string& action) {
+SkillSummary Updates::changeSource(SkillRecord record, const std::string& action,
+                                   const std::optional<std::string>& source) {
   record.sourceRevision.reset();
   record.remoteRevision.reset();
   record.lastCheckedAt.reset();
@@ -200,8 +241,7 @@ SkillSummary Updates::changeSource(SkillRecord record, const std::string& action
   record.updatedAt = nowMillis();
   library_.transaction([&] {
     library_.store.updateSkill(record);
-    library_.store.logAudit(
-        {.action = action, .skillId = record.id, .skillName = record.name, .detail = record.sourceRef});
+    library_.store.logAudit({.action = action, .skillId = record.id, .skillName = record.name, .detail = source});
   });
   return skills_.summary(record.id);
 }

@@ -4,6 +4,7 @@
 // the library.
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "engine/Reports.h"
 #include "engine/Skills.h"
 #include "engine/UpdateChecks.h"
+#include "sources/StagingFolder.h"
 
 namespace orvanta {
 
@@ -23,18 +25,23 @@ class Updates {
 
   using Statuses = std::map<std::string, UpdateStatus>;  // by skill id
 
-  // Marks the skills as being worked on, and returns what they were. Ids that no skill has are passed over.
+  // Marks the skills as being worked on, and returns what they were; unknown where that is a mark itself. Ids that no
+  // skill has are passed over.
   Statuses mark(const std::vector<std::string>& ids, UpdateStatus status);
-  void restore(const Statuses& statuses);
+  // Puts back what the skills were, where they still have this mark.
+  void restore(const Statuses& statuses, UpdateStatus mark);
 
-  // Records what checks found, in one transaction, and adds it to the report.
+  // Records what checks found, in one transaction, and adds it to the report. What was found at a source that is no
+  // longer the skill's is passed over.
   void record(const std::vector<CheckOutcome>& outcomes, UpdateCheckReport& report);
-  void recordFailure(const std::string& id, const FetchFailure& failure);
+  void recordFailure(const FetchFailure& failure);
 
-  // Gives the skill its new content; links to it and copies of it follow. Returns false when there was nothing new,
-  // which is recorded as well. Throws `conflict` when the library's folder is no longer what it was when the update was
-  // fetched, `refused` for a folder with a repository in it, with nothing changed.
-  bool bringIn(const IncomingUpdate& update);
+  // The update's content on the library's own file system, used up; needs no turn.
+  static std::unique_ptr<StagingFolder> broughtNear(const Paths& paths, const IncomingUpdate& update);
+  // Gives the skill the content that was brought near; links to it and copies of it follow. Returns false when there
+  // was nothing new, which is recorded as well. Throws `conflict` when the library's folder is no longer what it was
+  // when the update was fetched, `refused` for a folder with a repository in it, with nothing changed.
+  bool bringIn(const IncomingUpdate& update, const StagingFolder& near);
   // What that would do.
   Plan plan(const IncomingUpdate& update);
 
@@ -45,9 +52,10 @@ class Updates {
   SkillSummary relink(const std::string& id, const std::string& url, const std::optional<std::string>& subpath);
 
  private:
-  SkillSummary changeSource(SkillRecord record, const std::string& action);
-  SkillRecord requireAsFetched(const IncomingUpdate& update);
-  void recordArrival(SkillRecord record, const IncomingUpdate& update);
+  SkillSummary changeSource(SkillRecord record, const std::string& action, const std::optional<std::string>& source);
+  SkillRecord requireSameOrigin(const IncomingUpdate& update);
+  void recordArrival(SkillRecord record, const IncomingUpdate& update, bool isReplaced);
+  void resyncCopies(const SkillRecord& skill);
 
   Library& library_;
   Skills& skills_;

@@ -143,7 +143,8 @@ bool isDirectionControl(char32_t codePoint) {
 
 bool isHidden(char32_t codePoint) {
   const auto within = [&](char32_t first, char32_t last) { return codePoint >= first && codePoint <= last; };
-  return isDirectionControl(codePoint) || codePoint == 0x00AD || codePoint == 0x200B || codePoint == 0xFEFF ||
+  return isDirectionControl(codePoint) || codePoint == 0x00AD || codePoint == 0x180E || codePoint == 0x200B ||
+         codePoint == 0xFEFF || codePoint == 0x3164 || codePoint == 0xFFA0 || within(0x115F, 0x1160) ||
          within(0x2060, 0x2064) || within(0x206A, 0x206F) || within(0xE0000, 0xE0FFF);
 }
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cstdint>
 #include <string_view>
 #include <system_error>
 
@@ -24,6 +26,10 @@ namespace {
 constexpr auto cloneTimeout = 300s;
 constexpr auto remoteTimeout = 60s;
 constexpr auto localTimeout = 30s;
+constexpr auto listTimeout = 10s;
+// Of a checkout: far more than any collection of skills, far less than a disk.
+constexpr std::size_t mostFiles = 200'000;
+constexpr std::uint64_t mostBytes = std::uint64_t{4} << 30;
 // More of git's words than a person reads; a hostile server can make it say any amount.
 constexpr std::size_t longestFailureText = 4000;
 
@@ -94,9 +100,22 @@ std::optional<std::string> idOf(const std::vector<std::string>& refs, std::strin
   return std::nullopt;
 }
 
+// The size of a file in a line of ls-tree: "MODE TYPE ID SIZE<tab>PATH".
+std::uint64_t sizeIn(std::string_view line) {
+  const auto head = line.substr(0, std::min(line.find('\t'), line.size()));
+  const auto digits = head.substr(head.rfind(' ') == std::string_view::npos ? head.size() : head.rfind(' ') + 1);
+  std::uint64_t size = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), size);
+  return size;
+}
+
 SkillsError failure(const std::string& command, const ProcessResult& result) {
   if (result.stopped) return SkillsError::git(fmt::format("git {} was stopped", command));
-  const auto text = Text::maskCredentials(result.failureText());
+  const std::string words = Text::maskCredentials(result.failureText());
+  std::vector<std::string> lines;
+  for (const auto line : Text::split(words, '
+')) lines.push_back(Text::singleLine(line));
+  const auto text = Text::join(lines, "; ");
   return SkillsError::git(fmt::format("git {} failed: {}", command, Text::prefixBytes(text, longestFailureText)));
 }
 
@@ -112,10 +131,30 @@ bool GitClient::isAvailable() const {
 void GitClient::shallowClone(const std::string& url, const std::optional<std::string>& branch, const fs::path& into,
                              const OperationContext& context) const {
   refuseOption(branch);
-  std::vector<std::string> arguments = {"clone", "--depth", "1", "--quiet", "--no-tags"};
+  std::vector<std::string> arguments = {"clone", "--depth", "1", "--quiet", "--no-tags", "--no-checkout"};
   if (branch) arguments.insert(arguments.end(), {"--branch", *branch});
   arguments.insert(arguments.end(), {"--", url, into.string()});
   runChecked(arguments, {.remote = url, .timeout = cloneTimeout}, context);
+  refuseBoundless(into, context);
+  runChecked({"reset", "--hard", "--quiet"}, {.cwd = into, .timeout = cloneTimeout}, context);
+}
+
+// A few kilobytes can stand for more files than there is memory or disk for, so they are counted before there are any.
+void GitClient::refuseBoundless(const fs::path& checkout, const OperationContext& context) const {
+  const auto listed = run({"ls-tree", "-r", "-l", "-z", "HEAD"}, {.cwd = checkout, .timeout = listTimeout}, context);
+  if (listed.standardError.find("Not a valid object name HEAD") != std::string::npos) {
+    throw SkillsError::git("The repository is empty: there is no commit to read");
+  }
+  if (!listed.succeeded() && !listed.timedOut) throw failure("ls-tree", listed);
+  std::size_t files = 0;
+  std::uint64_t bytes = 0;
+  for (const auto line : Text::split(listed.standardOutput, '\0')) {
+    ++files;
+    bytes += sizeIn(line);
+  }
+  if (!listed.timedOut && files <= mostFiles && bytes <= mostBytes) return;
+  throw SkillsError::git(
+      fmt::format("The repository is too large: a checkout may have {} files and {} GiB", mostFiles, mostBytes >> 30));
 }
 
 std::string GitClient::remoteHead(const std::string& url, const std::optional<std::string>& branch,

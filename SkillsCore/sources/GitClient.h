@@ -60,7 +60,8 @@ class GitClient {
   [[nodiscard]] bool isAvailable() const;
 
   // Clones the last commit of a branch or tag, or of the remote's default branch, into a new folder. On failure
-  // something may be left there. Throws `git`, and `invalidInput` for a branch that git would take for an option.
+  // something may be left there. Throws `git`, also for an empty repository and one with far too many files, and
+  // `invalidInput` for a branch that git would take for an option.
   void shallowClone(const std::string& url, const std::optional<std::string>& branch, const std::filesystem::path& into,
                     const OperationContext& context) const;
 
@@ -96,6 +97,8 @@ class GitClient {
                            const OperationContext& context) const;
 
  private:
+  void refuseBoundless(const std::filesystem::path& checkout, const OperationContext& context) const;
+
   GitSettings settings_;
 };
 

@@ -98,6 +98,9 @@ void GitEnvironment::limitToReading() {
   configure("core.fsmonitor", "false");
   configure("core.symlinks", "true");
   configure("core.autocrlf", "false");
+  // A server that stalls must not keep a git that has lost whoever would end it.
+  configure("http.lowSpeedLimit", "1000");
+  configure("http.lowSpeedTime", "60");
   configure("filter.lfs.process", "");
   configure("filter.lfs.smudge", "");
   configure("filter.lfs.required", "false");

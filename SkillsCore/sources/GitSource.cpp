@@ -42,7 +42,25 @@ bool isAddress(std::string_view text) {
 bool isShorthand(std::string_view text) {
   constexpr std::array<std::string_view, 3> kLocalBeginnings{"/", ".", "~"};
   if (text.find("://") != npos || text.find('\\') != npos || startsWithAny(text, kLocalBeginnings)) return false;
-  return text.find('/') != npos && text.find(' ') == npos && !isDrivePath(text);
+  const bool isPlain = std::none_of(text.begin(), text.end(), [](char c) { return (c >= 0 && c <= ' ') || c == '@'; });
+  return isPlain && text.find('/') != npos && text.find(':') == npos && !isDrivePath(text);
+}
+
+// Git would not say what is wrong with these, or say it with the password.
+void checkAddress(std::string_view address) {
+  const bool isPlain = std::none_of(address.begin(), address.end(), [](char c) { return c >= 0 && c <= ' '; });
+  const auto scheme = address.find("://");
+  const auto rest = scheme == npos ? address : address.substr(scheme + 3);
+  const auto site = rest.substr(0, rest.find('/'));
+  if (!isPlain || site.empty() || site.ends_with('@')) {
+    throw SkillsError::invalidInput(
+        "The address of the repository is malformed: write scheme://host/path, without blanks");
+  }
+  const auto user = site.substr(0, site.rfind('@') == npos ? 0 : site.rfind('@'));
+  if (!address.starts_with("http") && user.find(':') != npos) {
+    throw SkillsError::invalidInput(
+        "The address of the repository holds a password, which ssh does not use; leave it out, and use a key");
+  }
 }
 
 std::string githubRepository(std::string_view ownerAndName) {
@@ -97,6 +115,18 @@ std::optional<fs::path> atUsualPlace(const fs::path& checkout, std::initializer_
   return std::nullopt;
 }
 
+// Whether a link with this text never leaves the folder above it on its way, whatever that is called.
+bool staysBelow(const fs::path& link, const fs::path& text) {
+  if (text.is_absolute()) return false;
+  int depth = static_cast<int>(std::distance(link.begin(), link.end())) - 1;
+  for (const auto& word : text) {
+    if (word == "..") --depth;
+    if (depth < 0) return false;
+    if (word != ".." && word != "." && !word.empty()) ++depth;
+  }
+  return true;
+}
+
 bool isNamed(const fs::path& folder, const std::string& name) { return folder.filename() == name; }
 
 bool callsItself(const fs::path& folder, const std::string& name) {
@@ -117,7 +147,8 @@ namespace GitSource {
 
 void validate(std::string_view text) {
   const auto source = Text::lowercase(Text::trim(text));
-  if (isAddress(source) || isShorthand(source)) return;
+  if (isAddress(source)) return checkAddress(source);
+  if (isShorthand(source)) return;
   throw SkillsError::invalidInput("URL scheme not allowed: only https, http, ssh, and git@ are permitted");
 }
 
@@ -171,9 +202,11 @@ void removeOutwardLinks(const fs::path& folder) {
   for (const auto& entry : listTree(fd.get(), folder, [](std::string_view name) { return name == ".git"; })) {
     if (entry.kind != TreeEntry::Kind::symlink) continue;
     const fs::path link = folder / entry.relativePath;
-    const bool staysInside =
-        !fs::path(readLinkText(fd.get(), entry.relativePath, folder)).is_absolute() && FS::resolvesInside(link, folder);
-    if (!staysInside) FS::removeSymlink(link);
+    // What leads nowhere here may lead to something of the user's from the place that the skill gets.
+    const bool leadsSomewhere = FS::resolvesToFile(link) || FS::resolvesToDirectory(link);
+    const bool staysInside = staysBelow(entry.relativePath, readLinkText(fd.get(), entry.relativePath, folder)) &&
+                             FS::resolvesInside(link, folder);
+    if (!leadsSomewhere || !staysInside) FS::removeSymlink(link);
   }
 }
 

@@ -54,7 +54,8 @@ void validate(std::string_view text);
 [[nodiscard]] std::vector<std::filesystem::path> list(const std::filesystem::path& checkout,
                                                       const std::filesystem::path& root);
 
-// Removes the links in a skill's folder that lead out of it: what they show elsewhere is not the publisher's.
+// Removes the links in a skill's folder that lead out of it, or nowhere: what they show elsewhere is not the
+// publisher's.
 void removeOutwardLinks(const std::filesystem::path& folder);
 
 // The folder of one skill: the checkout itself when it is a skill; else "skills/ID", "skill/ID" or ".agents/skills/ID";

@@ -41,7 +41,9 @@ StagingFolder::StagingFolder(const fs::path& skillsFolder, std::string_view pref
   throw SkillsError::io("Cannot keep the folder " + path_.string() + "; another process removes it");
 }
 
-StagingFolder::~StagingFolder() { FS::removeQuietly(path_); }
+StagingFolder::~StagingFolder() {
+  if (!path_.empty()) FS::removeQuietly(path_);
+}
 
 void StagingFolder::announce(const std::vector<Announced>& skills) const {
   Json list = Json::array();

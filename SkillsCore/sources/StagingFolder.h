@@ -25,11 +25,14 @@ class StagingFolder {
     FS::Identity identity;
   };
 
-  // Makes "PREFIX UUID" in the library's skills folder. Throws `io`.
+  // Makes "PREFIXuuid" in the library's skills folder. Throws `io`.
   explicit StagingFolder(const std::filesystem::path& skillsFolder, std::string_view prefix = kPrefix);
   ~StagingFolder();
   StagingFolder(const StagingFolder&) = delete;
   StagingFolder& operator=(const StagingFolder&) = delete;
+
+  // Leaves the folder to be found by a later start, as that of a killed process is.
+  void leaveBehind() { path_.clear(); }
 
   // The place of the item with this number; nothing stands there yet.
   [[nodiscard]] std::filesystem::path slot(std::size_t number) const { return path_ / std::to_string(number); }

@@ -22,7 +22,7 @@ std::optional<std::string> textOf(const std::optional<ContentEntry>& entry) {
   if (!entry) return "";
   if (entry->isSymlink) return std::nullopt;
   auto text = FS::readText(entry->url, kLargestFile);
-  const bool isText = text && Text::isValidUTF8(*text) && text->find('\0') == std::string::npos;
+  const bool isText = text && text->find('\0') == std::string::npos;
   return isText ? text : std::nullopt;
 }
 
@@ -52,11 +52,16 @@ UnifiedDiff unifiedDiff(const std::vector<SkillFileChange>& changes, const GitSe
     if (change.before) put(folder.path() / "a", change.path, *before);
     if (change.after) put(folder.path() / "b", change.path, *after);
   }
+  // The user's own habits must not bend what is shown.
   const std::vector<std::string> command = {"-c",
                                             "core.quotePath=false",
                                             "diff",
+                                            "-O/dev/null",
                                             "--no-index",
                                             "--no-color",
+                                            "--unified=3",
+                                            "--diff-algorithm=myers",
+                                            "--ws-error-highlight=none",
                                             "--no-ext-diff",
                                             "--no-textconv",
                                             "--no-renames",
@@ -66,7 +71,9 @@ UnifiedDiff unifiedDiff(const std::vector<SkillFileChange>& changes, const GitSe
                                             "a",
                                             "b"};
   const auto result = GitClient(settings).run(command, {.cwd = folder.path()}, context);
-  if (result.stopped) throw SkillsError::git("Comparing was stopped");
+  constexpr int kDiffers = 1;
+  const bool isWhole = !result.stopped && !result.timedOut && (result.exitCode == 0 || result.exitCode == kDiffers);
+  if (!isWhole) throw SkillsError::git("git diff failed: " + result.failureText());
   diff.text = Text::prefixBytes(result.standardOutput, kLargestDiff);
   diff.isCut = diff.text.size() < result.standardOutput.size();
   return diff;

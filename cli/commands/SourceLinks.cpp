@@ -6,6 +6,7 @@
 #include "cli/Format.h"
 #include "cli/Names.h"
 #include "cli/commands/Common.h"
+#include "foundations/Text.h"
 
 namespace orvanta::cli {
 
@@ -32,9 +33,9 @@ ExitStatus runRelink(Session& session, const RelinkOptions& options) {
   const SkillRecord record = skillNamed(session.engine(), options.skill);
   const auto summary = session.change(
       [&](const OperationContext&) { return session.engine().relinkSource(record.id, options.url, options.subpath); });
-  const ExitStatus status =
-      showSummary(session, summary,
-                  fmt::format("{} comes from {} now.", inQuotes(record.name), summary.record.sourceRef.value_or("")));
+  const ExitStatus status = showSummary(session, summary,
+                                        fmt::format("{} comes from {} now.", inQuotes(record.name),
+                                                    Text::singleLine(summary.record.sourceRef.value_or(""))));
   session.note("Next: orvanta diff SKILL, to see what that repository has of it");
   return status;
 }

@@ -61,10 +61,18 @@ void showDifferences(Session& session, const std::vector<const IncomingUpdate*>&
   }
 }
 
+void withhold(FetchedUpdates& fetched) {
+  fetched.withholdLostEdits();
+  for (auto& [id, failure] : fetched.failures) {
+    if (!failure.isWithheld) continue;
+    failure.error = SkillsError(failure.error.kind(), failure.error.message() + " --yes confirms it.");
+  }
+}
+
 // Where somebody can be asked, nothing is brought in that was not agreed to; elsewhere what was changed by hand stays.
 void decide(Session& session, FetchedUpdates& fetched) {
   if (session.options().yes) return;
-  if (!session.canAsk()) return fetched.withholdLostEdits();
+  if (!session.canAsk()) return withhold(fetched);
   const auto updates = withNews(fetched);
   if (updates.empty()) return;
   showOverview(session, updates);
@@ -88,16 +96,14 @@ std::string sentenceOf(const UpdateReport& report) {
   return sentence + ".";
 }
 
+FetchPurpose purposeOf(bool dryRun) { return dryRun ? FetchPurpose::preview : FetchPurpose::update; }
+
 // What was fetched, brought in and shown; as the skill itself when there is only one.
 ExitStatus bringIn(Session& session, FetchedUpdates fetched, bool dryRun, bool isOne) {
   SkillsEngine& engine = session.engine();
   if (dryRun) return showPlan(session, engine.planUpdates(fetched));
   decide(session, fetched);
-  if (isOne && !fetched.failures.empty()) {
-    const SkillsError& error = fetched.failures.begin()->second.error;
-    const bool isWithheld = error.kind() == SkillsError::Kind::refused && !session.canAsk();
-    throw SkillsError(error.kind(), error.message() + (isWithheld ? " With --yes it is." : ""));
-  }
+  if (isOne && !fetched.failures.empty()) throw fetched.failures.begin()->second.error;
   const UpdateReport report =
       session.change([&](const OperationContext& context) { return engine.applyUpdates(fetched, context); });
   if (!isOne) return showReport(session, report.asApplied(), sentenceOf(report));
@@ -117,16 +123,18 @@ ExitStatus run(Session& session, const Options& options) {
   SkillsEngine& engine = session.engine();
   const auto ids = options.all ? engine.idsWithUpdates() : idsOf(skillsNamed(engine, options.skills));
   if (ids.empty()) return showReport(session, {}, "No update is known. Look for updates with: orvanta check");
-  FetchedUpdates fetched =
-      lookedAt(session, [&](const OperationContext& context) { return engine.fetchUpdates(ids, context); });
+  FetchedUpdates fetched = lookedAt(session, [&](const OperationContext& context) {
+    return engine.fetchUpdates(ids, purposeOf(options.dryRun), context);
+  });
   return bringIn(session, std::move(fetched), options.dryRun, !options.all && ids.size() == 1);
 }
 
 ExitStatus runReimport(Session& session, const ReimportOptions& options) {
   SkillsEngine& engine = session.engine();
   const SkillRecord record = skillNamed(engine, options.skill);
-  FetchedUpdates fetched =
-      lookedAt(session, [&](const OperationContext& context) { return engine.fetchReimport(record.id, context); });
+  FetchedUpdates fetched = lookedAt(session, [&](const OperationContext& context) {
+    return engine.fetchReimport(record.id, purposeOf(options.dryRun), context);
+  });
   return bringIn(session, std::move(fetched), options.dryRun, /*isOne=*/true);
 }
 

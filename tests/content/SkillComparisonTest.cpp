@@ -35,7 +35,7 @@ TEST_F(SkillComparisonTest, FilesAreToldApartByContentModeAndKind) {
   }
   EXPECT_EQ(found, "SKILL.md~ gone- link~ tool~ z/new+ ");
   EXPECT_EQ(compareSkills(root / "nothing", after).size(), 5U) << "what is not there is empty";
-  EXPECT_THAT(findingsIn(changes()), ElementsAre("link is a link", "tool is now executable"));
+  EXPECT_THAT(findingsIn(changes()), ElementsAre("link is a link to tool", "tool is now executable"));
 }
 
 TEST_F(SkillComparisonTest, WhatNobodySeesIsPointedOut) {
@@ -54,7 +54,7 @@ TEST_F(SkillComparisonTest, TextsAreComparedLineByLine) {
   write(after / "huge", std::string(2 << 20, 'x'));
   write(after / "-n", "begins with a hyphen\n");
   // What the user's configuration would make of it must not reach a program of theirs.
-  write(root / "gitconfig", "[diff]\n\texternal = false\n\tnoprefix = false\n[core]\n\tpager = false\n");
+  write(root / "gitconfig", "[diff]\n\texternal = false\n\torderFile = nothing\n\tcontext = 0\n[core]\n\tpager = false\n");
   ::setenv("GIT_CONFIG_GLOBAL", (root / "gitconfig").c_str(), 1);
   const UnifiedDiff diff = unifiedDiff(changes(), {.temp = user.temp}, {});
   EXPECT_THAT(diff.text, AllOf(HasSubstr("--- a/SKILL.md\n+++ b/SKILL.md\n"), HasSubstr("-two\n+2\n"),

@@ -102,6 +102,11 @@ TEST_F(GitInstallationTest, NothingOutsideOfACheckoutIsReadOrKept) {
   fs::create_symlink(home / "private" / "key", pdf / "absolute");
   fs::create_symlink("../../README", pdf / "upwards");
   fs::create_symlink("data", pdf / "inner");
+  // These lead nowhere in a checkout, and to what the user has from the library, or to another skill there.
+  fs::create_symlink("../../../home/private/key", pdf / "dangling");
+  fs::create_symlink(".", pdf / "here");
+  fs::create_symlink("here/../../../../home/private/key", pdf / "through a link");
+  fs::create_symlink("../pdf/data", pdf / "by its own name");
   fs::create_directory_symlink(home / "private", server.folder("o/r") / "skills" / "stolen");
   server.commit("o/r", {{"README", "x"}});
   EXPECT_EQ(pathsIn("o/r"), Texts{"skills/pdf"});
@@ -110,8 +115,10 @@ TEST_F(GitInstallationTest, NothingOutsideOfACheckoutIsReadOrKept) {
   EXPECT_EQ(report.errors.size(), 3U);
   ASSERT_EQ(report.installed.size(), 1U);
   EXPECT_EQ(read(paths.skills() / "pdf" / "inner"), "own");
-  EXPECT_FALSE(FS::exists(paths.skills() / "pdf" / "absolute"));
-  EXPECT_FALSE(FS::exists(paths.skills() / "pdf" / "upwards"));
+  EXPECT_EQ(read(paths.skills() / "pdf" / "here" / "data"), "own");
+  for (const auto* outward : {"absolute", "upwards", "dangling", "through a link", "by its own name"}) {
+    EXPECT_FALSE(FS::exists(paths.skills() / "pdf" / outward)) << outward;
+  }
 }
 
 TEST_F(GitInstallationTest, CredentialsInAnAddressAreUsedAndKeptNowhere) {

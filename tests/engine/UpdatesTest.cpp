@@ -2,10 +2,12 @@
 
 #include <set>
 #include <stop_token>
+#include <thread>
 
 #include "files/FS.h"
 #include "tests/support/GitServer.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/WebServer.h"
 
 namespace orvanta {
 namespace {
@@ -51,6 +53,16 @@ class UpdatesTest : public Sandbox {
     for (auto at = requests.find(what); at != std::string::npos; at = requests.find(what, at + 1)) ++count;
     return count;
   }
+  int markedFolders() const {
+    int count = 0;
+    for (const auto& name : FS::childNames(paths.skills())) count += name.starts_with(".updating-") ? 1 : 0;
+    return count;
+  }
+  // As another process would.
+  void reopenedElsewhere(const std::function<void(SkillsEngine&)>& body) const {
+    SkillsEngine other(paths, user);
+    body(other);
+  }
   void expectNothingLeft() {
     EXPECT_TRUE(fs::is_empty(user.temp));
     EXPECT_EQ(sql("SELECT count(*) FROM skills WHERE update_status IN ('checking', 'updating')"), "0\n");
@@ -80,7 +92,7 @@ TEST_F(UpdatesTest, AFolderOnThisDiskIsCompared) {
   EXPECT_NE(engine().summary(id).record.lastCheckedAt, std::nullopt);
   EXPECT_THAT(errorOf([&] { engine().updateSkill(id, {}); }),
               IsError(Kind::invalidInput, "Reinstall well-known skills from their publisher page"));
-  EXPECT_THAT(errorOf([&] { engine().checkUpdate("nobody", {}); }), IsError(Kind::notFound, "nobody"));
+  EXPECT_THAT(engine().checkUpdates({{"nobody", id}}, 8, {}).errors.at("nobody"), HasSubstr("Skill not found"));
 }
 
 TEST_F(UpdatesTest, SkillsOfOneRepositoryShareOneQuestion) {
@@ -166,7 +178,7 @@ TEST_F(UpdatesTest, ChangesByHandAreNotLostUnasked) {
   EXPECT_THAT(all.errors[0], HasSubstr("changed by hand"));
   EXPECT_EQ(read(libraryFolder("docx") / "notes"), "mine");
 
-  const UpdateReport agreed = engine().applyUpdates(engine().fetchUpdates({ids["pdf"]}, {}), {});
+  const UpdateReport agreed = engine().applyUpdates(engine().fetchUpdates({ids["pdf"]}, FetchPurpose::update, {}), {});
   EXPECT_EQ(agreed.updatedIds, Texts{ids["pdf"]});
   EXPECT_EQ(read(libraryFolder("pdf") / "tool.sh"), "run");
   expectNothingLeft();
@@ -221,10 +233,13 @@ TEST_F(UpdatesTest, NothingOutsideOfTheRepositoryComesIn) {
   const Path skillFolder = server.folder("o/r") / "skills/pdf";
   fs::create_symlink(home / "private", skillFolder / "leak");
   fs::create_symlink("../docx/SKILL.md", skillFolder / "sibling");
+  // Where it lies now this leads nowhere, from the library to what is beside it.
+  fs::create_symlink("../../../home/private", skillFolder / "dangling");
   fs::create_symlink("tool.sh", skillFolder / "inside");
   publishNews();
   engine().updateSkill(ids["pdf"], {});
   EXPECT_FALSE(fs::is_symlink(libraryFolder("pdf") / "leak"));
+  EXPECT_FALSE(fs::is_symlink(libraryFolder("pdf") / "dangling"));
   EXPECT_FALSE(fs::is_symlink(libraryFolder("pdf") / "sibling"));
   EXPECT_TRUE(fs::is_symlink(libraryFolder("pdf") / "inside"));
 
@@ -242,7 +257,7 @@ TEST_F(UpdatesTest, NothingOutsideOfTheRepositoryComesIn) {
 TEST_F(UpdatesTest, WhatChangesBetweenFetchingAndBringingInIsNotOverwritten) {
   given();
   publishNews();
-  FetchedUpdates fetched = engine().fetchUpdates({ids["pdf"], ids["docx"]}, {});
+  FetchedUpdates fetched = engine().fetchUpdates({ids["pdf"], ids["docx"]}, FetchPurpose::update, {});
   ASSERT_EQ(fetched.updates.size(), 2U);
   write(libraryFolder("pdf") / "tool.sh", "written meanwhile");
   const UpdateReport report = engine().applyUpdates(fetched, {});
@@ -268,8 +283,9 @@ TEST_F(UpdatesTest, ASkillIsCopiedAnewFromItsFolder) {
 
   write(libraryFolder("local") / "a", "by hand");
   EXPECT_THAT(errorOf([&] { engine().reimportFromSource(id, {}); }), IsError(Kind::refused, "would be lost: a."));
-  engine().applyUpdates(engine().fetchReimport(id, {}), {});
+  engine().applyUpdates(engine().fetchReimport(id, FetchPurpose::update, {}), {});
   EXPECT_EQ(read(libraryFolder("local") / "a"), "2") << "though the source has nothing new";
+  EXPECT_EQ(lastAudit(), "reimport: " + source.string());
 
   fs::remove_all(source);
   EXPECT_THAT(errorOf([&] { engine().reimportFromSource(id, {}); }),
@@ -294,7 +310,7 @@ TEST_F(UpdatesTest, ASourceIsForgottenAndReplaced) {
   EXPECT_EQ(detached.sourceRef, std::nullopt);
   EXPECT_EQ(detached.sourceRefResolved, std::nullopt);
   EXPECT_EQ(detached.sourceRevision, std::nullopt);
-  EXPECT_EQ(lastAudit(), "detach_source: ");
+  EXPECT_EQ(lastAudit(), "detach_source: " + server.url("o/r"));
   EXPECT_EQ(checked(ids["pdf"]), UpdateStatus::localOnly);
 
   server.commit("o/fork", {});
@@ -317,22 +333,75 @@ TEST_F(UpdatesTest, ASourceIsForgottenAndReplaced) {
   EXPECT_EQ(engine().updateSkill(ids["pdf"], {}).record.description, "found by its name");
 }
 
+// A stop while the source has not answered yet.
 TEST_F(UpdatesTest, AStopLeavesNothingMarked) {
   given();
-  publishNews();
-  engine().checkUpdates(std::nullopt, 8, {});
+  WebServer stalled;
+  stalled.stall("/o/r.git/info/refs");
+  sql("UPDATE skills SET update_status = 'available', source_ref_resolved = '" + stalled.url("/o/r.git") + "'");
+  const auto stopOnce = [&](const std::string& mark, const std::function<void(const OperationContext&)>& body) {
+    std::stop_source stop;
+    const std::jthread stopper([&] {
+      while (sql("SELECT count(*) FROM skills WHERE update_status = '" + mark + "'") == "0\n")
+        std::this_thread::yield();
+      stop.request_stop();
+    });
+    body({.stop = stop.get_token()});
+  };
+  engine();
   const std::string before = recordsAsText();
-  std::stop_source stop;
-  stop.request_stop();
-  const OperationContext context{.stop = stop.get_token()};
-  const auto report = engine().checkUpdates(std::nullopt, 8, context);
-  EXPECT_TRUE(report.interrupted);
-  EXPECT_THAT(report.statuses, IsEmpty());
-  const FetchedUpdates fetched = engine().fetchUpdates({ids["pdf"]}, context);
-  EXPECT_TRUE(fetched.interrupted);
-  EXPECT_TRUE(engine().applyUpdates(fetched, {}).interrupted);
+  stopOnce("checking", [&](const auto& context) {
+    const auto report = engine().checkUpdates(std::nullopt, 8, context);
+    EXPECT_TRUE(report.interrupted);
+    EXPECT_THAT(report.statuses, IsEmpty());
+  });
   EXPECT_EQ(recordsAsText(), before);
+  stopOnce("updating", [&](const auto& context) {
+    const FetchedUpdates fetched = engine().fetchUpdates({ids["pdf"]}, FetchPurpose::update, context);
+    EXPECT_TRUE(fetched.interrupted);
+    EXPECT_TRUE(engine().applyUpdates(fetched, {}).interrupted);
+  });
+  EXPECT_EQ(recordsAsText(), before);
+
+  // Two checks at once, of which the second found the marks of the first.
+  std::stop_source first;
+  std::stop_source second;
+  std::jthread other([&] { engine().checkUpdates(std::nullopt, 8, {.stop = first.get_token()}); });
+  while (sql("SELECT count(*) FROM skills WHERE update_status = 'checking'") == "0\n") std::this_thread::yield();
+  std::jthread another([&] { engine().checkUpdates(std::nullopt, 8, {.stop = second.get_token()}); });
+  while (markedFolders() < 2) std::this_thread::yield();
+  first.request_stop();
+  other.join();
+  second.request_stop();
+  another.join();
   expectNothingLeft();
+}
+
+TEST_F(UpdatesTest, WhatASourceSaysIsNotTakenForAnother) {
+  given();
+  publishNews();
+  OperationContext context;
+  context.trace = [&](std::string_view) {
+    reopenedElsewhere([&](SkillsEngine& other) { other.detachSource(ids["pdf"]); });
+  };
+  const auto report = engine().checkUpdates({{ids["pdf"]}}, 8, context);
+  EXPECT_THAT(report.statuses, IsEmpty());
+  EXPECT_EQ(record("pdf").updateStatus, UpdateStatus::localOnly);
+  context.trace = {};
+  const FetchedUpdates fetched = engine().fetchUpdates({ids["docx"]}, FetchPurpose::update, context);
+  engine().relinkSource(ids["docx"], "o/elsewhere", "./skills/docx/");
+  EXPECT_EQ(record("docx").sourceSubpath, "skills/docx");
+  EXPECT_EQ(engine().applyUpdates(fetched, {}).failures.size(), 1U);
+  EXPECT_EQ(record("docx").updateStatus, UpdateStatus::unknown);
+}
+
+TEST_F(UpdatesTest, APreviewRecordsNothing) {
+  given();
+  fs::remove_all(server.folder("o/r"));
+  const std::string before = everythingAsText();
+  EXPECT_EQ(engine().fetchUpdates({ids["pdf"]}, FetchPurpose::preview, {}).failures.size(), 1U);
+  EXPECT_THAT(errorOf([&] { engine().previewUpdate(ids["pdf"], {}); }), IsError(Kind::git, "git clone failed"));
+  EXPECT_EQ(everythingAsText(), before);
 }
 
 TEST_F(UpdatesTest, MarksOfAKilledProcessGoAtTheNextStart) {
@@ -341,7 +410,7 @@ TEST_F(UpdatesTest, MarksOfAKilledProcessGoAtTheNextStart) {
   OtherProcess other([&](const auto& waitForTheEnd) {
     OperationContext context;
     context.trace = [&](std::string_view) { waitForTheEnd(); };  // after the clone, before it is compared
-    reopen().fetchUpdates({ids["pdf"]}, context);
+    reopen().fetchUpdates({ids["pdf"]}, FetchPurpose::update, context);
   });
   EXPECT_EQ(record("pdf").updateStatus, UpdateStatus::updating);
   reopen();

@@ -92,7 +92,7 @@ TEST_F(GitClientTest, ACheckoutIsTheLastCommitOfItsBranchOrTag) {
     EXPECT_THAT(errorOf([&] { (void)client().remoteHead(server.url("o/r"), absent, {}); }),
                 IsError(Kind::git, "Remote has no " + absent + " ref"));
   }
-  EXPECT_THAT(commands, HasSubstr("git clone --depth 1 --quiet --no-tags --branch v1 -- https://github.com/o/r "));
+  EXPECT_THAT(commands, HasSubstr("git clone --depth 1 --quiet --no-tags --no-checkout --branch v1 -- https://github.com/o/r "));
 }
 
 TEST_F(GitClientTest, TheTemporaryFolderGoesHoweverTheWorkEnds) {
@@ -267,6 +267,25 @@ TEST_F(GitClientTest, ARepositoryIsReadWithoutRunningOrFetchingAnythingElse) {
   EXPECT_FALSE(fs::exists(trap)) << read(trap);
 }
 
+// A few objects that stand for 210,000 files.
+TEST_F(GitClientTest, ABoundlessOrEmptyRepositoryIsNotCheckedOut) {
+  GitServer::Files files;
+  for (int i = 0; i < 21; ++i) files["f" + std::to_string(i)] = "x";
+  server.commit("o/r", files);
+  for (int level = 0; level < 4; ++level) {
+    const auto tree = server.git("o/r", {"write-tree"});
+    server.git("o/r", {"read-tree", "--empty"});
+    for (int i = 0; i < 10; ++i) server.git("o/r", {"read-tree", "--prefix=d" + std::to_string(i) + "/", tree});
+  }
+  const auto tree = server.git("o/r", {"write-tree"});
+  server.git("o/r", {"update-ref", "HEAD", server.git("o/r", {"commit-tree", "-m", "large", tree})});
+  EXPECT_THAT(errorOf([&] { cloned(source(server.url("o/r"))); }), IsError(Kind::git, "too large"));
+  fs::create_directories(server.folder("o/empty"));
+  server.git("o/empty", {"init", "--quiet"});
+  EXPECT_THAT(errorOf([&] { cloned(source(server.url("o/empty"))); }), IsError(Kind::git, "is empty"));
+  EXPECT_TRUE(fs::is_empty(user.temp));
+}
+
 TEST_F(GitClientTest, NamesThatLeadOutOfACheckoutAreRefused) {
   server.commit("o/r", {{"file", "x"}});
   const auto tree = server.git("o/r", {"rev-parse", "HEAD^{tree}"});
@@ -276,7 +295,7 @@ TEST_F(GitClientTest, NamesThatLeadOutOfACheckoutAreRefused) {
     const auto evilTree = std::string(Text::trim(hostile.standardOutput));
     const auto commit = server.git("o/r", {"commit-tree", "-m", "evil", evilTree});
     server.git("o/r", {"update-ref", "refs/heads/main", commit});
-    EXPECT_THAT(errorOf([&] { (void)cloned(source(server.url("o/r"))); }), IsError(Kind::git, "git clone failed: "))
+    EXPECT_THAT(errorOf([&] { (void)cloned(source(server.url("o/r"))); }), IsError(Kind::git, "git reset failed: "))
         << name;
   }
   EXPECT_TRUE(tempIsEmpty());
