@@ -8,6 +8,13 @@
 
 namespace orvanta::cli {
 
+namespace {
+
+// More than anybody answers: what is piped in by mistake may have no end.
+constexpr std::size_t kLongestLine = std::size_t{64} << 10;
+
+}  // namespace
+
 Session::Session(const Streams& streams, const GlobalOptions& options)
     : streams_(streams),
       options_(options),
@@ -58,7 +65,15 @@ std::optional<std::string> Session::ask(std::string_view question) const {
 
 std::optional<std::string> Session::readLine() const {
   std::string line;
-  if (!std::getline(streams_.in, line)) return std::nullopt;
+  char byte = 0;
+  while (streams_.in.get(byte) && byte != '\n') {
+    if (line.size() == kLongestLine) {
+      throw SkillsError::invalidInput(
+          fmt::format("A line of standard input is longer than {} KiB. Check what is piped in.", kLongestLine >> 10));
+    }
+    line += byte;
+  }
+  if (line.empty() && !streams_.in) return std::nullopt;
   return std::string(Text::trim(line));
 }
 

@@ -58,7 +58,8 @@ class Session {
   [[nodiscard]] bool willAsk() const { return canAsk() && !options_.yes; }
   // The line typed in answer; nothing at the end of input.
   std::optional<std::string> ask(std::string_view question) const;
-  // The next line of standard input without white space around it; nothing at its end.
+  // The next line of standard input without white space around it; nothing at its end. Throws `invalidInput` for one
+  // longer than 64 KiB.
   [[nodiscard]] std::optional<std::string> readLine() const;
   // Returns when the user agrees. Throws `refused` when not, and `UsageError` where nobody can be asked and --yes was
   // not given. `question` names what will go: "Remove 3 skills?".

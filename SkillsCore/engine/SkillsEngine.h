@@ -140,9 +140,10 @@ class SkillsEngine {
   // ── Network ──
   // Whether the system's key store has a token; it alone holds it. False as well where there is no key store.
   static bool hasGithubToken();
-  // White space around it does not count; one that is then empty, or none, removes it. Throws `io` when the key store
-  // refuses, with the token there as it was.
-  void setGithubToken(const std::optional<std::string>& token);
+  // White space around it does not count; one that is then empty, or none, removes it. Whether the key store changed:
+  // there may have been nothing to remove, or no key store. Throws `io` when the key store refuses, with the token
+  // there as it was, and when a stop ends the wait for it.
+  bool setGithubToken(const std::optional<std::string>& token, const OperationContext& context = {});
   // Absent: whatever the system says.
   std::optional<std::string> proxyURL();
 

@@ -17,6 +17,7 @@
 #include "platform/AtomicRename.h"
 #include "platform/FileTimes.h"
 #include "platform/UniqueFd.h"
+#include "platform/WriteAll.h"
 
 namespace orvanta::FS {
 
@@ -27,15 +28,6 @@ namespace {
 Kind kindOf(mode_t mode) {
   if (S_ISLNK(mode)) return Kind::symlink;
   return S_ISDIR(mode) ? Kind::directory : Kind::file;
-}
-
-void writeAll(int fd, std::string_view content, const fs::path& file) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(fd, content.data(), content.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) throw SkillsError::system("Cannot write " + file.string(), errno);
-    content.remove_prefix(static_cast<std::size_t>(written));
-  }
 }
 
 struct CloseDir {
@@ -191,8 +183,9 @@ void writeAtomically(const fs::path& file, std::string_view content) {
   try {
     const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!fd) throw SkillsError::system("Cannot write " + file.string(), errno);
-    writeAll(fd.get(), content, file);
-    if (::fsync(fd.get()) != 0) throw SkillsError::system("Cannot write " + file.string(), errno);
+    if (!writeAll(fd.get(), content) || ::fsync(fd.get()) != 0) {
+      throw SkillsError::system("Cannot write " + file.string(), errno);
+    }
     if (::rename(temporary.c_str(), file.c_str()) != 0) {
       throw SkillsError::system("Cannot write " + file.string(), errno);
     }

@@ -16,6 +16,7 @@
 #include "platform/CloneFile.h"
 #include "platform/FileTimes.h"
 #include "platform/UniqueFd.h"
+#include "platform/WriteAll.h"
 
 namespace orvanta {
 
@@ -112,12 +113,7 @@ class TreeCopier {
   }
 
   void write(int fd, std::string_view block, const std::string& relative) const {
-    while (!block.empty()) {
-      const ssize_t written = ::write(fd, block.data(), block.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) throw SkillsError::system("Cannot write " + made(relative), errno);
-      block.remove_prefix(static_cast<std::size_t>(written));
-    }
+    if (!writeAll(fd, block)) throw SkillsError::system("Cannot write " + made(relative), errno);
   }
 
   [[nodiscard]] std::string made(const std::string& relative) const { return (to_ / relative).string(); }

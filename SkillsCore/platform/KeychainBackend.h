@@ -5,6 +5,7 @@
 #include <chrono>
 #include <optional>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 
 namespace orvanta::Keychain::Backend {
@@ -16,12 +17,19 @@ struct Failure : std::runtime_error {
   int status;
 };
 
+// How long the key store is waited for.
+struct Wait {
+  std::chrono::milliseconds patience;
+  std::stop_token stop;
+};
+
 // What the user can do about a failure.
 std::string advice();
 
 // All three throw `Failure`, or the reason why the key store could not even be asked.
-std::optional<std::string> readItem(const std::string& account, std::chrono::milliseconds patience);
-void writeItem(const std::string& account, const std::string& value, std::chrono::milliseconds patience);
-void removeItem(const std::string& account, std::chrono::milliseconds patience);
+std::optional<std::string> readItem(const std::string& account, const Wait& wait);
+void writeItem(const std::string& account, const std::string& value, const Wait& wait);
+// Whether there was one.
+bool removeItem(const std::string& account, const Wait& wait);
 
 }  // namespace orvanta::Keychain::Backend

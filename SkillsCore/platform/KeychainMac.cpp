@@ -67,7 +67,7 @@ std::string reasonOf(OSStatus status) {
 
 std::string advice() { return "Unlock the login keychain in Keychain Access and try again."; }
 
-std::optional<std::string> readItem(const std::string& account, std::chrono::milliseconds) {
+std::optional<std::string> readItem(const std::string& account, const Wait&) {
   const auto query = identity(account);
   CFDictionarySetValue(query.get(), kSecReturnData, kCFBooleanTrue);
   CFDictionarySetValue(query.get(), kSecMatchLimit, kSecMatchLimitOne);
@@ -78,7 +78,7 @@ std::optional<std::string> readItem(const std::string& account, std::chrono::mil
                      static_cast<std::size_t>(CFDataGetLength(bytes.get())));
 }
 
-void writeItem(const std::string& account, const std::string& value, std::chrono::milliseconds) {
+void writeItem(const std::string& account, const std::string& value, const Wait&) {
   const auto bytes = data(value);
   const auto change = dictionary();
   CFDictionarySetValue(change.get(), kSecValueData, bytes.get());
@@ -87,7 +87,9 @@ void writeItem(const std::string& account, const std::string& value, std::chrono
   if (status != errSecSuccess) throw Failure(static_cast<int>(status), reasonOf(status));
 }
 
-void removeItem(const std::string& account, std::chrono::milliseconds) { SecItemDelete(identity(account).get()); }
+bool removeItem(const std::string& account, const Wait&) {
+  return SecItemDelete(identity(account).get()) == errSecSuccess;
+}
 
 }  // namespace orvanta::Keychain::Backend
 

@@ -4,6 +4,7 @@
 
 #ifndef __APPLE__
 
+#include <algorithm>
 #include <functional>
 #include <future>
 #include <memory>
@@ -23,8 +24,12 @@ namespace orvanta::Keychain::Backend {
 
 namespace {
 
+using SteadyClock = std::chrono::steady_clock;
+
+// How long a requested stop may go unnoticed.
+constexpr std::chrono::milliseconds longestWait(100);
 // How long a call that was cancelled gets to come back.
-constexpr auto cancelDelay = std::chrono::milliseconds(500);
+constexpr std::chrono::milliseconds cancelDelay(500);
 
 SharedLibrary loaded() {
   try {
@@ -94,41 +99,57 @@ const SecretSchema& schema() {
   return schema;
 }
 
-// Asks the key store; the text of the item where that was the question.
-using Call = std::function<std::optional<std::string>(const SecretLibrary&, GCancellable*)>;
+// What a call found out, each part where that was the question.
+struct Answer {
+  std::optional<std::string> text = {};
+  bool wasRemoved = false;
+};
+using Call = std::function<Answer(const SecretLibrary&, GCancellable*)>;
 
 // How a call ended, passed from its thread to the one that waits.
 struct Outcome {
-  std::optional<std::string> text;
-  std::optional<int> failureStatus;
-  std::string failureReason;
+  Answer answer = {};
+  std::optional<int> failureStatus = {};
+  std::string failureReason = {};
 };
 
 Outcome make(const Call& call, const SecretLibrary& library, GCancellable* cancellable) {
   try {
-    return {call(library, cancellable), std::nullopt, ""};
+    return {.answer = call(library, cancellable)};
   } catch (const Failure& failure) {
-    return {std::nullopt, failure.status, failure.what()};
+    return {.failureStatus = failure.status, .failureReason = failure.what()};
   }
 }
 
-// The call's result. Throws `Failure` when it fails or takes longer than `patience`.
-std::optional<std::string> patiently(std::chrono::milliseconds patience, Call call) {
+// Returns when the result is there; throws `Failure` when it is no longer to be waited for.
+void await(const std::future<Outcome>& result, const Wait& wait) {
+  const auto deadline = SteadyClock::now() + wait.patience;
+  while (result.wait_until(std::min(deadline, SteadyClock::now() + longestWait)) != std::future_status::ready) {
+    if (wait.stop.stop_requested()) throw Failure(G_IO_ERROR_CANCELLED, "the wait for the key store was stopped");
+    if (SteadyClock::now() < deadline) continue;
+    throw Failure(G_IO_ERROR_TIMED_OUT, fmt::format("the key store did not answer within {} seconds",
+                                                    std::chrono::duration<double>(wait.patience).count()));
+  }
+}
+
+// What the call found out. Throws `Failure` when it fails, takes longer than it may or is stopped.
+Answer patiently(const Wait& wait, Call call) {
   const auto& library = SecretLibrary::get();
   const std::shared_ptr<GCancellable> cancellable(library.cancellableNew(), library.unref);
   std::packaged_task<Outcome()> task(
       [&library, cancellable, call = std::move(call)] { return make(call, library, cancellable.get()); });
   auto result = task.get_future();
   std::thread(std::move(task)).detach();
-  if (result.wait_for(patience) != std::future_status::ready) {
+  try {
+    await(result, wait);
+  } catch (const Failure&) {
     library.cancel(cancellable.get());
     result.wait_for(cancelDelay);
-    throw Failure(G_IO_ERROR_TIMED_OUT, fmt::format("the key store did not answer within {} seconds",
-                                                    std::chrono::duration<double>(patience).count()));
+    throw;
   }
   auto outcome = result.get();
   if (outcome.failureStatus) throw Failure(*outcome.failureStatus, outcome.failureReason);
-  return std::move(outcome.text);
+  return std::move(outcome.answer);
 }
 
 std::optional<std::string> lookUp(const SecretLibrary& library, GCancellable* cancellable, const std::string& account) {
@@ -152,31 +173,41 @@ void store(const SecretLibrary& library, GCancellable* cancellable, const std::s
   if (!stored) throw Failure(SECRET_ERROR_IS_LOCKED, "the key store stayed locked");
 }
 
+bool clear(const SecretLibrary& library, GCancellable* cancellable, const std::string& account) {
+  ErrorSlot error(library);
+  const bool wasRemoved = library.clear(&schema(), cancellable, error.slot(), "service", service, "account",
+                                        account.c_str(), nullptr) != FALSE;
+  error.throwAny();
+  return wasRemoved;
+}
+
 }  // namespace
 
 std::string advice() {
   return "Start a key store of your desktop, such as GNOME Keyring or KWallet, or unlock it, and try again.";
 }
 
-std::optional<std::string> readItem(const std::string& account, std::chrono::milliseconds patience) {
-  return patiently(patience,
-                   [account](const auto& library, auto* cancellable) { return lookUp(library, cancellable, account); });
+std::optional<std::string> readItem(const std::string& account, const Wait& wait) {
+  return patiently(wait,
+                   [account](const auto& library, auto* cancellable) -> Answer {
+                     return {.text = lookUp(library, cancellable, account)};
+                   })
+      .text;
 }
 
-void writeItem(const std::string& account, const std::string& value, std::chrono::milliseconds patience) {
-  patiently(patience, [account, value](const auto& library, auto* cancellable) {
+void writeItem(const std::string& account, const std::string& value, const Wait& wait) {
+  patiently(wait, [account, value](const auto& library, auto* cancellable) -> Answer {
     store(library, cancellable, account, value);
-    return std::nullopt;
+    return {};
   });
 }
 
-void removeItem(const std::string& account, std::chrono::milliseconds patience) {
-  patiently(patience, [account](const auto& library, auto* cancellable) {
-    ErrorSlot error(library);
-    library.clear(&schema(), cancellable, error.slot(), "service", service, "account", account.c_str(), nullptr);
-    error.throwAny();
-    return std::nullopt;
-  });
+bool removeItem(const std::string& account, const Wait& wait) {
+  return patiently(wait,
+                   [account](const auto& library, auto* cancellable) -> Answer {
+                     return {.wasRemoved = clear(library, cancellable, account)};
+                   })
+      .wasRemoved;
 }
 
 }  // namespace orvanta::Keychain::Backend

@@ -3,7 +3,6 @@
 #include "cli/SecretInput.h"
 #include "cli/UsageError.h"
 #include "cli/commands/Common.h"
-#include "foundations/SkillsError.h"
 #include "foundations/Text.h"
 
 namespace orvanta::cli {
@@ -32,16 +31,16 @@ ExitStatus runSet(Session& session) {
     throw UsageError(
         "There is no token on standard input. Type or pipe one in, or remove it with orvanta token clear.");
   }
-  session.engine().setGithubToken(token);
+  session.change([&](const OperationContext& context) { return session.engine().setGithubToken(token, context); });
   return show(session, true, "The token is stored in the system's key store. It is sent to GitHub only.");
 }
 
 ExitStatus runClear(Session& session) {
-  session.engine().setGithubToken(std::nullopt);
-  if (SkillsEngine::hasGithubToken()) {
-    throw SkillsError::io("The key store did not remove the token. Unlock it and try again.");
-  }
-  return show(session, false, "No GitHub token is stored.");
+  const bool wasRemoved = session.change(
+      [&](const OperationContext& context) { return session.engine().setGithubToken(std::nullopt, context); });
+  return show(session, false,
+              wasRemoved ? "The GitHub token is removed from the system's key store."
+                         : "No GitHub token is stored, or no key store answers.");
 }
 
 }  // namespace
@@ -56,9 +55,8 @@ void setUpTokenSet(CommandLine& line) {
   line.example("orvanta token set", "Type the token; the terminal does not show it");
   line.explain(
       "The token may also be piped in, as in 'orvanta token set < FILE'. A personal access token lets Orvanta read "
-      "private repositories on GitHub. It lies in the system's key store "
-      "(the "
-      "Secret Service of a Linux desktop, the keychain of macOS) and nowhere else.");
+      "private repositories on GitHub. It lies in the system's key store (the Secret Service of a Linux desktop, the "
+      "keychain of macOS) and nowhere else.");
 }
 
 void setUpTokenClear(CommandLine& line) {

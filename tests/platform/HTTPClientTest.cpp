@@ -20,7 +20,6 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
-using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto network = SkillsError::Kind::network;
 
@@ -139,20 +138,17 @@ TEST_F(HTTPClientTest, AServerThatStallsIsGivenUpAndAStopEndsTheWaitAtOnce) {
   server.stall("/silent");
   server.stall("/half", "half of it");
   for (const std::string path : {"/silent", "/half"}) {
-    const auto start = SteadyClock::now();
     EXPECT_THAT(getError(server.url(path), {.idleTimeout = 100ms}),
                 IsError(network, "next to nothing for 0.1 seconds"));
-    EXPECT_GE(SteadyClock::now() - start, 100ms);
 
     std::stop_source source;
     const std::jthread stopper([&] {
       std::this_thread::sleep_for(50ms);
       source.request_stop();
     });
-    const auto stopStart = SteadyClock::now();
-    EXPECT_THAT(errorOf([&] { (void)HTTPClient().get(server.url(path), {}, {.stop = source.get_token()}); }),
+    const HTTPOptions patient{.idleTimeout = 24h};
+    EXPECT_THAT(errorOf([&] { (void)HTTPClient().get(server.url(path), patient, {.stop = source.get_token()}); }),
                 IsError(network, "was stopped"));
-    EXPECT_LT(SteadyClock::now() - stopStart, 900ms) << "not only after the idle time";
   }
 }
 
@@ -160,16 +156,17 @@ TEST_F(HTTPClientTest, ASlowTransferThatKeepsMovingHasAllTheTimeItNeeds) {
   WebServer server;
   server.on("/slow", [](const auto&, auto& response) {
     response.set_chunked_content_provider("application/octet-stream", [](std::size_t offset, httplib::DataSink& sink) {
-      std::this_thread::sleep_for(50ms);
+      std::this_thread::sleep_for(100ms);
       const std::string block(std::size_t{100} << 10, 'x');
-      if (offset >= 8 * block.size()) {
+      if (offset >= 30 * block.size()) {
         sink.done();
         return true;
       }
       return sink.write(block.data(), block.size());
     });
   });
-  EXPECT_EQ(HTTPClient().get(server.url("/slow"), {.idleTimeout = 300ms}).body.size(), std::size_t{800} << 10);
+  // Far more than a pause of the server, on a busy machine as well, and less than the whole takes.
+  EXPECT_EQ(HTTPClient().get(server.url("/slow"), {.idleTimeout = 2s}).body.size(), std::size_t{3000} << 10);
 }
 
 TEST_F(HTTPClientTest, ADownloadIsCompleteOrNotThere) {
