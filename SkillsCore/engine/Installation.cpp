@@ -52,24 +52,30 @@ std::vector<InstallRequest> Installation::localRequests(const std::vector<fs::pa
 PreparedInstall Installation::prepare(const Paths& paths, std::vector<InstallRequest> requests,
                                       const OperationContext& context) {
   PreparedInstall prepared;
-  prepared.staging = std::make_unique<StagingFolder>(paths.skills());
+  prepareAlso(prepared, paths, std::move(requests), context);
+  return prepared;
+}
+
+void Installation::prepareAlso(PreparedInstall& prepared, const Paths& paths, std::vector<InstallRequest> requests,
+                               const OperationContext& context) {
+  if (!prepared.staging) prepared.staging = std::make_unique<StagingFolder>(paths.skills());
+  const std::size_t first = prepared.items.size();
   for (auto& request : requests) prepared.items.push_back({std::move(request), {}, {}});
   std::mutex progress;
-  std::size_t finished = 0;
-  parallelFor(prepared.items.size(), [&](std::size_t i) {
+  std::size_t finished = first;
+  parallelFor(requests.size(), [&](std::size_t i) {
     if (context.stop.stop_requested()) return;
-    auto& item = prepared.items[i];
+    auto& item = prepared.items[first + i];
     try {
       requireInstallable(paths, item.request.folder);
       item.skill =
-          Installer::prepare(item.request.folder, item.request.name, paths.skills(), prepared.staging->slot(i));
+          Installer::prepare(item.request.folder, item.request.name, paths.skills(), prepared.staging->slot(first + i));
     } catch (const SkillsError& error) {
       item.failure = error;
     }
     const std::lock_guard lock(progress);
     context.report("Installing", ++finished, prepared.items.size());
   });
-  return prepared;
 }
 
 std::vector<Installer::Destination> Installation::assignPlaces(const Paths& paths, const PreparedInstall& prepared) {
@@ -132,27 +138,29 @@ SkillSummary Installation::settleOne(const PreparedInstall& prepared) {
 Plan Installation::plan(const std::vector<InstallRequest>& requests) {
   Plan plan;
   Installer::Taken taken;
-  for (const auto& request : requests) {
-    PlannedStep step{.action = Action::refused,
-                     .skillName = folderName(request),
-                     .skillId = {},
-                     .tool = {},
-                     .path = request.folder.string(),
-                     .reason = {}};
-    try {
-      requireInstallable(library_.paths, request.folder);
-      const auto expected = Installer::expect(request.folder, request.name, library_.paths.skills(), taken);
-      taken.emplace(expected.destination, expected.contentHash);
-      step.skillName = expected.name;
-      step.path = expected.destination.string();
-      step.action = expected.reused ? Action::keep : Action::place;
-      if (expected.reused) step.reason = "already in the library";
-    } catch (const SkillsError& error) {
-      step.reason = error.message();
-    }
-    plan.push_back(step);
-  }
+  for (const auto& request : requests) plan.push_back(planOne(request, taken));
   return plan;
+}
+
+PlannedStep Installation::planOne(const InstallRequest& request, Installer::Taken& taken) {
+  PlannedStep step{.action = Action::refused,
+                   .skillName = folderName(request),
+                   .skillId = {},
+                   .tool = {},
+                   .path = request.folder.string(),
+                   .reason = {}};
+  try {
+    requireInstallable(library_.paths, request.folder);
+    const auto expected = Installer::expect(request.folder, request.name, library_.paths.skills(), taken);
+    taken.emplace(expected.destination, expected.contentHash);
+    step.skillName = expected.name;
+    step.path = expected.destination.string();
+    step.action = expected.reused ? Action::keep : Action::place;
+    if (expected.reused) step.reason = "already in the library";
+  } catch (const SkillsError& error) {
+    step.reason = error.message();
+  }
+  return step;
 }
 
 }  // namespace orvanta

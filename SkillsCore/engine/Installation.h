@@ -51,6 +51,9 @@ class Installation {
   // item.
   static PreparedInstall prepare(const Paths& paths, std::vector<InstallRequest> requests,
                                  const OperationContext& context);
+  // The same for requests that come bit by bit: adds them to what was prepared before.
+  static void prepareAlso(PreparedInstall& prepared, const Paths& paths, std::vector<InstallRequest> requests,
+                          const OperationContext& context);
   // The places that the prepared skills get, by item, looked for under the library's lock; they are noted in the
   // staging folder, so that a later start can take back what a killed process left there.
   static std::vector<Installer::Destination> assignPlaces(const Paths& paths, const PreparedInstall& prepared);
@@ -62,6 +65,8 @@ class Installation {
 
   // The same checks and names as `prepare`, with nothing copied.
   Plan plan(const std::vector<InstallRequest>& requests);
+  // One step of such a plan; notes the place it takes.
+  PlannedStep planOne(const InstallRequest& request, Installer::Taken& taken);
 
  private:
   Library& library_;

@@ -1,7 +1,5 @@
 #include "engine/SiteInstallation.h"
 
-#include <deque>
-
 #include "content/SkillMetadata.h"
 #include "foundations/SkillsError.h"
 #include "sources/WellKnownSkill.h"
@@ -31,26 +29,31 @@ InstallRequest requestFor(const WellKnownIndex& index, const WellKnownIndex::Ent
 
 }  // namespace
 
-void SiteInstallation::withSkills(const HTTPClient& client, const WellKnownIndex& index,
-                                  const std::vector<WellKnownIndex::Entry>& entries,
-                                  const std::optional<std::string>& name, const fs::path& temp,
-                                  const OperationContext& context, const std::function<void(Found)>& body) {
+SiteInstallation::Failures SiteInstallation::forEachSkill(
+    const std::vector<WellKnownIndex::Entry>& entries, const std::optional<std::string>& name,
+    const OperationContext& context, const std::function<void(const InstallRequest&)>& body) const {
   if (name && entries.size() != 1) {
     throw SkillsError::invalidInput("A name is for one skill, and there are " + std::to_string(entries.size()));
   }
-  std::deque<WellKnownSkill> fetched;
-  Found found;
+  Failures failures;
+  std::size_t done = 0;
   for (const auto& entry : entries) {
+    failures.interrupted = context.stop.stop_requested();
+    if (failures.interrupted) break;
+    std::optional<WellKnownSkill> skill;
+    std::optional<InstallRequest> request;
     try {
-      const auto& skill = fetched.emplace_back(client, index, entry, temp, context);
-      found.requests.push_back(requestFor(index, entry, skill.folder(), name));
+      skill.emplace(client_, index_, entry, temp_, context);
+      request = requestFor(index_, entry, skill->folder(), name);
     } catch (const SkillsError& error) {
-      found.interrupted = context.stop.stop_requested();
-      if (found.interrupted) break;
-      found.errors.push_back(entry.name + ": " + error.message());
+      failures.interrupted = context.stop.stop_requested();
+      if (failures.interrupted) break;
+      failures.errors.push_back(entry.name + ": " + error.message());
     }
+    if (request) body(*request);
+    context.report("Fetching skills", ++done, entries.size());
   }
-  body(std::move(found));
+  return failures;
 }
 
 }  // namespace orvanta

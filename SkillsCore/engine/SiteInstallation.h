@@ -1,10 +1,12 @@
 #pragma once
 
-// Skills that web sites publish. What is fetched lives only while it is looked at.
+// Skills that web sites publish. What is fetched lives only while it is looked at, one skill at a time.
 
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/Installation.h"
@@ -14,20 +16,25 @@
 
 namespace orvanta {
 
-struct SiteInstallation {
-  // The skills that could be fetched, while they last.
-  struct Found {
-    std::vector<InstallRequest> requests;
-    std::vector<std::string> errors;  // "NAME: " and why it could not be
-    bool interrupted = false;
-  };
+class SiteInstallation {
+ public:
+  // Fetches below `temp`. The index must outlive this.
+  SiteInstallation(HTTPClient client, const WellKnownIndex& index, std::filesystem::path temp)
+      : client_(std::move(client)), index_(index), temp_(std::move(temp)) {}
 
-  // Fetches these entries of the index below `temp` and hands them to `body`; goes on past failures. Throws as `body`,
-  // and `invalidInput` for one name for several skills.
-  static void withSkills(const HTTPClient& client, const WellKnownIndex& index,
-                         const std::vector<WellKnownIndex::Entry>& entries, const std::optional<std::string>& name,
-                         const std::filesystem::path& temp, const OperationContext& context,
-                         const std::function<void(Found)>& body);
+  struct Failures {
+    std::vector<std::string> errors;  // "NAME: " and why it could not be fetched
+    bool interrupted = false;         // before all were fetched
+  };
+  // Fetches these entries of the index one after the other and hands each to `body`, after which its files go; goes on
+  // past failures. Throws as `body`, and `invalidInput` for one name for several skills.
+  Failures forEachSkill(const std::vector<WellKnownIndex::Entry>& entries, const std::optional<std::string>& name,
+                        const OperationContext& context, const std::function<void(const InstallRequest&)>& body) const;
+
+ private:
+  HTTPClient client_;
+  const WellKnownIndex& index_;
+  std::filesystem::path temp_;
 };
 
 }  // namespace orvanta

@@ -10,8 +10,8 @@
 //   Skills                 records, files, enabling, removal           engine/Skills, SkillActivation, SkillRemoval
 //   Tags                   names that skills share                     engine/Tags
 //   Installation           folders and archives into the library       engine/Installation
-//   Git sources            repositories into the library              engine/GitInstallation
-//   Community directory    listed skills: looking and installing   sources/PlazzaAPI, engine/GitInstallation
+//   Git sources            repositories into the library               engine/GitInstallation
+//   Community directory    listed skills: looking and installing      engine/Market
 //   Sites                  skills that web sites publish              engine/SiteInstallation
 //   Updates                what sources have newer                     engine/UpdateChecks, UpdateFetch, Updates
 //   Deployment             links and copies in agents' folders         engine/Deployment, engine/Repair
@@ -25,7 +25,6 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -47,6 +46,7 @@ namespace orvanta {
 
 struct GitSettings;
 struct HTTPSettings;
+struct MarketQuestion;
 class PlazzaAPI;
 
 class SkillsEngine {
@@ -156,8 +156,8 @@ class SkillsEngine {
   Plan planInstallGit(const std::string& url, const GitChoice& choice, const OperationContext& context);
 
   // ── Community directory ──
-  // Answers are kept for an hour (leaderboards) or ten minutes (searches), each directory's apart; empty ones are not.
-  // Throws `network` when the directory has to be asked and gives no answer that can be read.
+  // Answers are kept for an hour (leaderboards) or ten minutes (searches), each directory's apart. Throws `network`
+  // when the directory has to be asked and gives no answer that can be read.
   std::vector<PlazzaSkill> leaderboard(LeaderboardKind kind, bool forceRefresh, const OperationContext& context);
   // At most `limit` skills, the best match first; never more than 100. White space around the query does not count;
   // `invalidInput` when nothing is left of it.
@@ -336,8 +336,7 @@ class SkillsEngine {
   struct State;
 
   PlazzaAPI plazza(const OperationContext& context);
-  std::vector<PlazzaSkill> keptOrFetched(const std::string& key, std::optional<double> maxAge,
-                                         const std::function<std::vector<PlazzaSkill>()>& fetch);
+  std::vector<PlazzaSkill> answerTo(const MarketQuestion& question, bool forceRefresh, const OperationContext& context);
   std::vector<SkillRecord> skillsWithIds(const std::vector<std::string>& ids);
   std::vector<SkillRecord> knownSkills(const std::vector<std::string>& ids, std::map<std::string, std::string>& errors);
   bool bringIn(const IncomingUpdate& update);

@@ -1,4 +1,5 @@
 // Skills that web sites publish, as the engine offers them: fetched without a turn, like everything on the network.
+// Each is copied, or looked at, before the next is fetched: only one at a time takes room beside the library.
 
 #include "engine/SiteInstallation.h"
 #include "engine/SkillsEngineState.h"
@@ -13,35 +14,29 @@ InstallReport SkillsEngine::installWellKnown(const WellKnownIndex& index,
                                              const std::vector<WellKnownIndex::Entry>& entries,
                                              const std::optional<std::string>& name, const OperationContext& context) {
   PreparedInstall prepared;
-  std::vector<std::string> errors;
-  bool interrupted = false;
-  const HTTPClient client(httpSettings(context));
-  SiteInstallation::withSkills(client, index, entries, name, state_->user.temp, context,
-                               [&](SiteInstallation::Found found) {
-                                 prepared = Installation::prepare(state_->paths, std::move(found.requests), context);
-                                 errors = std::move(found.errors);
-                                 interrupted = found.interrupted;
-                               });
+  const SiteInstallation site(HTTPClient(httpSettings(context)), index, state_->user.temp);
+  const auto failures = site.forEachSkill(entries, name, context, [&](const InstallRequest& request) {
+    Installation::prepareAlso(prepared, state_->paths, {request}, {.stop = context.stop, .progress = {}, .trace = {}});
+  });
   const State::ChangeTurn turn(*state_);
   InstallReport report = state_->components.installation.settle(prepared);
-  report.errors.insert(report.errors.begin(), errors.begin(), errors.end());
-  report.interrupted = report.interrupted || interrupted;
+  report.errors.insert(report.errors.begin(), failures.errors.begin(), failures.errors.end());
+  report.interrupted = report.interrupted || failures.interrupted;
   return report;
 }
 
 Plan SkillsEngine::planInstallWellKnown(const WellKnownIndex& index, const std::vector<WellKnownIndex::Entry>& entries,
                                         const std::optional<std::string>& name, const OperationContext& context) {
   Plan plan;
-  const HTTPClient client(httpSettings(context));
-  SiteInstallation::withSkills(
-      client, index, entries, name, state_->user.temp, context, [&](const SiteInstallation::Found& found) {
-        const Turn turn(state_->mutex);
-        plan = state_->components.installation.plan(found.requests);
-        for (const auto& error : found.errors) {
-          plan.push_back(
-              {.action = PlannedStep::Action::refused, .skillName = {}, .path = index.baseURL, .reason = error});
-        }
-      });
+  Installer::Taken taken;
+  const SiteInstallation site(HTTPClient(httpSettings(context)), index, state_->user.temp);
+  const auto failures = site.forEachSkill(entries, name, context, [&](const InstallRequest& request) {
+    const Turn turn(state_->mutex);
+    plan.push_back(state_->components.installation.planOne(request, taken));
+  });
+  for (const auto& error : failures.errors) {
+    plan.push_back({.action = PlannedStep::Action::refused, .skillName = {}, .path = index.baseURL, .reason = error});
+  }
   return plan;
 }
 

@@ -12,6 +12,7 @@
 #include "engine/Import.h"
 #include "engine/Installation.h"
 #include "engine/Library.h"
+#include "engine/Market.h"
 #include "engine/PresetApplication.h"
 #include "engine/Presets.h"
 #include "engine/ProjectExchange.h"
@@ -50,6 +51,7 @@ struct Components {
         projectExchange(library, skills, deployment, repair),
         projectMoves(library, deployment),
         updates(library, skills, repair),
+        market(library),
         audit(library) {}
 
   AgentSettings agents;
@@ -68,6 +70,7 @@ struct Components {
   ProjectExchange projectExchange;
   ProjectSkillMoves projectMoves;
   Updates updates;
+  Market market;
   AuditLog audit;
 };
 

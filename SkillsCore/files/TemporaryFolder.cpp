@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::array<std::string_view, 7> kPrefixes{"orvanta-clone-",    "orvanta-archive-", "orvanta-wellknown-",
-                                                    "orvanta-reimport-", "orvanta-update-",  "orvanta-stage-",
+                                                    "orvanta-reimport-", "orvanta-update-",  "orvanta-diff-",
                                                     "orvanta-project-"};
 constexpr std::int64_t kDayMillis = 24LL * 60 * 60 * 1000;
 

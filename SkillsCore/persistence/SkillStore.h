@@ -156,8 +156,10 @@ class SkillStore {
   void clearAudit();
 
   // ── Directory cache ──
-  // Data stored at most `maxAge` seconds ago.
+  static constexpr double longestCacheAge = 3600;  // seconds
+  // Data stored at most `maxAge` seconds ago. What the clock says was stored later than now is of unknown age.
   std::optional<std::string> cached(const std::string& key, double maxAge);
+  // Other data that is older than `longestCacheAge`, or of unknown age, goes.
   void cache(const std::string& key, const std::string& data);
   void clearCache();
 

@@ -84,13 +84,19 @@ std::optional<std::string> SkillStore::cached(const std::string& key, double max
       });
   if (!row || !row->fetchedAt) return std::nullopt;
   const double ageSeconds = static_cast<double>(nowMillis() - *row->fetchedAt) / 1000.0;
-  if (ageSeconds > maxAge) return std::nullopt;
+  if (ageSeconds < 0 || ageSeconds > maxAge) return std::nullopt;
   return row->data;
 }
 
 void SkillStore::cache(const std::string& key, const std::string& data) {
-  connection_.run("INSERT OR REPLACE INTO plazza_cache (cache_key, data, fetched_at) VALUES (?, ?, ?)",
-                  {key, data, nowMillis()});
+  const auto now = nowMillis();
+  const auto oldest = now - static_cast<std::int64_t>(longestCacheAge * 1000);
+  connection_.transaction([&] {
+    connection_.run("DELETE FROM plazza_cache WHERE fetched_at IS NULL OR fetched_at NOT BETWEEN ? AND ?",
+                    {oldest, now});
+    connection_.run("INSERT OR REPLACE INTO plazza_cache (cache_key, data, fetched_at) VALUES (?, ?, ?)",
+                    {key, data, now});
+  });
 }
 
 void SkillStore::clearCache() { connection_.run("DELETE FROM plazza_cache"); }

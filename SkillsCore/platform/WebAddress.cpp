@@ -1,6 +1,7 @@
 #include "platform/WebAddress.h"
 
 #include <algorithm>
+#include <array>
 
 #include <fmt/format.h>
 
@@ -19,13 +20,13 @@ std::optional<std::string> part(const CurlURL& url, CURLUPart which, unsigned fl
 }
 
 // Reads one address, or a second one from where the first leads.
-bool add(const CurlURL& url, const std::string& text) {
+bool add(const CurlURL& url, const std::string& text, unsigned flags = 0) {
   // libcurl would see only what stands before a NUL.
   const bool hasControl = std::any_of(text.begin(), text.end(), [](char byte) {
     const auto code = static_cast<unsigned char>(byte);
     return code < 0x20 || code == 0x7F;
   });
-  return !hasControl && CurlLibrary::get().urlSet(url.get(), CURLUPART_URL, text.c_str(), 0) == CURLUE_OK;
+  return !hasControl && CurlLibrary::get().urlSet(url.get(), CURLUPART_URL, text.c_str(), flags) == CURLUE_OK;
 }
 
 std::optional<WebAddress> addressIn(const CurlURL& url) {
@@ -58,9 +59,39 @@ std::optional<WebAddress> WebAddress::parse(const std::string& text) {
   return add(url, text) ? addressIn(url) : std::nullopt;
 }
 
+WebAddress WebAddress::ofRedirect(const std::string& to, const std::string& host) {
+  if (auto target = parse(to)) return *std::move(target);
+  throw SkillsError::network(fmt::format("{} redirects to {}, which is no address of a web site. Tell its publisher.",
+                                         host, shownAddress(to)));
+}
+
 std::optional<WebAddress> WebAddress::resolve(const std::string& reference) const {
   const auto url = emptyURL();
   return add(url, text) && add(url, reference) ? addressIn(url) : std::nullopt;
+}
+
+bool isProxyAddress(const std::string& text) {
+  constexpr std::array<std::string_view, 6> schemes{"http", "https", "socks4", "socks4a", "socks5", "socks5h"};
+  // libcurl is not strict about how many slashes there are.
+  const bool hasSlashes = text.find("://") != std::string::npos && text.find(":///") == std::string::npos;
+  const bool isPlain = Text::singleLine(text) == text && text.find(' ') == std::string::npos;
+  const auto url = emptyURL();
+  if (!hasSlashes || !isPlain || !add(url, text, CURLU_NON_SUPPORT_SCHEME)) return false;
+  const auto scheme = part(url, CURLUPART_SCHEME);
+  const bool isKnown = scheme && std::find(schemes.begin(), schemes.end(), Text::lowercase(*scheme)) != schemes.end();
+  const bool hasMore =
+      part(url, CURLUPART_PATH).value_or("/") != "/" || part(url, CURLUPART_QUERY) || part(url, CURLUPART_FRAGMENT);
+  return isKnown && !hasMore && !part(url, CURLUPART_HOST).value_or("").empty() && part(url, CURLUPART_PORT) != "0";
+}
+
+// Passwords may hold anything, so all of what stands before the last "@" counts as one.
+std::string shownAddress(std::string_view text) {
+  const auto at = text.rfind('@');
+  if (at == std::string_view::npos) return Text::singleLine(text);
+  const auto colon = text.find(':');
+  const bool hasScheme = colon < at && text.substr(colon).starts_with("://");
+  const auto scheme = text.substr(0, hasScheme ? colon + 3 : 0);
+  return Text::singleLine(fmt::format("{}***{}", scheme, text.substr(at)));
 }
 
 std::string percentEncoded(std::string_view text) {

@@ -25,7 +25,6 @@ constexpr auto npos = std::string_view::npos;
 constexpr std::string_view kUserAgent = "orvanta-macos";
 constexpr std::string_view kAdvice = "Try again later, or check the setting plazza_url.";
 constexpr std::uint64_t kLargestBody = std::uint64_t{16} << 20;
-// Answers lie much less deep; walking through deeper ones could take more stack than there is.
 constexpr std::int64_t kMostInstalls = std::numeric_limits<std::int64_t>::max();
 
 HTTPSettings withUserAgent(HTTPSettings settings) {

@@ -45,17 +45,13 @@ bool isNumeric(const std::string& host) {
 // A publisher may have moved to another site, but has no business in the user's own network: what a request does there
 // is not the publisher's to decide. Names that lead there all the same are stopped by the certificate that https wants.
 void requirePublicSite(const WebAddress& from, const std::string& to) {
-  const auto target = WebAddress::parse(to);
-  if (!target) {
-    throw SkillsError::network(fmt::format("{} redirects its index to {}, which is no address of a web site.",
-                                           from.host, Text::singleLine(Text::maskCredentials(to))));
-  }
-  const bool isLocal = isNumeric(target->host) || target->host == "localhost" || target->host.ends_with(".localhost");
-  if (!isLocal || target->host == from.host) return;
+  const auto target = WebAddress::ofRedirect(to, from.host);
+  const bool isLocal = isNumeric(target.host) || target.host == "localhost" || target.host.ends_with(".localhost");
+  if (!isLocal || target.host == from.host) return;
   throw SkillsError::network(
       fmt::format("{} redirects its index to {}, which may lie in your own network; that is not followed. If it is "
                   "what you want, ask for that host.",
-                  from.host, Text::singleLine(target->text)));
+                  from.host, Text::singleLine(target.text)));
 }
 
 }  // namespace
@@ -99,8 +95,7 @@ const Entry& WellKnownIndex::entry(const std::string& name) const {
   const auto& found = exact.empty() ? similar : exact;
   const auto shown = Text::singleLine(name);
   if (found.empty()) {
-    throw SkillsError::notFound(
-        fmt::format("{} publishes no skill '{}'; 'orvanta well-known {}' lists those it does", domain, shown, domain));
+    throw SkillsError::notFound(fmt::format("{} publishes no skill '{}'; look at what it does publish", domain, shown));
   }
   if (found.size() > 1) {
     throw SkillsError::invalidInput(fmt::format(

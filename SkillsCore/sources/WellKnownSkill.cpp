@@ -44,12 +44,22 @@ std::string referenceTo(const std::string& path) {
   return Text::join(names, "/");
 }
 
+WebAddress baseOf(const WellKnownIndex& index) {
+  if (auto address = WebAddress::parse(index.baseURL)) return *std::move(address);
+  throw SkillsError::invalidInput(shownAddress(index.baseURL) + " is no address of an index");
+}
+
 // Fetches one entry into the new folder `folder`.
 class Fetch {
  public:
   Fetch(const HTTPClient& client, const WellKnownIndex& index, const Entry& entry, fs::path folder,
         const OperationContext& context)
-      : client_(client), index_(index), entry_(entry), folder_(std::move(folder)), context_(context) {}
+      : client_(client),
+        index_(index),
+        base_(baseOf(index)),
+        entry_(entry),
+        folder_(std::move(folder)),
+        context_(context) {}
 
   void run() {
     if (entry_.kind() == Entry::Kind::archive) return unpackArchive();
@@ -80,7 +90,7 @@ class Fetch {
     if (entry_.hasSkillText()) {
       FS::writeAtomically(file, *entry_.skillMd);
     } else {
-      download(addressOf(base(), *entry_.skillMd), file);
+      download(addressOf(base_, *entry_.skillMd), file);
     }
     verify(file, entry_.digest);
     for (const auto& each : entry_.files) {
@@ -90,12 +100,12 @@ class Fetch {
 
   // Publishers list files as they lie beside the index, or as they lie in the folder of the skill.
   [[nodiscard]] std::vector<WebAddress> possiblePlaces() const {
-    std::vector<WebAddress> places{addressOf(base(), ".")};
+    std::vector<WebAddress> places{addressOf(base_, ".")};
     const bool canBeFolder = !flawOfPublishedPaths({entry_.name}) && entry_.name.find('/') == std::string::npos;
     if (entry_.skillMd && !entry_.hasSkillText()) {
-      places.push_back(addressOf(addressOf(base(), *entry_.skillMd), "."));
+      places.push_back(addressOf(addressOf(base_, *entry_.skillMd), "."));
     } else if (canBeFolder) {
-      places.push_back(addressOf(base(), percentEncoded(entry_.name) + "/"));
+      places.push_back(addressOf(base_, percentEncoded(entry_.name) + "/"));
     }
     return places;
   }
@@ -138,7 +148,7 @@ class Fetch {
 
   void unpackArchive() {
     const auto file = folder_.parent_path() / "download.zip";
-    download(addressOf(base(), *entry_.archive), file);
+    download(addressOf(base_, *entry_.archive), file);
     verify(file, entry_.digest);
     constexpr Archive::Limits limits{.maxBytes = static_cast<std::int64_t>(kLargestSkill),
                                      .maxEntries = static_cast<std::int64_t>(WellKnownIndex::kMostFiles)};
@@ -146,20 +156,15 @@ class Fetch {
     Archive::stripSymlinks(folder_);
   }
 
-  [[nodiscard]] WebAddress base() const {
-    if (auto address = WebAddress::parse(index_.baseURL)) return *std::move(address);
-    throw SkillsError::invalidInput(Text::singleLine(index_.baseURL) + " is no address of an index");
-  }
-
   [[nodiscard]] WebAddress addressOf(const WebAddress& from, const std::string& reference) const {
     auto address = from.resolve(reference);
-    if (!address) throw SkillsError::invalidInput(Text::singleLine(reference) + " is no address of a file");
+    if (!address) throw SkillsError::invalidInput(shownAddress(reference) + " is no address of a file");
     requireOwnSite(*address);
     return *std::move(address);
   }
 
   void requireOwnSite(const WebAddress& address) const {
-    if (address.isSameSite(base())) return;
+    if (address.isSameSite(base_)) return;
     throw SkillsError::refused(
         fmt::format("{} leads away from the publisher's own site; that is not followed. Tell {}.",
                     Text::singleLine(address.text), index_.domain));
@@ -167,12 +172,7 @@ class Fetch {
 
   void download(const WebAddress& address, const fs::path& file) {
     const HTTPOptions options{.largest = kLargestSkill, .checkRedirect = [this](const std::string& to) {
-                                const auto target = WebAddress::parse(to);
-                                if (!target) {
-                                  throw SkillsError::refused(Text::singleLine(Text::maskCredentials(to)) +
-                                                             " is no address to be redirected to");
-                                }
-                                requireOwnSite(*target);
+                                requireOwnSite(WebAddress::ofRedirect(to, base_.host));
                               }};
     std::size_t counted = 0;
     OperationContext context{.stop = context_.stop, .progress = {}, .trace = context_.trace};
@@ -204,6 +204,7 @@ class Fetch {
 
   const HTTPClient& client_;
   const WellKnownIndex& index_;
+  const WebAddress base_;
   const Entry& entry_;
   const fs::path folder_;
   const OperationContext& context_;

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <cctype>
 
 #include <fmt/format.h>
 
@@ -11,6 +10,7 @@
 #include "cli/Table.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
+#include "platform/WebAddress.h"
 #include "sources/PlazzaAPI.h"
 
 namespace orvanta::cli {
@@ -39,29 +39,19 @@ void checkSyncMode(const std::string& value) {
       fmt::format("{} is no way to place skills: use 'symlink' or 'copy'.", inQuotes(value)));
 }
 
-bool isSchemeCharacter(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '+' || c == '.' || c == '-';
-}
-
 void checkProxy(const std::string& value) {
-  const std::size_t colon = value.find("://");
-  const bool hasScheme =
-      colon != std::string::npos && colon > 0 &&
-      std::all_of(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(colon), isSchemeCharacter);
-  const bool hasHost = hasScheme && value.size() > colon + 3 && value[colon + 3] != '/';
-  const bool isPlain = value.find(' ') == std::string::npos && Text::singleLine(value) == value;
-  if (hasHost && isPlain) return;
+  if (isProxyAddress(value)) return;
   throw SkillsError::invalidInput(
       fmt::format("{} is not the address of a proxy: write scheme://host or scheme://host:port, for example "
-                  "http://proxy.example:8080.",
-                  inQuotes(value)));
+                  "http://proxy.example:8080. The scheme is http, https, socks4, socks4a, socks5 or socks5h.",
+                  inQuotes(shownAddress(value))));
 }
 
 void checkPlazza(const std::string& value) {
   if (PlazzaAPI::isBaseURL(value)) return;
   throw SkillsError::invalidInput(
       fmt::format("{} is not the address of a directory: write https://HOST, without user name and password.",
-                  inQuotes(Text::maskCredentials(value))));
+                  inQuotes(shownAddress(value))));
 }
 
 constexpr std::array kSettings{
@@ -82,8 +72,7 @@ const Setting& settingCalled(const std::string& key) {
 
 // As it may be shown: without the user name and password in an address.
 std::string valueOf(Session& session, const Setting& setting) {
-  return Text::maskCredentials(
-      session.engine().setting(std::string(setting.key)).value_or(std::string(setting.fallback)));
+  return shownAddress(session.engine().setting(std::string(setting.key)).value_or(std::string(setting.fallback)));
 }
 
 Json asJson(const Setting& setting, const std::string& value) {

@@ -28,10 +28,19 @@ Site siteIn(const std::string& word) {
   return {rest.substr(0, slash), rest.substr(slash + 1)};
 }
 
+const Entry& entryNamed(const WellKnownIndex& index, const std::string& name) {
+  try {
+    return index.entry(name);
+  } catch (const SkillsError& error) {
+    if (error.kind() != SkillsError::Kind::notFound) throw;
+    throw SkillsError::notFound(fmt::format("{}: orvanta well-known {}", error.message(), index.domain));
+  }
+}
+
 std::vector<Entry> chosenEntries(const Session& session, const WellKnownIndex& index, const SourceChoice& choice) {
   std::vector<Entry> chosen;
   if (!choice.paths.empty()) {
-    for (const std::string& name : choice.paths) chosen.push_back(index.entry(name));
+    for (const std::string& name : choice.paths) chosen.push_back(entryNamed(index, name));
     return chosen;
   }
   if (choice.all || index.entries.size() == 1) return index.entries;
@@ -58,7 +67,7 @@ InstallSource siteNamed(Session& session, const std::string& word, const SourceC
   const WellKnownIndex index = lookedAt(
       session, [&](const OperationContext& context) { return session.engine().fetchWellKnown(site.domain, context); });
   const auto entries =
-      site.skill.empty() ? chosenEntries(session, index, choice) : std::vector<Entry>{index.entry(site.skill)};
+      site.skill.empty() ? chosenEntries(session, index, choice) : std::vector<Entry>{entryNamed(index, site.skill)};
   if (choice.name && entries.size() != 1) {
     throw UsageError("--name names one skill, and there are several. Install them without it, or one at a time.");
   }

@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 
+#include <set>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -48,6 +49,15 @@ TEST(CommandLine, EveryCommandHasAnExampleThatItAccepts) {
     EXPECT_FALSE(line.examples().empty()) << command.name;
     for (const Example& example : line.examples()) EXPECT_EQ(errorOf(wordsOf(example.line)), "") << example.line;
   }
+}
+
+TEST(CommandLine, TheCommandsOfAGroupStandTogether) {
+  std::vector<std::string_view> groups;
+  for (const Command& command : allCommands()) {
+    if (groups.empty() || groups.back() != command.group) groups.push_back(command.group);
+  }
+  const std::set<std::string_view> unique(groups.begin(), groups.end());
+  EXPECT_EQ(groups.size(), unique.size()) << "help shows a heading twice";
 }
 
 TEST(CommandLine, GlobalOptionsStandAnywhere) {

@@ -49,7 +49,8 @@ TEST_F(Sites, AreSeenChosenFromAndInstalled) {
   EXPECT_THAT(all.out, HasSubstr("2 there already"));
   EXPECT_EQ(json({"list", "--source", "well-known"}).size(), 2U);
 
-  EXPECT_THAT(orvanta({"install", site + "/nope"}).err, HasSubstr("publishes no skill 'nope'"));
+  EXPECT_THAT(orvanta({"install", site + "/nope"}).err,
+              AllOf(HasSubstr("publishes no skill 'nope'"), HasSubstr("orvanta well-known " + domain)));
   EXPECT_EQ(orvanta({"install", site, "--all", "--name", "x"}).status, 2);
   EXPECT_EQ(orvanta({"install", site + "/pdf", "--path", "pdf"}).status, 2);
   EXPECT_THAT(orvanta({"well-known", "https://" + domain}).err, HasSubstr("Enter a bare domain"));

@@ -2,11 +2,14 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
+#include <atomic>
 #include <thread>
 
 #include <fmt/format.h>
 
 #include "content/ContentHash.h"
+#include "files/FS.h"
 #include "foundations/ModelsJSON.h"
 #include "platform/ProcessRunner.h"
 #include "tests/support/Sandbox.h"
@@ -232,20 +235,41 @@ TEST_F(SiteInstallationTest, PagesInPlaceOfFilesAreNotTakenForThem) {
   EXPECT_EQ(read(paths.skills() / "pdf" / "page.html"), "<html>a real one</html>");
 }
 
-TEST_F(SiteInstallationTest, AStopEndsTheWaitAndLeavesNothing) {
+TEST_F(SiteInstallationTest, AStopEndsTheWaitAndLeavesNothingHalfDone) {
   server.serve(at("a/SKILL.md"), skill("a"));
-  server.stall(at("a/slow"), "half");
-  publish(R"({"name":"b","skill-md":"---\nname: b\n---\n"},{"name":"a","files":["a/SKILL.md","a/slow"]})");
+  publish(R"({"name":"b","skill-md":"---\nname: b\n---\n"},{"name":"a","files":["a/SKILL.md","a/slow"]},
+             {"name":"c","skill-md":"---\nname: c\n---\n"})");
   const auto all = index();
   std::stop_source source;
-  const std::jthread stopper([&] {
-    std::this_thread::sleep_for(300ms);
+  server.on(at("a/slow"), [&](const auto&, auto&) {
     source.request_stop();
+    std::this_thread::sleep_for(1s);
   });
   const auto report = engine().installWellKnown(all, all.entries, {}, {.stop = source.get_token()});
   EXPECT_TRUE(report.interrupted);
   EXPECT_EQ(report.errors, Texts{});
-  EXPECT_TRUE(fs::is_empty(paths.skills()));
+  ASSERT_EQ(report.installed.size(), 1U) << "what was done by then stays done";
+  EXPECT_EQ(report.installed[0].record.name, "b");
+  EXPECT_EQ(FS::childNames(paths.skills()), Texts{"b"});
+}
+
+TEST_F(SiteInstallationTest, OneSkillAtATimeTakesRoomInTheTemporaryFolder) {
+  std::string entries;
+  std::atomic<std::ptrdiff_t> mostAtOnce = 0;
+  for (const std::string name : {"a", "b", "c"}) {
+    entries += (entries.empty() ? "" : ",") + Json{{"name", name}, {"files", {name + "/SKILL.md"}}}.dump();
+    server.on(at(name + "/SKILL.md"), [&, name](const auto&, auto& response) {
+      const auto folders = std::distance(fs::directory_iterator(user.temp), fs::directory_iterator());
+      mostAtOnce = std::max(mostAtOnce.load(), folders);
+      response.set_content(skill(name), "text/plain");
+    });
+  }
+  publish(entries);
+  const auto all = index();
+  const auto plan = engine().planInstallWellKnown(all, all.entries, {}, {});
+  EXPECT_EQ(plan.size(), 3U);
+  EXPECT_EQ(engine().installWellKnown(all, all.entries, {}, {}).installed.size(), 3U);
+  EXPECT_EQ(mostAtOnce, 1);
 }
 
 TEST_F(SiteInstallationTest, AnArchiveBringsFilesOnly) {

@@ -123,6 +123,7 @@ TEST_F(FilesTest, RenamingNeverReplacesAndExchangingLosesNothing) {
 TEST_F(FilesTest, OnlyOldTemporaryFoldersOfOursAreSweptUp) {
   const Path old = FS::makeTempDir(user.temp, "orvanta-clone-");
   write(old / "file", "");
+  const Path diff = FS::makeTempDir(user.temp, "orvanta-diff-");
   const Path fresh = FS::makeTempDir(user.temp, "orvanta-clone-");
   for (const auto* other : {"orvanta-clone-notes-2024", "somebody-12345678"}) fs::create_directory(user.temp / other);
   fs::create_directory_symlink(fresh, user.temp / "orvanta-clone-12345678");
@@ -132,7 +133,7 @@ TEST_F(FilesTest, OnlyOldTemporaryFoldersOfOursAreSweptUp) {
   }
   fs::last_write_time(fresh, fs::file_time_type::clock::now());
   removeStaleTempDirs(user.temp, nowMillis());
-  EXPECT_FALSE(FS::exists(old));
+  EXPECT_FALSE(FS::exists(old) || FS::exists(diff));
   EXPECT_EQ(FS::children(user.temp).size(), 4U);
 }
 

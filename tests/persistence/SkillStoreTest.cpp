@@ -174,6 +174,10 @@ TEST_F(SkillStoreTest, CachedAnswersGetOld) {
   sql("UPDATE plazza_cache SET fetched_at = fetched_at - 60000");
   EXPECT_EQ(store.cached("key", 3600), "answer");
   EXPECT_EQ(store.cached("key", 59), std::nullopt);
+  sql("INSERT INTO plazza_cache VALUES ('old', 'x', 1), ('undated', 'x', NULL), ('future', 'x', 9e15)");
+  EXPECT_EQ(store.cached("future", 3600), std::nullopt) << "the clock was set back";
+  store.cache("another", "answer");
+  EXPECT_EQ(sql("SELECT cache_key FROM plazza_cache ORDER BY 1"), "another\nkey\n");
 }
 
 TEST_F(SkillStoreTest, ASettingThatCannotBeReadIsNamed) {

@@ -46,5 +46,53 @@ TEST(WebAddress, AReferenceLeadsWhereARequestWouldGo) {
   }
 }
 
+TEST(WebAddress, AProxyHasAKnownSchemeAHostAndPerhapsAPort) {
+  for (const auto* text :
+       {"http://proxy.example", "https://proxy.example:8080", "HTTP://10.0.0.1:3128/", "socks4://h:1080",
+        "socks4a://h:1080", "socks5://user:p%40ss@h:1080", "socks5h://localhost:65535", "http://[::1]:8080"}) {
+    EXPECT_TRUE(isProxyAddress(text)) << text;
+  }
+  for (const auto* text : {"",
+                           "here",
+                           "proxy.example:8080",
+                           "foo://h",
+                           "ftp://h",
+                           "gopher://h",
+                           "file:///h",
+                           "http://",
+                           "http://:8080",
+                           "http:///h",
+                           "http:/h",
+                           "http://me:pw@",
+                           "http://me:pw@/x y",
+                           "http://a b",
+                           "http://h:0",
+                           "http://h:65536",
+                           "http://h:port",
+                           "http://h:80:80",
+                           "http://h/path",
+                           "http://h?q",
+                           "http://h#f",
+                           "http://h\n",
+                           "http://\xff"}) {
+    EXPECT_FALSE(isProxyAddress(text)) << text;
+  }
+  EXPECT_FALSE(isProxyAddress(std::string("http://h\0x", 10)));
+}
+
+TEST(WebAddress, WhatMayBeAPasswordIsNotShown) {
+  for (const auto& [text, shown] : std::vector<std::pair<std::string, std::string>>{
+           {"https://host:1/a", "https://host:1/a"},
+           {"http://me:secret@/x y", "http://***@/x y"},
+           {"http://me:sec/re@t@host", "http://***@host"},
+           {"me:secret@host", "***@host"},
+           {"me:secret://more@host", "***@host"},
+           {"@", "***@"},
+           {"http://h\x1b[31m", "http://h [31m"},
+       }) {
+    EXPECT_EQ(shownAddress(text), shown);
+  }
+}
+
 }  // namespace
 }  // namespace orvanta
