@@ -113,8 +113,7 @@ SkillsError failure(const std::string& command, const ProcessResult& result) {
   if (result.stopped) return SkillsError::git(fmt::format("git {} was stopped", command));
   const std::string words = Text::maskCredentials(result.failureText());
   std::vector<std::string> lines;
-  for (const auto line : Text::split(words, '
-')) lines.push_back(Text::singleLine(line));
+  for (const auto line : Text::split(words, '\n')) lines.push_back(Text::singleLine(line));
   const auto text = Text::join(lines, "; ");
   return SkillsError::git(fmt::format("git {} failed: {}", command, Text::prefixBytes(text, longestFailureText)));
 }
