@@ -24,7 +24,9 @@ using OptionalText = std::optional<std::string>;
 
 constexpr std::size_t kShown = 60;
 
-std::string shown(std::string_view text) { return Text::fitToWidth(Text::singleLine(Text::maskCredentials(text)), kShown); }
+std::string shown(std::string_view text) {
+  return Text::fitToWidth(Text::singleLine(Text::maskCredentials(text)), kShown);
+}
 
 bool endsWithAny(std::string_view text, std::initializer_list<std::string_view> endings) {
   const auto lower = Text::lowercase(text);

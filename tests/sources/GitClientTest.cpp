@@ -92,7 +92,8 @@ TEST_F(GitClientTest, ACheckoutIsTheLastCommitOfItsBranchOrTag) {
     EXPECT_THAT(errorOf([&] { (void)client().remoteHead(server.url("o/r"), absent, {}); }),
                 IsError(Kind::git, "Remote has no " + absent + " ref"));
   }
-  EXPECT_THAT(commands, HasSubstr("git clone --depth 1 --quiet --no-tags --no-checkout --branch v1 -- https://github.com/o/r "));
+  EXPECT_THAT(commands,
+              HasSubstr("git clone --depth 1 --quiet --no-tags --no-checkout --branch v1 -- https://github.com/o/r "));
 }
 
 TEST_F(GitClientTest, TheTemporaryFolderGoesHoweverTheWorkEnds) {
