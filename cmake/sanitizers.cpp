@@ -1,5 +1,5 @@
-// The sanitizers' settings, built into every instrumented program: the end-to-end tests start theirs with an environment
-// of their own. The runtimes look these functions up by name.
+// The sanitizers' settings, built into every instrumented program: the end-to-end tests start theirs with an
+// environment of their own. The runtimes look these functions up by name.
 
 extern "C" {
 

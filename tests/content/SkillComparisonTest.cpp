@@ -54,7 +54,8 @@ TEST_F(SkillComparisonTest, TextsAreComparedLineByLine) {
   write(after / "huge", std::string(2 << 20, 'x'));
   write(after / "-n", "begins with a hyphen\n");
   // What the user's configuration would make of it must not reach a program of theirs.
-  write(root / "gitconfig", "[diff]\n\texternal = false\n\torderFile = nothing\n\tcontext = 0\n[core]\n\tpager = false\n");
+  write(root / "gitconfig",
+        "[diff]\n\texternal = false\n\torderFile = nothing\n\tcontext = 0\n[core]\n\tpager = false\n");
   ::setenv("GIT_CONFIG_GLOBAL", (root / "gitconfig").c_str(), 1);
   const UnifiedDiff diff = unifiedDiff(changes(), {.temp = user.temp}, {});
   EXPECT_THAT(diff.text, AllOf(HasSubstr("--- a/SKILL.md\n+++ b/SKILL.md\n"), HasSubstr("-two\n+2\n"),
