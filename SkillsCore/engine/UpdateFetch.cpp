@@ -32,7 +32,7 @@ IncomingUpdate staged(const SkillRecord& skill, const fs::path& source, const fs
 fs::path folderIn(const fs::path& checkout, const SkillRecord& skill) {
   if (!skill.sourceSubpath) return GitSource::findSkillDir(checkout, fs::path(skill.centralPath).filename().string());
   const std::string& subpath = *skill.sourceSubpath;
-  const fs::path folder = checkout / subpath;
+  fs::path folder = checkout / subpath;
   if (GitSource::isSafeSubpath(checkout, subpath) && GitSource::isSkillFolder(checkout, folder)) return folder;
   throw SkillsError::notFound("'" + subpath + "' no longer contains a SKILL.md");
 }

@@ -9,7 +9,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

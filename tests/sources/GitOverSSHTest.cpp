@@ -17,6 +17,11 @@ namespace fs = std::filesystem;
 using Kind = SkillsError::Kind;
 
 class GitOverSSHTest : public Sandbox {
+ public:
+  ~GitOverSSHTest() override { shell("kill $(cat pid)"); }
+  GitOverSSHTest(const GitOverSSHTest&) = delete;
+  GitOverSSHTest& operator=(const GitOverSSHTest&) = delete;
+
  protected:
   GitOverSSHTest() {
     folder(home / ".ssh", {});
@@ -41,10 +46,6 @@ class GitOverSSHTest : public Sandbox {
                     passwd.string(), group.string(), port_.number(), (root / "pid").string()));
     ::setenv("GIT_SSH_COMMAND", fmt::format("ssh -F {}", (root / "config").string()).c_str(), 1);
   }
-
-  ~GitOverSSHTest() override { shell("kill $(cat pid)"); }
-  GitOverSSHTest(const GitOverSSHTest&) = delete;
-  GitOverSSHTest& operator=(const GitOverSSHTest&) = delete;
 
   void shell(const std::string& script) const {
     const auto result = ProcessRunner::run("/bin/sh", {"-c", "PATH=$PATH:/usr/sbin; " + script}, {.cwd = root});
