@@ -168,7 +168,7 @@ Plan SkillsEngine::planUpdates(const FetchedUpdates& fetched) {
                     .skillName = failure.skill.name,
                     .skillId = id,
                     .tool = {},
-                    .path = {},
+                    .path = failure.skill.centralPath,
                     .reason = failure.error.message()});
   }
   return plan;

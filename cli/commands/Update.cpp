@@ -101,7 +101,10 @@ FetchPurpose purposeOf(bool dryRun) { return dryRun ? FetchPurpose::preview : Fe
 // What was fetched, brought in and shown; as the skill itself when there is only one.
 ExitStatus bringIn(Session& session, FetchedUpdates fetched, bool dryRun, bool isOne) {
   SkillsEngine& engine = session.engine();
-  if (dryRun) return showPlan(session, engine.planUpdates(fetched));
+  if (dryRun) {
+    if (!session.willAsk() && !session.options().yes) withhold(fetched);
+    return showPlan(session, engine.planUpdates(fetched));
+  }
   decide(session, fetched);
   if (isOne && !fetched.failures.empty()) throw fetched.failures.begin()->second.error;
   const UpdateReport report =
@@ -122,7 +125,9 @@ ExitStatus run(Session& session, const Options& options) {
   }
   SkillsEngine& engine = session.engine();
   const auto ids = options.all ? engine.idsWithUpdates() : idsOf(skillsNamed(engine, options.skills));
-  if (ids.empty()) return showReport(session, {}, "No update is known. Look for updates with: orvanta check");
+  if (ids.empty() && !options.dryRun) {
+    return showReport(session, {}, "No update is known. Look for updates with: orvanta check");
+  }
   FetchedUpdates fetched = lookedAt(session, [&](const OperationContext& context) {
     return engine.fetchUpdates(ids, purposeOf(options.dryRun), context);
   });

@@ -31,6 +31,7 @@ TEST_F(UpdateCommands, CheckDiffAndUpdate) {
   EXPECT_THAT(orvanta({"check"}).out, HasSubstr("2 skills checked, no update available."));
   EXPECT_EQ(orvanta({"update"}).status, 2);
   EXPECT_THAT(orvanta({"update", "--all"}).out, HasSubstr("No update is known"));
+  EXPECT_EQ(json({"update", "--all", "--dry-run"}), Json::array());
   publish("two\u202E\x1b[31m");
   const Json found = json({"check"});
   EXPECT_EQ(found["statuses"].size(), 2U);
@@ -53,6 +54,8 @@ TEST_F(UpdateCommands, ChangesByHandNeedAnAnswer) {
   const Path skill = std::string(json({"show", "pdf"})["record"]["centralPath"]);
   write(skill / "SKILL.md", "mine");
   publish("two");
+  EXPECT_EQ(json({"update", "pdf", "--dry-run"})[0]["action"], "refused") << "as it would be";
+  EXPECT_EQ(json({"update", "pdf", "--dry-run", "--yes"})[0]["action"], "replace");
   const auto refused = orvanta({"update", "pdf"});
   EXPECT_EQ(refused.status, 1);
   EXPECT_THAT(refused.err, HasSubstr("would be lost: SKILL.md"));
