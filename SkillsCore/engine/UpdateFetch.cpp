@@ -28,13 +28,17 @@ IncomingUpdate staged(const SkillRecord& skill, const fs::path& source, const fs
   return update;
 }
 
+[[noreturn]] void throwNoSkill(const std::string& folder) {
+  throw SkillsError::notFound("'" + folder + "' no longer contains a SKILL.md");
+}
+
 // Where a repository has the skill now.
 fs::path folderIn(const fs::path& checkout, const SkillRecord& skill) {
   if (!skill.sourceSubpath) return GitSource::findSkillDir(checkout, fs::path(skill.centralPath).filename().string());
   const std::string& subpath = *skill.sourceSubpath;
   fs::path folder = checkout / subpath;
   if (GitSource::isSafeSubpath(checkout, subpath) && GitSource::isSkillFolder(checkout, folder)) return folder;
-  throw SkillsError::notFound("'" + subpath + "' no longer contains a SKILL.md");
+  throwNoSkill(subpath);
 }
 
 }  // namespace
@@ -114,9 +118,7 @@ void UpdateFetch::fetchFolder(const SkillRecord& skill, Collector& collector) co
     if (isInside(source, paths_.base()) || isInside(FS::resolved(source), FS::resolved(paths_.base()))) {
       throw SkillsError::invalidInput("Source is the library directory itself");
     }
-    if (!SkillMetadata::isValidSkillDir(source)) {
-      throw SkillsError::notFound("'" + source + "' no longer contains a SKILL.md");
-    }
+    if (!SkillMetadata::isValidSkillDir(source)) throwNoSkill(source);
     return staged(skill, source, settings_.temp, "orvanta-reimport-");
   });
 }
@@ -132,6 +134,8 @@ void UpdateFetch::fetchRepository(const SkillsByOrigin::Repository& repository, 
         try {
           const fs::path folder = folderIn(checkout, *skill);
           GitSource::removeOutwardLinks(folder);
+          // Its SKILL.md may have been such a link.
+          if (!SkillMetadata::isValidSkillDir(folder)) throwNoSkill(folder.lexically_relative(checkout).string());
           located.emplace_back(skill, folder);
         } catch (const SkillsError& error) {
           collector.fail(*skill, error);

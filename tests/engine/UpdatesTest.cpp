@@ -243,6 +243,12 @@ TEST_F(UpdatesTest, NothingOutsideOfTheRepositoryComesIn) {
   EXPECT_FALSE(fs::is_symlink(libraryFolder("pdf") / "sibling"));
   EXPECT_TRUE(fs::is_symlink(libraryFolder("pdf") / "inside"));
 
+  fs::remove(skillFolder / "SKILL.md");
+  fs::create_symlink("../docx/SKILL.md", skillFolder / "SKILL.md");
+  server.commit("o/r", {});
+  EXPECT_THAT(updateError("pdf"), IsError(Kind::notFound, "'skills/pdf' no longer contains a SKILL.md"));
+  EXPECT_TRUE(fs::exists(libraryFolder("pdf") / "SKILL.md"));
+
   fs::remove_all(skillFolder);
   fs::create_symlink(home, skillFolder);
   write(home / "SKILL.md", skill("home"));
