@@ -64,6 +64,15 @@ void healUpdating(Library& library, const fs::path& leftover) {
   FS::removeAny(leftover);
 }
 
+// Of a library that was being restored from its remote: nothing of it had taken a place.
+void removeAbandonedClones(const fs::path& folder) {
+  for (const auto& name : FS::childNames(folder)) {
+    if (name.starts_with(StagingFolder::kPrefix) && !StagingFolder::isInUse(folder / name)) {
+      FS::removeQuietly(folder / name);
+    }
+  }
+}
+
 void heal(Library& library, const fs::path& leftover) {
   const std::string name = leftover.filename().string();
   if (name.starts_with(kReplacingPrefix)) return healReplaced(library, leftover);
@@ -86,6 +95,7 @@ void healLibrary(Library& library) {
     if (isSetAside(name)) leftovers.push_back(library.paths.skills() / name);
   }
   removeStaleTempDirs(library.user.temp, nowMillis());
+  removeAbandonedClones(library.paths.repoCache());
   if (leftovers.empty()) return;
   const auto lock = LibraryLock::tryAcquire(library.paths.lock());
   if (!lock) return;

@@ -21,6 +21,13 @@ std::string_view rawValue(PlannedStep::Action action) {
   return "refused";
 }
 
+ApplyReport ReconcileReport::asApplied() const {
+  return {.deployed = static_cast<std::int64_t>(added.size()),
+          .removed = static_cast<std::int64_t>(missing.size()),
+          .skipped = 0,
+          .errors = errors};
+}
+
 ApplyReport UpdateReport::asApplied() const {
   ApplyReport report{.deployed = static_cast<std::int64_t>(updatedIds.size()),
                      .removed = 0,

@@ -82,6 +82,17 @@ struct UpdateReport {
   [[nodiscard]] ApplyReport asApplied() const;
 };
 
+// Outcome of bringing the records in line with the files. Skills by name; failures read "SKILL: " and the error's text.
+struct ReconcileReport {
+  std::vector<std::string> added;
+  std::vector<std::string> renewed;  // their content changed, or they are back
+  std::vector<std::string> missing;  // their folders are gone
+  std::vector<std::string> errors;
+
+  // The figures alone: added as deployed, missing as removed.
+  [[nodiscard]] ApplyReport asApplied() const;
+};
+
 // Outcome of enabling or disabling many skills. Failures read "SKILL: " and the error's text.
 struct ActivationReport {
   std::vector<std::string> changedIds;

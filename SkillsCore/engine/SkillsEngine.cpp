@@ -13,9 +13,12 @@ namespace orvanta {
 namespace fs = std::filesystem;
 
 SkillsEngine::SkillsEngine(const Paths& paths, const UserFolders& user) : state_(std::make_unique<State>(paths, user)) {
-  const Turn turn(state_->mutex);
-  state_->library.store.toolOverrides();  // settings that cannot be read are found at the start, not half-way
-  healLibrary(state_->library);
+  {
+    const Turn turn(state_->mutex);
+    state_->library.store.toolOverrides();  // settings that cannot be read are found at the start, not half-way
+    healLibrary(state_->library);
+  }
+  settleInterruptedBackup();
 }
 
 SkillsEngine::~SkillsEngine() = default;

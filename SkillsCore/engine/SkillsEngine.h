@@ -18,7 +18,8 @@
 //   Presets                named sets of skills, applied together      engine/Presets, PresetDemand, PresetApplication
 //   Agents' folders        what lies there; import, adopt, delete      engine/AgentFolders, engine/Import
 //   Projects               skills inside projects, both ways           engine/Projects, ProjectSkills, ProjectExchange
-//   Audit                  the log and its export                      engine/AuditLog
+//   Backup                 the library as a Git repository             engine/BackupRecords, IncomingBackup,
+//   Reconciliation Audit                  the log and its export                      engine/AuditLog
 //
 // Every operation may throw `SkillsError`: `database` when the records cannot be read or written, `io` when the system
 // refuses. An operation that throws has changed nothing, unless it says otherwise. Unknown ids and keys are `notFound`.
@@ -40,10 +41,12 @@
 #include "foundations/Models.h"
 #include "foundations/Operation.h"
 #include "platform/Host.h"
+#include "sources/BackupManifest.h"
 #include "sources/WellKnownIndex.h"
 
 namespace orvanta {
 
+class GitBackup;
 struct GitSettings;
 struct HTTPSettings;
 struct MarketQuestion;
@@ -326,6 +329,41 @@ class SkillsEngine {
   // Throws `refused` for a location outside of them, as it is spelled or by way of a link.
   void assertInsideWorkspace(const std::filesystem::path& location, const ProjectRecord& record);
 
+  // ── Backup ──
+  // The skills folder as a Git repository of the user's. Throws `git` when git fails, `invalidInput` "Backup is not
+  // initialized" where there is none yet, and `conflict` while it waits for the user, as in the middle of a merge. What
+  // is reported as done has been flushed to the disk.
+
+  // Never fails as a whole: what cannot be found out is empty.
+  BackupStatus backupStatus(const OperationContext& context = {});
+  // Newest first.
+  std::vector<BackupCommit> backupHistory(std::size_t limit, const OperationContext& context = {});
+  BackupManifest buildManifest();
+  // Also where there is a repository already.
+  void initBackup(const OperationContext& context);
+  // Takes a snapshot; false when nothing has changed since the last one.
+  bool backupNow(const std::optional<std::string>& message, const OperationContext& context);
+  // None, or nothing but white space, removes it.
+  void setBackupRemote(const std::optional<std::string>& url, const OperationContext& context);
+  // Takes a snapshot and sends all there are. `invalidInput` "No backup remote configured", here and below.
+  void pushBackup(const OperationContext& context);
+  // Takes a snapshot and brings in the remote's, as a whole or not at all. `conflict` when both changed the same
+  // skills, which are then pending conflicts, and `refused` for what must not come into the library.
+  ReconcileReport pullBackup(const OperationContext& context);
+  // What a pull would change; only the repository learns of the remote's snapshots.
+  Plan planPullBackup(const OperationContext& context);
+  // The files become those of a snapshot, given by digits of its id, as a new snapshot on top. What no snapshot held
+  // is in one of its own before.
+  ReconcileReport restoreBackup(const std::string& commit, const OperationContext& context);
+  Plan planRestoreBackup(const std::string& commit, const OperationContext& context);
+  // Fills a library that is empty; `conflict` for any other.
+  ReconcileReport restoreLibraryFromRemote(const std::string& url, const OperationContext& context);
+  // Whether a face that stays open takes snapshots by itself after changes.
+  bool isBackupAutomatic();
+  void setBackupAutomatic(bool automatic);
+  // Brings all records in line with the files in the skills folder.
+  ReconcileReport reconcileLibraryWithDisk(const OperationContext& context);
+
   // ── Audit ──
   std::vector<AuditEntry> auditEntries(std::int64_t limit, std::int64_t offset);
   // Writes the newest 10,000 entries as JSON into the library's logs folder and returns the file.
@@ -341,6 +379,17 @@ class SkillsEngine {
   std::vector<SkillRecord> knownSkills(const std::vector<std::string>& ids, std::map<std::string, std::string>& errors);
   bool bringIn(const IncomingUpdate& update);
   SkillSummary bringInOne(const FetchedUpdates& fetched, const OperationContext& context);
+  GitBackup gitBackup(const OperationContext& context);
+  GitBackup readyBackup(const OperationContext& context);
+  bool snapshot(const GitBackup& backup, const std::optional<std::string>& message, const OperationContext& context);
+  void settleBackup(const GitBackup& backup, const OperationContext& context);
+  void settleInterruptedBackup();
+  ReconcileReport reconcile(const GitBackup& backup, const std::optional<std::string>& before,
+                            const OperationContext& context);
+  Plan planChange(const GitBackup& backup, const std::optional<std::string>& from, const std::string& to,
+                  const OperationContext& context);
+  void requireEmptyLibrary();
+  void noteBackup(const std::string& action, const std::optional<std::string>& detail, bool success = true);
   GitSettings gitSettings(const OperationContext& context);
   HTTPSettings httpSettings(const OperationContext& context);
 

@@ -8,6 +8,7 @@
 #include "engine/AgentFolders.h"
 #include "engine/AgentSettings.h"
 #include "engine/AuditLog.h"
+#include "engine/BackupRecords.h"
 #include "engine/Deployment.h"
 #include "engine/Import.h"
 #include "engine/Installation.h"
@@ -18,6 +19,7 @@
 #include "engine/ProjectExchange.h"
 #include "engine/ProjectSkillMoves.h"
 #include "engine/Projects.h"
+#include "engine/Reconciliation.h"
 #include "engine/Repair.h"
 #include "engine/SkillActivation.h"
 #include "engine/SkillRemoval.h"
@@ -52,6 +54,8 @@ struct Components {
         projectMoves(library, deployment),
         updates(library, skills, repair),
         market(library),
+        backup(library),
+        reconciliation(library, skills, repair),
         audit(library) {}
 
   AgentSettings agents;
@@ -71,6 +75,8 @@ struct Components {
   ProjectSkillMoves projectMoves;
   Updates updates;
   Market market;
+  BackupRecords backup;
+  Reconciliation reconciliation;
   AuditLog audit;
 };
 
@@ -92,6 +98,7 @@ inline const Paths& withDirectories(const Paths& paths) {
 }
 
 struct SkillsEngine::State {
+  class ChangeReservation;
   class ChangeTurn;
   class UpdateMarks;
 
@@ -109,22 +116,34 @@ struct SkillsEngine::State {
   Components components ORVANTA_GUARDED_BY(mutex);
 };
 
-// A turn that changes the library: no other process changes it meanwhile. The operations of this process that change
-// something queue apart from those that read, so that nobody reads late because another process keeps the library's
-// lock.
+// The right to change the library, while which nobody else changes it, in this process or another, but everybody may
+// read. The operations of this process that change something queue for it apart from those that read, so that nobody
+// reads late because another process keeps the library's lock, or because git works on the files.
+class SkillsEngine::State::ChangeReservation {
+ public:
+  explicit ChangeReservation(State& state) ORVANTA_UNCHECKED
+      : queue_(state.changers),
+        lock_(LibraryLock::acquire(state.paths.lock(), kLockPatience)) {}
+  ~ChangeReservation() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
+  ChangeReservation(const ChangeReservation&) = delete;
+  ChangeReservation& operator=(const ChangeReservation&) = delete;
+
+ private:
+  const Turn queue_;
+  const LibraryLock lock_;
+};
+
+// A turn that changes the library.
 class ORVANTA_SCOPED_CAPABILITY SkillsEngine::State::ChangeTurn {
  public:
-  explicit ChangeTurn(State& state) ORVANTA_ACQUIRE(state.mutex) ORVANTA_UNCHECKED
-      : queue_(state.changers),
-        lock_(LibraryLock::acquire(state.paths.lock(), kLockPatience)),
-        turn_(state.mutex) {}
+  explicit ChangeTurn(State& state) ORVANTA_ACQUIRE(state.mutex) ORVANTA_UNCHECKED : reservation_(state),
+                                                                                     turn_(state.mutex) {}
   ~ChangeTurn() ORVANTA_RELEASE() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
   ChangeTurn(const ChangeTurn&) = delete;
   ChangeTurn& operator=(const ChangeTurn&) = delete;
 
  private:
-  const Turn queue_;
-  const LibraryLock lock_;
+  const ChangeReservation reservation_;
   const Turn turn_;
 };
 

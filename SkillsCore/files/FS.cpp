@@ -234,6 +234,14 @@ void renameExclusive(const fs::path& from, const fs::path& to) {
   if (error != 0) throw SkillsError::system("Cannot move " + from.string() + " to " + to.string(), error);
 }
 
+void replaceEmptyFolder(const fs::path& from, const fs::path& to) {
+  if (::rename(from.c_str(), to.c_str()) == 0) return;
+  if (errno == ENOTEMPTY || errno == EEXIST || errno == ENOTDIR) {
+    throw SkillsError::conflict("Something already stands in " + to.string() + "; nothing was replaced");
+  }
+  throw SkillsError::system("Cannot move " + from.string() + " to " + to.string(), errno);
+}
+
 void exchange(const fs::path& a, const fs::path& b) {
   const int error = exchangePaths(a.c_str(), b.c_str());
   if (error != 0) throw SkillsError::system("Cannot exchange " + a.string() + " and " + b.string(), error);

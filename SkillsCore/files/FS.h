@@ -74,6 +74,9 @@ void createSymlink(const std::filesystem::path& destination, const std::filesyst
 // Gives `from` the name `to` on the same file system. Throws `conflict` when something stands at `to`.
 void renameExclusive(const std::filesystem::path& from, const std::filesystem::path& to);
 
+// Gives `from` the name of the empty folder `to`, in one step. Throws `conflict` when `to` is not empty or no folder.
+void replaceEmptyFolder(const std::filesystem::path& from, const std::filesystem::path& to);
+
 // Exchanges what stands at the two paths; in one step where the system can, else by three renames.
 void exchange(const std::filesystem::path& a, const std::filesystem::path& b);
 

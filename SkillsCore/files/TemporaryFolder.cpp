@@ -18,9 +18,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::array<std::string_view, 7> kPrefixes{"orvanta-clone-",    "orvanta-archive-", "orvanta-wellknown-",
+constexpr std::array<std::string_view, 8> kPrefixes{"orvanta-clone-",    "orvanta-archive-", "orvanta-wellknown-",
                                                     "orvanta-reimport-", "orvanta-update-",  "orvanta-diff-",
-                                                    "orvanta-project-"};
+                                                    "orvanta-project-",  "orvanta-backup-"};
 constexpr std::int64_t kDayMillis = 24LL * 60 * 60 * 1000;
 
 bool isOurs(const std::string& name) {

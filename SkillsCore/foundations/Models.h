@@ -56,6 +56,10 @@ std::string_view rawValue(ProjectSyncStatus status);
 std::optional<ProjectSyncStatus> parseProjectSyncStatus(std::string_view raw);
 
 // One skill in the library.
+// Statuses of a skill.
+inline constexpr std::string_view kSkillOk = "ok";
+inline constexpr std::string_view kSkillMissing = "missing";  // its folder is gone
+
 struct SkillRecord {
   std::string id;
   std::string name;
@@ -72,7 +76,7 @@ struct SkillRecord {
   bool enabled = true;
   std::int64_t createdAt = 0;
   std::int64_t updatedAt = 0;
-  std::string status = "ok";
+  std::string status{kSkillOk};
   UpdateStatus updateStatus = UpdateStatus::unknown;
   std::optional<std::int64_t> lastCheckedAt;
   std::optional<std::string> lastCheckError;
@@ -366,6 +370,30 @@ struct PlazzaSkill {
   [[nodiscard]] std::string address() const { return source + "/" + skillId; }
 
   friend bool operator==(const PlazzaSkill&, const PlazzaSkill&) = default;
+};
+
+// One snapshot of the library.
+struct BackupCommit {
+  std::string sha;
+  std::int64_t date = 0;  // milliseconds
+  std::string message;    // its first line
+
+  friend bool operator==(const BackupCommit&, const BackupCommit&) = default;
+};
+
+// The state of the library's backup.
+struct BackupStatus {
+  bool isRepository = false;
+  std::optional<std::string> remoteURL;  // credentials hidden
+  std::optional<std::string> branch;
+  std::int64_t dirtyFiles = 0;  // changed paths that no snapshot holds
+  std::optional<BackupCommit> lastCommit;
+  std::int64_t ahead = 0;   // snapshots that the remote does not have, as far as is known
+  std::int64_t behind = 0;  // and the other way round
+  bool gitAvailable = false;
+  std::vector<std::string> pendingConflicts;  // names of skills for which this library and the remote's differ
+
+  friend bool operator==(const BackupStatus&, const BackupStatus&) = default;
 };
 
 // One row of the audit log.

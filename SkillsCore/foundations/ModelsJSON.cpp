@@ -1,5 +1,7 @@
 #include "foundations/ModelsJSON.h"
 
+#include "foundations/Clock.h"
+
 namespace orvanta {
 
 namespace {
@@ -201,6 +203,22 @@ void from_json(const Json& json, PlazzaSkill& skill) {
   json.at("name").get_to(skill.name);
   json.at("source").get_to(skill.source);
   json.at("installs").get_to(skill.installs);
+}
+
+void to_json(Json& json, const BackupCommit& commit) {
+  json = Json{{"sha", commit.sha}, {"date", iso8601(commit.date)}, {"message", commit.message}};
+}
+
+void to_json(Json& json, const BackupStatus& status) {
+  json = Json{{"isRepository", status.isRepository},
+              {"dirtyFiles", status.dirtyFiles},
+              {"ahead", status.ahead},
+              {"behind", status.behind},
+              {"gitAvailable", status.gitAvailable},
+              {"pendingConflicts", status.pendingConflicts}};
+  putOptional(json, "remoteURL", status.remoteURL);
+  putOptional(json, "branch", status.branch);
+  putOptional(json, "lastCommit", status.lastCommit);
 }
 
 void to_json(Json& json, const AuditEntry& entry) {

@@ -37,6 +37,9 @@ void to_json(Json& json, const GitPreview& preview);
 void to_json(Json& json, const PlazzaSkill& skill);
 // Requires all keys; throws nlohmann's exception otherwise.
 void from_json(const Json& json, PlazzaSkill& skill);
+// The date in ISO 8601.
+void to_json(Json& json, const BackupCommit& commit);
+void to_json(Json& json, const BackupStatus& status);
 void to_json(Json& json, const AuditEntry& entry);
 void to_json(Json& json, const DashboardStats& stats);
 void to_json(Json& json, const SkillFileEntry& entry);

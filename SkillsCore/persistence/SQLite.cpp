@@ -202,19 +202,21 @@ void SQLiteConnection::requireTransaction(std::string_view phrase, std::string_v
                               std::string(sql.substr(0, sql.find('\n'))));
 }
 
-SQLiteConnection::Transaction::Transaction(SQLiteConnection& connection) : connection_(connection) {
-  connection_.execute("BEGIN IMMEDIATE");
+SQLiteConnection::Transaction::Transaction(SQLiteConnection& connection)
+    : connection_(connection), isPart_(connection.inTransaction_) {
+  connection_.execute(isPart_ ? "SAVEPOINT part" : "BEGIN IMMEDIATE");
   connection_.inTransaction_ = true;
 }
 
 SQLiteConnection::Transaction::~Transaction() {
   // SQLite itself rolls back on some errors; that there is nothing left to roll back is no failure.
-  connection_.inTransaction_ = false;
-  if (open_) sqlite3_exec(connection_.db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  connection_.inTransaction_ = isPart_;
+  const char* const undo = isPart_ ? "ROLLBACK TO part; RELEASE part" : "ROLLBACK";
+  if (open_) sqlite3_exec(connection_.db_.get(), undo, nullptr, nullptr, nullptr);
 }
 
 void SQLiteConnection::Transaction::commit() {
-  connection_.execute("COMMIT");
+  connection_.execute(isPart_ ? "RELEASE part" : "COMMIT");
   open_ = false;
 }
 

@@ -101,7 +101,8 @@ class SQLiteConnection {
 
   std::int64_t lastInsertRowId();
 
-  // Runs `body` in one write transaction: all of its changes or none. Rethrows the first error. Not nested.
+  // Runs `body` in one write transaction: all of its changes or none. Rethrows the first error. Within another, it is a
+  // part of that, which can fail without it.
   template <typename Body>
   auto transaction(Body body) {
     Transaction guard(*this);
@@ -133,6 +134,7 @@ class SQLiteConnection {
 
    private:
     SQLiteConnection& connection_;
+    const bool isPart_;
     bool open_ = true;
   };
 

@@ -140,6 +140,17 @@ class SkillStore {
   std::int64_t nextProjectSortOrder();
   void reorderProjects(const std::vector<std::string>& ids);
 
+  // ── Backup ──
+  // A skill that this library and the remote of its backup both changed.
+  struct PendingConflict {
+    std::string skillId;  // of the folder's name, where no skill is recorded
+    std::string theirsCommit;
+    std::string theirsPath;  // its folder
+  };
+  std::vector<PendingConflict> pendingConflicts();
+  // These and no others.
+  void setPendingConflicts(const std::vector<PendingConflict>& conflicts);
+
   // ── Audit log ──
   struct AuditRecord {
     std::string action;

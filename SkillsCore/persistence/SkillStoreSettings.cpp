@@ -71,6 +71,26 @@ std::vector<AuditEntry> SkillStore::auditEntries(std::int64_t limit, std::int64_
       });
 }
 
+std::vector<SkillStore::PendingConflict> SkillStore::pendingConflicts() {
+  return connection_.query("SELECT skill_id, theirs_commit, theirs_path FROM pending_conflicts ORDER BY theirs_path",
+                           {}, [](const SQLRow& row) {
+                             return PendingConflict{.skillId = std::string(row.text(0)),
+                                                    .theirsCommit = std::string(row.text(1)),
+                                                    .theirsPath = std::string(row.text(2))};
+                           });
+}
+
+void SkillStore::setPendingConflicts(const std::vector<PendingConflict>& conflicts) {
+  connection_.transaction([&] {
+    connection_.run("DELETE FROM pending_conflicts");
+    for (const auto& conflict : conflicts) {
+      connection_.run(
+          "INSERT INTO pending_conflicts (skill_id, theirs_commit, theirs_path, detected_at) VALUES (?, ?, ?, ?)",
+          {conflict.skillId, conflict.theirsCommit, conflict.theirsPath, nowMillis()});
+    }
+  });
+}
+
 void SkillStore::clearAudit() { connection_.run("DELETE FROM audit_log"); }
 
 std::optional<std::string> SkillStore::cached(const std::string& key, double maxAge) {

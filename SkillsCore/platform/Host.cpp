@@ -3,14 +3,17 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <system_error>
 #include <vector>
 
 #include <fmt/core.h>
 
 #include "foundations/SkillsError.h"
+#include "foundations/Text.h"
 
 namespace orvanta {
 
@@ -59,11 +62,37 @@ std::filesystem::path temporaryFolder() {
   return error || !folder.is_absolute() ? "/tmp" : folder;
 }
 
+// "PRETTY_HOSTNAME=…" of the file in which a desktop's settings keep it; its value may stand in quotes.
+std::string chosenName() {
+  std::ifstream file("/etc/machine-info");
+  for (std::string line; std::getline(file, line);) {
+    constexpr std::string_view key = "PRETTY_HOSTNAME=";
+    if (!line.starts_with(key)) continue;
+    std::string_view value = Text::trim(std::string_view(line).substr(key.size()));
+    const bool isQuoted = value.size() >= 2 && value.front() == value.back() && (value[0] == '"' || value[0] == '\'');
+    return std::string(isQuoted ? value.substr(1, value.size() - 2) : value);
+  }
+  return {};
+}
+
+std::string networkName() {
+  std::array<char, 256> name{};
+  return ::gethostname(name.data(), name.size() - 1) == 0 ? std::string(name.data()) : std::string();
+}
+
 }  // namespace
 
 UserFolders currentUserFolders() {
   const auto home = homeFolder();
   return {home, configFolder(home), temporaryFolder()};
+}
+
+std::string deviceName() {
+  for (const auto& name : {chosenName(), networkName()}) {
+    const std::string shown = Text::singleLine(Text::repairUTF8(name));
+    if (!Text::trim(shown).empty()) return std::string(Text::trim(shown));
+  }
+  return "this computer";
 }
 
 std::optional<std::string> environmentVariable(const std::string& name) {

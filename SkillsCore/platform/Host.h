@@ -24,6 +24,9 @@ struct UserFolders {
 // names a folder, since any guess would scatter files where nobody looks for them.
 [[nodiscard]] UserFolders currentUserFolders();
 
+// What the user calls this computer, else the name it has in the network; one line of UTF-8.
+[[nodiscard]] std::string deviceName();
+
 // The variable's value; none when it is not set or empty.
 [[nodiscard]] std::optional<std::string> environmentVariable(const std::string& name);
 

@@ -11,7 +11,6 @@
 
 #include <fmt/core.h>
 
-#include "foundations/SkillsError.h"
 #include "foundations/Text.h"
 #include "sources/GitEnvironment.h"
 
@@ -63,7 +62,11 @@ struct Prepared {
 Prepared prepare(const GitSettings& settings, const std::vector<std::string>& arguments, const GitRunOptions& options) {
   Prepared result;
   auto& [words, environment] = result;
-  if (options.repository == GitRunOptions::Repository::ofStrangers) environment.limitToReading();
+  if (options.repository == GitRunOptions::Repository::backup) {
+    environment.limitToBackup(options.cwd.value_or("/"));
+  } else {
+    environment.limitToReading();
+  }
   if (!settings.proxyURL.value_or("").empty()) useProxy(*settings.proxyURL, environment, words);
   words.insert(words.end(), arguments.begin(), arguments.end());
   if (!options.remote) return result;
@@ -109,7 +112,9 @@ std::uint64_t sizeIn(std::string_view line) {
   return size;
 }
 
-SkillsError failure(const std::string& command, const ProcessResult& result) {
+}  // namespace
+
+SkillsError GitClient::failure(const std::string& command, const ProcessResult& result) {
   if (result.stopped) return SkillsError::git(fmt::format("git {} was stopped", command));
   const std::string words = Text::maskCredentials(result.failureText());
   std::vector<std::string> lines;
@@ -117,8 +122,6 @@ SkillsError failure(const std::string& command, const ProcessResult& result) {
   const auto text = Text::join(lines, "; ");
   return SkillsError::git(fmt::format("git {} failed: {}", command, Text::prefixBytes(text, longestFailureText)));
 }
-
-}  // namespace
 
 fs::path GitSettings::installedGit() { return ProcessRunner::which("git").value_or("/usr/bin/git"); }
 

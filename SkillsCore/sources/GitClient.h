@@ -17,6 +17,7 @@
 
 #include "files/TemporaryFolder.h"
 #include "foundations/Operation.h"
+#include "foundations/SkillsError.h"
 #include "platform/ProcessRunner.h"
 #include "sources/GitSource.h"
 
@@ -42,9 +43,9 @@ struct GitSettings {
 };
 
 struct GitRunOptions {
-  // Whose repository the command works on. Strangers' are read within the limits of `GitEnvironment`; in the user's own
-  // all of the user's habits apply, hooks included.
-  enum class Repository { ofStrangers, ofUser };
+  // What the command works on, which decides the limits that `GitEnvironment` sets: a checkout of what a stranger
+  // published, or the repository that the working folder is, with the backup of the library.
+  enum class Repository { ofStrangers, backup };
 
   std::optional<std::filesystem::path> cwd = std::nullopt;
   // The URL that the command talks to. An argument equal to it is handed over without its user name and password.
@@ -58,6 +59,7 @@ class GitClient {
   explicit GitClient(GitSettings settings) : settings_(std::move(settings)) {}
 
   [[nodiscard]] bool isAvailable() const;
+  [[nodiscard]] const std::filesystem::path& temporaryFolder() const { return settings_.temp; }
 
   // Clones the last commit of a branch or tag, or of the remote's default branch, into a new folder. On failure
   // something may be left there. Throws `git`, also for an empty repository and one with far too many files, and
@@ -95,6 +97,9 @@ class GitClient {
   // The same, where anything but success, a time-out or a stop included, throws `git` with git's own words.
   ProcessResult runChecked(const std::vector<std::string>& arguments, const GitRunOptions& options,
                            const OperationContext& context) const;
+
+  // What a failed command is thrown as: git's own words on one line, credentials hidden.
+  [[nodiscard]] static SkillsError failure(const std::string& command, const ProcessResult& result);
 
  private:
   void refuseBoundless(const std::filesystem::path& checkout, const OperationContext& context) const;

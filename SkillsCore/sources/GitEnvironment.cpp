@@ -93,7 +93,7 @@ void GitEnvironment::configure(const std::string& key, const std::string& value)
   variables_["GIT_CONFIG_COUNT"] = std::to_string(++entries_);
 }
 
-void GitEnvironment::limitToReading() {
+void GitEnvironment::runNoPrograms() {
   configure("core.hooksPath", "/dev/null");
   configure("core.fsmonitor", "false");
   configure("core.symlinks", "true");
@@ -101,11 +101,41 @@ void GitEnvironment::limitToReading() {
   // A server that stalls must not keep a git that has lost whoever would end it.
   configure("http.lowSpeedLimit", "1000");
   configure("http.lowSpeedTime", "60");
+  variables_["GIT_TEMPLATE_DIR"] = "";
+}
+
+void GitEnvironment::limitToReading() {
+  runNoPrograms();
   configure("filter.lfs.process", "");
   configure("filter.lfs.smudge", "");
   configure("filter.lfs.required", "false");
   variables_["GIT_ALLOW_PROTOCOL"] = "http:https:ssh";
-  variables_["GIT_TEMPLATE_DIR"] = "";
+}
+
+void GitEnvironment::limitToBackup(const std::filesystem::path& root) {
+  runNoPrograms();
+  configure("core.fsync", "all");
+  configure("core.fsyncMethod", "batch");
+  // A personal list of ignored files would leave gaps in the backup that nobody sees.
+  configure("core.excludesFile", "/dev/null");
+  configure("commit.gpgSign", "false");
+  configure("log.showSignature", "false");
+  configure("merge.verifySignatures", "false");
+  configure("merge.ff", "true");
+  // Its hints name commands of its own.
+  configure("advice.pushUpdateRejected", "false");
+  // What was renamed on one side and edited on the other is for its owner to settle.
+  configure("merge.renames", "false");
+  configure("fetch.recurseSubmodules", "false");
+  configure("push.recurseSubmodules", "no");
+  configure("submodule.recurse", "false");
+  configure("status.showUntrackedFiles", "normal");
+  configure("safe.bareRepository", "explicit");
+  variables_["GIT_ALLOW_PROTOCOL"] = "file:http:https:ssh";
+  variables_["GIT_CEILING_DIRECTORIES"] = root.parent_path().string();
+  // Looking at the state of the repository leaves no lock behind when it is killed.
+  variables_["GIT_OPTIONAL_LOCKS"] = "0";
+  variables_["GIT_LITERAL_PATHSPECS"] = "1";
 }
 
 void GitEnvironment::sendGithubToken(std::string_view token) {
@@ -124,7 +154,9 @@ std::string GitEnvironment::withoutCredentials(const std::string& url) {
     configure(section + "helper", R"(!f() { printf 'password=%s\n' "$ORVANTA_GIT_PASSWORD"; }; f)");
     variables_["ORVANTA_GIT_PASSWORD"] = *found->password;
   }
-  return found->server + found->path;
+  auto address = found->server + found->path;
+  configure(fmt::format("url.{}.insteadOf", address), url);
+  return address;
 }
 
 }  // namespace orvanta

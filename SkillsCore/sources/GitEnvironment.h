@@ -5,6 +5,7 @@
 // reads configuration from there since version 2.31; an older one goes without it, so a token is then not sent.
 
 #include <cstddef>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
@@ -28,17 +29,24 @@ class GitEnvironment {
   // the files anyway, while the examination refuses old repositories for harmless faults.
   void limitToReading();
 
+  // For the repository that the library's folder `root` is. What is backed up are the files, byte for byte, whatever
+  // habits the user has elsewhere and whatever the repository says of itself: hooks, filters, signatures and the like
+  // run no program, and no repository further up is taken for this one. What git reports as done has been flushed.
+  void limitToBackup(const std::filesystem::path& root);
+
   // A token that is sent to GitHub by https and to nobody else.
   void sendGithubToken(std::string_view token);
 
   // Moves the user name and password in an http or https URL into the environment, and returns the URL without them.
-  // They are offered to this server only, when it asks. Other URLs, and ones that no server could accept, are returned
-  // as they are.
+  // They are offered to this server only, when it asks, also where git finds the whole URL in its configuration. Other
+  // URLs, and ones that no server could accept, are returned as they are.
   std::string withoutCredentials(const std::string& url);
 
   [[nodiscard]] const std::map<std::string, std::string>& variables() const { return variables_; }
 
  private:
+  void runNoPrograms();
+
   std::map<std::string, std::string> variables_;
   std::size_t entries_ = 0;
 };

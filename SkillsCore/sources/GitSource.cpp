@@ -127,6 +127,14 @@ bool staysBelow(const fs::path& link, const fs::path& text) {
   return true;
 }
 
+template <typename Each>
+void forEachLink(const fs::path& folder, Each each) {
+  const UniqueFd fd = openFolder(folder);
+  for (const auto& entry : listTree(fd.get(), folder, [](std::string_view name) { return name == ".git"; })) {
+    if (entry.kind == TreeEntry::Kind::symlink) each(entry, fd.get());
+  }
+}
+
 bool isNamed(const fs::path& folder, const std::string& name) { return folder.filename() == name; }
 
 bool callsItself(const fs::path& folder, const std::string& name) {
@@ -198,16 +206,24 @@ std::vector<fs::path> list(const fs::path& checkout, const fs::path& root) {
 }
 
 void removeOutwardLinks(const fs::path& folder) {
-  const UniqueFd fd = openFolder(folder);
-  for (const auto& entry : listTree(fd.get(), folder, [](std::string_view name) { return name == ".git"; })) {
-    if (entry.kind != TreeEntry::Kind::symlink) continue;
+  const auto outward = linksLeadingOut(folder);
+  forEachLink(folder, [&](const TreeEntry& entry, int) {
     const fs::path link = folder / entry.relativePath;
     // What leads nowhere here may lead to something of the user's from the place that the skill gets.
     const bool leadsSomewhere = FS::resolvesToFile(link) || FS::resolvesToDirectory(link);
-    const bool staysInside = staysBelow(entry.relativePath, readLinkText(fd.get(), entry.relativePath, folder)) &&
-                             FS::resolvesInside(link, folder);
-    if (!leadsSomewhere || !staysInside) FS::removeSymlink(link);
-  }
+    const bool isOutward = std::find(outward.begin(), outward.end(), entry.relativePath) != outward.end();
+    if (!leadsSomewhere || isOutward) FS::removeSymlink(link);
+  });
+}
+
+std::vector<std::string> linksLeadingOut(const fs::path& folder) {
+  std::vector<std::string> links;
+  forEachLink(folder, [&](const TreeEntry& entry, int fd) {
+    const bool staysInside = staysBelow(entry.relativePath, readLinkText(fd, entry.relativePath, folder)) &&
+                             FS::resolvesInside(folder / entry.relativePath, folder);
+    if (!staysInside) links.push_back(entry.relativePath);
+  });
+  return links;
 }
 
 fs::path findSkillDir(const fs::path& checkout, const std::string& skillId) {

@@ -54,6 +54,9 @@ void validate(std::string_view text);
 [[nodiscard]] std::vector<std::filesystem::path> list(const std::filesystem::path& checkout,
                                                       const std::filesystem::path& root);
 
+// The links in a skill's folder that lead out of it, wherever it lies, as paths below it.
+[[nodiscard]] std::vector<std::string> linksLeadingOut(const std::filesystem::path& folder);
+
 // Removes the links in a skill's folder that lead out of it, or nowhere: what they show elsewhere is not the
 // publisher's.
 void removeOutwardLinks(const std::filesystem::path& folder);

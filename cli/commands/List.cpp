@@ -101,6 +101,7 @@ class Listing {
 };
 
 Cell agentsCell(const SkillRecord& record, const std::vector<std::string>& tools) {
+  if (record.status == kSkillMissing) return {"missing", Style::bad};
   if (!record.enabled) return {"disabled", Style::faint};
   if (tools.empty()) return {"-", Style::faint};
   if (tools.size() > kAgentsNamedInRow) return fmt::format("{} +{}", tools.front(), tools.size() - 1);

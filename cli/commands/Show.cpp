@@ -69,6 +69,7 @@ void writeFacts(Session& session, const SkillSummary& summary) {
   fact("Installed", localTime(record.createdAt));
   fact("Changed", localTime(record.updatedAt));
   if (!summary.tags.empty()) fact("Tags", Text::join(summary.tags, ", "));
+  if (record.status == kSkillMissing) fact("State", "missing: its folder is gone from the library");
   if (!record.enabled) fact("State", fmt::format("disabled; 'orvanta enable {}' puts it back", record.name));
   if (record.updateStatus == UpdateStatus::available) fact("Update", "available");
   if (record.lastCheckError) fact("Problem", *record.lastCheckError);

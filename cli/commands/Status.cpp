@@ -3,6 +3,7 @@
 #include "cli/CommandLine.h"
 #include "cli/Format.h"
 #include "cli/Output.h"
+#include "cli/commands/BackupViews.h"
 #include "cli/commands/Presets.h"
 #include "foundations/Text.h"
 
@@ -53,6 +54,7 @@ void showFigures(Session& session, const DashboardStats& stats, const std::optio
   row("Preset", presetText(session.engine(), active));
   row("Projects", fmt::format("{}", stats.projects));
   row("Tags", fmt::format("{}", stats.tags));
+  row("Backup", backupText(session.engine().backupStatus()));
 }
 
 ExitStatus run(Session& session) {
@@ -64,7 +66,7 @@ ExitStatus run(Session& session) {
                                        {"relocated", engine.isRelocated()},
                                        {"stats", stats},
                                        {"activePreset", active ? presetReference(*active) : Json()},
-                                       {"backup", nullptr}});
+                                       {"backup", engine.backupStatus()}});
     return ExitStatus::done;
   }
   showFigures(session, stats, active);

@@ -1,0 +1,343 @@
+// The backup, as the engine offers it. Git works on the files under a reservation, so that nobody else changes the
+// library but everybody may read; turns are taken only for the records. A remote is waited for with neither.
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "engine/IncomingBackup.h"
+#include "engine/SkillsEngineState.h"
+#include "files/FS.h"
+#include "foundations/Text.h"
+#include "sources/GitBackup.h"
+#include "sources/GitClient.h"
+#include "sources/GitSource.h"
+#include "sources/StagingFolder.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kRemote = "backup_remote";
+constexpr const char* kAutomatic = "backup_auto_commit";
+
+void requireInitialized(const GitBackup& backup) {
+  if (!backup.isRepository()) throw SkillsError::invalidInput("Backup is not initialized");
+}
+
+}  // namespace
+
+GitBackup SkillsEngine::gitBackup(const OperationContext& context) {
+  return {state_->paths.skills(), gitSettings(context)};
+}
+
+// For whoever holds the reservation: the backup, with what killed processes left put right.
+GitBackup SkillsEngine::readyBackup(const OperationContext& context) {
+  GitBackup backup = gitBackup(context);
+  requireInitialized(backup);
+  settleBackup(backup, context);
+  backup.refuseUnfinished(context);
+  return backup;
+}
+
+void SkillsEngine::noteBackup(const std::string& action, const std::optional<std::string>& detail, bool success) {
+  const Turn turn(state_->mutex);
+  state_->library.store.logAudit({.action = action, .success = success, .detail = detail});
+}
+
+// ── Looking ──
+
+BackupStatus SkillsEngine::backupStatus(const OperationContext& context) {
+  BackupStatus status = gitBackup(context).status(context);
+  const Turn turn(state_->mutex);
+  status.pendingConflicts = state_->components.backup.conflictNames();
+  return status;
+}
+
+std::vector<BackupCommit> SkillsEngine::backupHistory(std::size_t limit, const OperationContext& context) {
+  const GitBackup backup = gitBackup(context);
+  requireInitialized(backup);
+  return backup.history(limit, context);
+}
+
+BackupManifest SkillsEngine::buildManifest() {
+  const Turn turn(state_->mutex);
+  return state_->components.backup.manifest();
+}
+
+bool SkillsEngine::isBackupAutomatic() { return setting(kAutomatic) == "true"; }
+
+void SkillsEngine::setBackupAutomatic(bool automatic) {
+  const State::ChangeTurn turn(*state_);
+  state_->library.store.setSetting(kAutomatic, automatic ? "true" : "false");
+  state_->library.store.logAudit({.action = kAutomatic, .detail = automatic ? "on" : "off"});
+}
+
+// ── Snapshots ──
+
+void SkillsEngine::initBackup(const OperationContext& context) {
+  const State::ChangeReservation reservation(*state_);
+  const GitBackup backup = gitBackup(context);
+  backup.initialize(context);
+  backup.writeManifest(buildManifest());
+  backup.commitAll("Initialize skills backup from " + deviceName(), context);
+  noteBackup("backup_init", std::nullopt);
+}
+
+bool SkillsEngine::backupNow(const std::optional<std::string>& message, const OperationContext& context) {
+  const State::ChangeReservation reservation(*state_);
+  return snapshot(readyBackup(context), message, context);
+}
+
+bool SkillsEngine::snapshot(const GitBackup& backup, const std::optional<std::string>& message,
+                            const OperationContext& context) {
+  const BackupManifest manifest = buildManifest();
+  const std::string text =
+      message.value_or(fmt::format("Backup {} skills from {}", manifest.skills.size(), deviceName()));
+  backup.writeManifest(manifest);
+  const bool isNew = backup.commitAll(text, context);
+  noteBackup("backup_commit", isNew ? text : "nothing to commit");
+  if (!isNew) return false;
+  const auto theirs = [&] {
+    const Turn turn(state_->mutex);
+    return state_->components.backup.conflictingCommit();
+  }();
+  if (!theirs || !backup.isAncestor(*theirs, "HEAD", context)) return true;
+  const Turn turn(state_->mutex);
+  state_->components.backup.clearConflicts();
+  return true;
+}
+
+// ── The remote ──
+
+void SkillsEngine::setBackupRemote(const std::optional<std::string>& url, const OperationContext& context) {
+  const State::ChangeReservation reservation(*state_);
+  const GitBackup backup = readyBackup(context);
+  backup.setRemote(url, context);
+  const auto remote = backup.remoteURL(context);
+  const Turn turn(state_->mutex);
+  state_->library.store.setSetting(kRemote, remote);
+  state_->components.backup.clearConflicts();
+  state_->library.store.logAudit(
+      {.action = "backup_set_remote", .detail = remote ? std::optional(Text::maskCredentials(*remote)) : std::nullopt});
+}
+
+void SkillsEngine::pushBackup(const OperationContext& context) {
+  const GitBackup backup = gitBackup(context);
+  {
+    const State::ChangeReservation reservation(*state_);
+    snapshot(readyBackup(context), std::nullopt, context);
+  }
+  backup.push(context);
+  const State::ChangeReservation reservation(*state_);
+  noteBackup("backup_push", std::nullopt);
+}
+
+ReconcileReport SkillsEngine::pullBackup(const OperationContext& context) {
+  const GitBackup backup = gitBackup(context);
+  {
+    const State::ChangeReservation reservation(*state_);
+    readyBackup(context);
+  }
+  const std::string commit = backup.fetch(context);
+  const State::ChangeReservation reservation(*state_);
+  readyBackup(context);
+  snapshot(backup, std::nullopt, context);
+  const auto head = backup.headCommit(context);
+  if (!head || !backup.isAncestor(commit, *head, context)) {
+    const bool isForeign = head && !backup.mergeBase(*head, commit, context);
+    judgeIncoming(backup, commit, isForeign, context);
+    const auto onRecords = [&](auto change) {
+      const Turn turn(state_->mutex);
+      return change(state_->components.backup);
+    };
+    onRecords([&](BackupRecords& records) { records.begin({.from = head, .to = commit}); });
+    try {
+      backup.merge(commit, context);
+    } catch (const BackupConflict& conflict) {
+      const auto names = onRecords([&](BackupRecords& records) {
+        records.settle();
+        return records.noteConflicts(conflict.paths(), commit);
+      });
+      const std::string list = Text::singleLine(Text::join(names, ", "));
+      noteBackup("backup_pull", "Merge conflict: " + list, false);
+      throw SkillsError::conflict(fmt::format("{} Both sides changed: {}", conflict.message(), list));
+    } catch (const SkillsError&) {
+      settleBackup(backup, context);
+      throw;
+    }
+  }
+  ReconcileReport report = reconcile(backup, head, context);
+  {
+    const Turn turn(state_->mutex);
+    state_->components.backup.clearConflicts();
+  }
+  noteBackup("backup_pull", fmt::format("+{} skills, {} missing", report.added.size(), report.missing.size()));
+  return report;
+}
+
+Plan SkillsEngine::planPullBackup(const OperationContext& context) {
+  const GitBackup backup = gitBackup(context);
+  requireInitialized(backup);
+  const std::string commit = backup.fetch(context);
+  const auto head = backup.headCommit(context);
+  const auto base = head ? backup.mergeBase(*head, commit, context) : std::nullopt;
+  judgeIncoming(backup, commit, head && !base, context);
+  return planChange(backup, base, commit, context);
+}
+
+// ── Going back ──
+
+ReconcileReport SkillsEngine::restoreBackup(const std::string& id, const OperationContext& context) {
+  const State::ChangeReservation reservation(*state_);
+  const GitBackup backup = readyBackup(context);
+  const std::string commit = backup.commitNamed(id, context);
+  judgeIncoming(backup, commit, false, context);
+  snapshot(backup, std::nullopt, context);
+  const auto head = backup.headCommit(context);
+  {
+    const Turn turn(state_->mutex);
+    state_->components.backup.begin({.from = head, .to = commit});
+  }
+  try {
+    backup.restore(commit, context);
+  } catch (const SkillsError&) {
+    settleBackup(backup, context);
+    throw;
+  }
+  ReconcileReport report = reconcile(backup, head, context);
+  noteBackup("backup_restore", commit);
+  return report;
+}
+
+Plan SkillsEngine::planRestoreBackup(const std::string& id, const OperationContext& context) {
+  const GitBackup backup = gitBackup(context);
+  requireInitialized(backup);
+  const std::string commit = backup.commitNamed(id, context);
+  judgeIncoming(backup, commit, false, context);
+  return planChange(backup, backup.headCommit(context), commit, context);
+}
+
+// ── An empty library ──
+
+ReconcileReport SkillsEngine::restoreLibraryFromRemote(const std::string& url, const OperationContext& context) {
+  GitSource::validate(url);
+  const std::string address = GitSource::parse(url).cloneURL;
+  requireEmptyLibrary();
+  // Made whole elsewhere: what is cloned takes the place of the skills folder in one step.
+  const StagingFolder staging(state_->paths.repoCache());
+  const GitBackup incoming(staging.slot(0), gitSettings(context));
+  incoming.clone(address, context);
+  const std::string commit = incoming.headCommit(context).value_or("");
+  judgeIncoming(incoming, commit, true, context);
+  incoming.checkOut(context);
+
+  const State::ChangeReservation reservation(*state_);
+  requireEmptyLibrary();
+  {
+    const Turn turn(state_->mutex);
+    state_->components.backup.begin({.from = std::nullopt, .to = commit});
+    state_->library.store.setSetting(kRemote, address);
+  }
+  FS::removeAny(state_->paths.skills() / ".DS_Store");
+  FS::replaceEmptyFolder(incoming.root(), state_->paths.skills());
+  ReconcileReport report = reconcile(gitBackup(context), std::nullopt, context);
+  noteBackup("backup_clone", Text::maskCredentials(address));
+  return report;
+}
+
+void SkillsEngine::requireEmptyLibrary() {
+  const auto names = FS::childNames(state_->paths.skills());
+  const bool hasFiles = std::any_of(names.begin(), names.end(), [](const auto& name) { return name != ".DS_Store"; });
+  const Turn turn(state_->mutex);
+  if (!hasFiles && state_->library.store.skillIds().empty()) return;
+  throw SkillsError::conflict("The library is not empty. Initialize backup and set the remote instead, then pull.");
+}
+
+// ── Records and files ──
+
+ReconcileReport SkillsEngine::reconcileLibraryWithDisk(const OperationContext& context) {
+  const State::ChangeTurn turn(*state_);
+  return state_->components.reconciliation.run({.manifest = gitBackup(context).readManifest()}, context);
+}
+
+// After git has changed the files. Hashed are only those folders that differ from the snapshot with which the records
+// were in line the last time: what was changed since then is in the snapshots, and what is recorded else is right.
+ReconcileReport SkillsEngine::reconcile(const GitBackup& backup, const std::optional<std::string>& before,
+                                        const OperationContext& context) {
+  const auto head = backup.headCommit(context);
+  const auto known = [&] {
+    const Turn turn(state_->mutex);
+    return state_->components.backup.reconciledCommit();
+  }();
+  Reconciliation::Scope scope{.manifest = backup.readManifest()};
+  if (head && known && backup.isAncestor(*known, *head, context)) {
+    scope.changedFolders = backup.changedFolders(known, *head, context);
+  }
+  scope.metadataBefore = [&](const SkillRecord& record) -> std::optional<SkillMeta> {
+    const std::string file = fs::path(record.centralPath).filename().string() + "/SKILL.md";
+    const auto text = before ? backup.textIn(*before, file, context) : std::nullopt;
+    return text ? std::optional(SkillMetadata::parseMeta(*text)) : std::nullopt;
+  };
+  const Turn turn(state_->mutex);
+  ReconcileReport report = state_->components.reconciliation.run(scope, context);
+  if (head && report.errors.empty()) state_->components.backup.setReconciledCommit(*head);
+  state_->components.backup.settle();
+  return report;
+}
+
+// Takes back what a killed process, or a failure, left of a change by git, and brings the records in line.
+void SkillsEngine::settleBackup(const GitBackup& backup, const OperationContext& context) {
+  backup.makeReady(context);
+  const auto change = [&] {
+    const Turn turn(state_->mutex);
+    return state_->components.backup.unsettled();
+  }();
+  if (!change) return;
+  if (change->from && change->from == backup.headCommit(context)) backup.takeBack(*change->from, change->to, context);
+  reconcile(backup, change->from, context);
+}
+
+// At a start. Does nothing while another process changes the library; what fails is tried again by the next backup.
+void SkillsEngine::settleInterruptedBackup() {
+  const auto isUnsettled = [&] {
+    const Turn turn(state_->mutex);
+    return state_->components.backup.unsettled().has_value();
+  };
+  if (!isUnsettled()) return;
+  const auto lock = LibraryLock::tryAcquire(state_->paths.lock());
+  if (!lock || !isUnsettled()) return;
+  try {
+    const GitBackup backup = gitBackup({});
+    if (backup.isRepository()) {
+      settleBackup(backup, {});
+    } else {
+      const Turn turn(state_->mutex);
+      state_->components.backup.settle();
+    }
+  } catch (const SkillsError&) {
+    return;
+  }
+}
+
+// What would become of the skills if what differs between two snapshots came into the files.
+Plan SkillsEngine::planChange(const GitBackup& backup, const std::optional<std::string>& from, const std::string& to,
+                              const OperationContext& context) {
+  std::set<std::string> there;
+  for (const auto& item : backup.tree(to, context)) there.insert(item.path.substr(0, item.path.find('/')));
+  Plan plan;
+  for (const auto& folder : backup.changedFolders(from, to, context)) {
+    if (folder.starts_with('.')) continue;
+    const fs::path place = state_->paths.skills() / folder;
+    const auto action = !there.contains(folder) ? PlannedStep::Action::remove
+                        : FS::exists(place)     ? PlannedStep::Action::replace
+                                                : PlannedStep::Action::place;
+    plan.push_back(
+        {.action = action, .skillName = folder, .skillId = {}, .tool = {}, .path = place.string(), .reason = {}});
+  }
+  return plan;
+}
+
+}  // namespace orvanta

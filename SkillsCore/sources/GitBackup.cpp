@@ -1,0 +1,334 @@
+#include "sources/GitBackup.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <iterator>
+#include <system_error>
+
+#include <fmt/core.h>
+
+#include "files/FS.h"
+#include "files/Paths.h"
+#include "foundations/Text.h"
+#include "platform/Host.h"
+#include "sources/GitSource.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto shortest = 30s;
+constexpr auto local = 60s;
+constexpr auto longLocal = 300s;
+constexpr auto network = 600s;
+// As much of git's output as is kept: a listing of this size may lack its end.
+constexpr std::size_t largestListing = std::size_t{64} << 20;
+constexpr std::size_t shownDigits = 8;
+
+std::string trimmed(const ProcessResult& result) { return std::string(Text::trim(result.standardOutput)); }
+
+bool isHexadecimal(std::string_view text) {
+  return !text.empty() && text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+}
+
+template <typename Number>
+std::optional<Number> numberIn(std::string_view text) {
+  Number number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+// "HASH<tab>SECONDS<tab>SUBJECT"; the subject may hold tabs.
+std::optional<BackupCommit> commitIn(std::string_view line) {
+  const auto first = line.find('\t');
+  if (first == std::string_view::npos) return std::nullopt;
+  const auto second = line.find('\t', first + 1);
+  if (second == std::string_view::npos) return std::nullopt;
+  const auto seconds = numberIn<std::int64_t>(line.substr(first + 1, second - first - 1));
+  if (!seconds) return std::nullopt;
+  return BackupCommit{.sha = std::string(line.substr(0, first)),
+                      .date = *seconds * 1000,
+                      .message = std::string(line.substr(second + 1))};
+}
+
+// An address that git may be given as the remote. A word and two colons would name a program that speaks for git.
+std::string usableRemote(const std::string& url) {
+  const bool isHere = url.starts_with('/') || url.starts_with("file:///");
+  if (isHere) return url;
+  GitSource::validate(url);
+  const bool isShort = url.find("://") == std::string::npos && !url.starts_with("git@");
+  return isShort ? GitSource::parse(url).cloneURL : url;
+}
+
+bool passesThroughLink(const fs::path& root, const fs::path& relative) {
+  fs::path path = root;
+  for (const auto& part : relative.parent_path()) {
+    path /= part;
+    if (FS::kind(path) == FS::Kind::symlink) return true;
+  }
+  return false;
+}
+
+// Only what was made there goes, and folders that are then empty.
+void removeFile(const fs::path& root, const fs::path& relative) {
+  if (passesThroughLink(root, relative) || FS::isDirectory(root / relative)) return;
+  FS::removeAny(root / relative);
+  std::error_code notEmpty;
+  for (auto folder = relative.parent_path(); !folder.empty() && fs::remove(root / folder, notEmpty);) {
+    folder = folder.parent_path();
+  }
+}
+
+}  // namespace
+
+GitRunOptions GitBackup::options(std::chrono::seconds timeout) const {
+  return {.cwd = root_, .timeout = timeout, .repository = GitRunOptions::Repository::backup};
+}
+
+ProcessResult GitBackup::run(const Words& arguments, std::chrono::seconds timeout,
+                             const OperationContext& context) const {
+  return git_.run(arguments, options(timeout), context);
+}
+
+ProcessResult GitBackup::check(const Words& arguments, std::chrono::seconds timeout,
+                               const OperationContext& context) const {
+  return git_.runChecked(arguments, options(timeout), context);
+}
+
+std::vector<std::string> GitBackup::pathsOf(const Words& arguments, const OperationContext& context) const {
+  const auto listed = check(arguments, longLocal, context);
+  std::vector<std::string> paths;
+  for (const auto path : Text::split(listed.standardOutput, '\0')) {
+    if (!path.empty()) paths.emplace_back(path);
+  }
+  return paths;
+}
+
+// ── Looking ──
+
+bool GitBackup::isRepository() const { return FS::exists(root_ / ".git"); }
+
+BackupStatus GitBackup::status(const OperationContext& context) const {
+  BackupStatus status;
+  status.gitAvailable = git_.isAvailable();
+  status.isRepository = isRepository();
+  if (!status.isRepository || !status.gitAvailable) return status;
+  const auto remote = remoteURL(context);
+  if (remote) status.remoteURL = Text::maskCredentials(*remote);
+  const auto name = run({"rev-parse", "--abbrev-ref", "HEAD"}, shortest, context);
+  if (name.succeeded() && trimmed(name) != "HEAD") status.branch = trimmed(name);
+  const auto changes = run({"status", "--porcelain"}, local, context);
+  if (changes.succeeded()) {
+    const auto lines = Text::split(changes.standardOutput, '\n');
+    status.dirtyFiles = std::count_if(lines.begin(), lines.end(), [](const auto line) { return !line.empty(); });
+  }
+  try {
+    const auto newest = history(1, context);
+    if (!newest.empty()) status.lastCommit = newest.front();
+  } catch (const SkillsError&) {
+    return status;
+  }
+  const auto apart = run({"rev-list", "--left-right", "--count", "HEAD...@{u}"}, shortest, context);
+  const auto text = trimmed(apart);
+  const auto tab = text.find('\t');
+  if (!apart.succeeded() || tab == std::string::npos) return status;
+  status.ahead = numberIn<std::int64_t>(text.substr(0, tab)).value_or(0);
+  status.behind = numberIn<std::int64_t>(text.substr(tab + 1)).value_or(0);
+  return status;
+}
+
+std::optional<std::string> GitBackup::remoteURL(const OperationContext& context) const {
+  // As it was given: "remote get-url" would tell where the user's rules for addresses lead from there.
+  const auto result = run({"config", "--get", "remote.origin.url"}, shortest, context);
+  auto url = trimmed(result);
+  return result.succeeded() && !url.empty() ? std::optional(std::move(url)) : std::nullopt;
+}
+
+std::vector<BackupCommit> GitBackup::history(std::size_t limit, const OperationContext& context) const {
+  std::vector<BackupCommit> commits;
+  if (!headCommit(context)) return commits;
+  const auto log = check({"log", "-n", std::to_string(limit), "--format=%H%x09%ct%x09%s"}, local, context);
+  for (const auto line : Text::split(log.standardOutput, '\n')) {
+    if (const auto commit = commitIn(line)) commits.push_back(*commit);
+  }
+  return commits;
+}
+
+std::optional<std::string> GitBackup::headCommit(const OperationContext& context) const {
+  const auto head = run({"rev-parse", "--verify", "--quiet", "HEAD"}, shortest, context);
+  return head.succeeded() ? std::optional(trimmed(head)) : std::nullopt;
+}
+
+std::string GitBackup::commitNamed(const std::string& id, const OperationContext& context) const {
+  const std::string digits(Text::trim(id));
+  if (!isHexadecimal(digits)) throw SkillsError::invalidInput("Invalid commit id");
+  const auto found = run({"rev-parse", "--verify", "--quiet", digits + "^{commit}"}, shortest, context);
+  if (found.succeeded()) return trimmed(found);
+  throw SkillsError::notFound(
+      fmt::format("There is no snapshot {}, or several begin so. 'orvanta backup history' lists them.", digits));
+}
+
+bool GitBackup::isAncestor(const std::string& commit, const std::string& of, const OperationContext& context) const {
+  return run({"merge-base", "--is-ancestor", commit, of}, shortest, context).succeeded();
+}
+
+std::optional<std::string> GitBackup::mergeBase(const std::string& a, const std::string& b,
+                                                const OperationContext& context) const {
+  const auto base = run({"merge-base", a, b}, shortest, context);
+  return base.succeeded() ? std::optional(trimmed(base)) : std::nullopt;
+}
+
+std::set<std::string> GitBackup::changedFolders(const std::optional<std::string>& from, const std::string& to,
+                                                const OperationContext& context) const {
+  const Words words = from ? Words{"diff", "--name-only", "--no-renames", "-z", *from, to}
+                           : Words{"ls-tree", "--name-only", "--full-tree", "-z", to};
+  std::set<std::string> folders;
+  for (const auto& path : pathsOf(words, context)) folders.insert(path.substr(0, path.find('/')));
+  return folders;
+}
+
+std::vector<GitBackup::Item> GitBackup::tree(const std::string& commit, const OperationContext& context) const {
+  const auto listed = check({"ls-tree", "-r", "--full-tree", "-z", commit}, local, context);
+  if (listed.standardOutput.size() >= largestListing) {
+    throw SkillsError::git("The snapshot holds more files than can be looked at; nothing was brought into the library");
+  }
+  std::vector<Item> entries;
+  for (const auto line : Text::split(listed.standardOutput, '\0')) {  // "MODE TYPE ID<tab>PATH"
+    const auto tab = line.find('\t');
+    if (tab == std::string_view::npos) continue;
+    entries.push_back({.mode = std::string(line.substr(0, line.find(' '))), .path = std::string(line.substr(tab + 1))});
+  }
+  return entries;
+}
+
+std::optional<std::string> GitBackup::textIn(const std::string& commit, const std::string& path,
+                                             const OperationContext& context) const {
+  const auto shown = run({"cat-file", "blob", fmt::format("{}:{}", commit, path)}, local, context);
+  return shown.succeeded() ? std::optional(shown.standardOutput) : std::nullopt;
+}
+
+std::optional<BackupManifest> GitBackup::manifestIn(const std::string& commit, const OperationContext& context) const {
+  const auto text = textIn(commit, std::string(BackupManifest::kPath), context);
+  return text ? BackupManifest::parse(*text) : std::nullopt;
+}
+
+std::string GitBackup::branch(const OperationContext& context) const {
+  const auto result = run({"rev-parse", "--abbrev-ref", "HEAD"}, shortest, context);
+  const auto name = trimmed(result);
+  return !result.succeeded() || name.empty() || name == "HEAD" ? "main" : name;
+}
+
+// ── Sharing ──
+
+void GitBackup::setRemote(const std::optional<std::string>& url, const OperationContext& context) const {
+  const std::string wanted(Text::trim(url.value_or("")));
+  if (wanted.empty()) {
+    if (remoteURL(context)) check({"remote", "remove", "origin"}, shortest, context);
+    return;
+  }
+  const std::string address = usableRemote(wanted);
+  const std::string verb = remoteURL(context) ? "set-url" : "add";
+  check({"remote", verb, "origin", address}, shortest, context);
+}
+
+void GitBackup::push(const OperationContext& context) const {
+  const auto remote = remoteURL(context);
+  if (!remote) throw SkillsError::invalidInput("No backup remote configured");
+  auto how = options(network);
+  how.remote = *remote;
+  const auto result = git_.run({"push", "--quiet", "-u", "origin", branch(context)}, how, context);
+  if (result.succeeded()) return;
+  const auto failure = GitClient::failure("push", result);
+  const bool isBehind = failure.message().find("[rejected]") != std::string::npos;
+  if (!isBehind) throw failure;
+  throw SkillsError::git(
+      fmt::format("The remote has snapshots that this library does not have. Bring them in with 'orvanta backup pull', "
+                  "then push again. Details: {}",
+                  failure.message()));
+}
+
+std::string GitBackup::fetch(const OperationContext& context) const {
+  const auto remote = remoteURL(context);
+  if (!remote) throw SkillsError::invalidInput("No backup remote configured");
+  const auto name = branch(context);
+  auto how = options(network);
+  how.remote = *remote;
+  const auto result = git_.run({"fetch", "--quiet", "origin", name}, how, context);
+  if (!result.succeeded()) {
+    const auto failure = GitClient::failure("fetch", result);
+    const bool isEmpty = failure.message().find("find remote ref") != std::string::npos;
+    if (!isEmpty) throw failure;
+    throw SkillsError::git(fmt::format("The remote {} has no branch '{}': there is nothing to pull yet. Push first.",
+                                       Text::maskCredentials(*remote), name));
+  }
+  return trimmed(check({"rev-parse", "--verify", "FETCH_HEAD^{commit}"}, shortest, context));
+}
+
+void GitBackup::merge(const std::string& commit, const OperationContext& context) const {
+  const auto head = headCommit(context);
+  if (!head) {
+    check({"reset", "--hard", "--quiet", commit}, longLocal, context);
+    return;
+  }
+  const auto merged = run({"merge", "--no-edit", "--quiet", "--allow-unrelated-histories", "-m",
+                           "Bring the remote's snapshots to " + deviceName(), commit},
+                          longLocal, context);
+  if (merged.succeeded()) return;
+  const auto conflicts = pathsOf({"diff", "--name-only", "--diff-filter=U", "-z"}, context);
+  if (conflicts == std::vector<std::string>{std::string(BackupManifest::kPath)}) return resolveManifest(context);
+  run({"merge", "--abort"}, local, context);
+  if (conflicts.empty()) throw GitClient::failure("merge", merged);
+  throw BackupConflict(fmt::format("Merge conflict while pulling the backup. Resolve it in {} with git, then retry. "
+                                   "Details: {}",
+                                   root_.string(), GitClient::failure("merge", merged).message()),
+                       {conflicts.begin(), conflicts.end()});
+}
+
+// Each side wrote it anew from its own records, so git cannot know what belongs together; we do.
+void GitBackup::resolveManifest(const OperationContext& context) const {
+  const auto ours = manifestIn("HEAD", context).value_or(BackupManifest{});
+  const auto theirs = manifestIn("MERGE_HEAD", context).value_or(BackupManifest{});
+  FS::writeAtomically(root_ / BackupManifest::kPath, ours.joinedWith(theirs).text());
+  check({"add", "--", std::string(BackupManifest::kPath)}, local, context);
+  check({"commit", "--quiet", "--no-edit"}, 120s, context);
+}
+
+void GitBackup::clone(const std::string& url, const OperationContext& context) const {
+  auto how = options(network);
+  how.cwd = root_.parent_path();
+  how.remote = url;
+  git_.runChecked({"clone", "--quiet", "--no-checkout", "--", url, root_.string()}, how, context);
+  if (!headCommit(context)) throw SkillsError::git("The remote is empty: it holds no snapshot to restore");
+  check({"remote", "set-url", "origin", url}, shortest, context);
+}
+
+void GitBackup::checkOut(const OperationContext& context) const {
+  ensureAttributes(gitFolder(context));
+  ensureIdentity(context);
+  check({"reset", "--hard", "--quiet"}, longLocal, context);
+}
+
+// ── Going back ──
+
+void GitBackup::restore(const std::string& commit, const OperationContext& context) const {
+  check({"restore", "--source=" + commit, "--staged", "--worktree", "--", "."}, longLocal, context);
+  commitAll("Restore library to " + commit.substr(0, shownDigits), context);
+}
+
+void GitBackup::takeBack(const std::string& from, const std::string& to, const OperationContext& context) const {
+  run({"merge", "--quit"}, local, context);
+  const auto differing = [&](const char* which) {
+    return pathsOf({"diff", "--name-only", "--no-renames", which, "-z", from, to}, context);
+  };
+  for (const auto& added : differing("--diff-filter=A")) removeFile(root_, added);
+  check({"reset", "--mixed", "--quiet", from}, longLocal, context);
+  const auto others = differing("--diff-filter=a");
+  if (!others.empty()) withPathFile(others, {"restore", "--worktree"}, context);
+}
+
+}  // namespace orvanta

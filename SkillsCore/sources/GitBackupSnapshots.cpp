@@ -1,0 +1,289 @@
+// How GitBackup gets a repository ready and takes snapshots.
+
+#include <algorithm>
+#include <system_error>
+
+#include <fmt/core.h>
+
+#include "files/FS.h"
+#include "files/FileReader.h"
+#include "files/TemporaryFolder.h"
+#include "files/TreeWalk.h"
+#include "foundations/Text.h"
+#include "sources/GitBackup.h"
+#include "sources/GitLeftovers.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto shortest = 30s;
+constexpr auto local = 60s;
+constexpr auto longLocal = 300s;
+constexpr std::size_t largestConfiguration = std::size_t{1} << 20;
+constexpr std::size_t largestManifest = std::size_t{256} << 20;
+constexpr std::string_view repositoryMode = "160000";
+
+// Attributes in the files, which come from anybody, could name filters and merge drivers of the user's, and change
+// bytes. What the repository's own folder says outranks them.
+constexpr std::string_view attributes =
+    "* -text !eol !crlf !filter !diff !merge -ident !working-tree-encoding !export-ignore !export-subst\n";
+
+// Only of a file: what a link leads to is not the repository's.
+std::optional<std::string> textOf(const fs::path& file, std::size_t largest) {
+  return FS::kind(file) == FS::Kind::file ? FS::readText(file, largest) : std::nullopt;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  for (const auto line : Text::split(text, '\n')) lines.emplace_back(Text::trim(line));
+  while (!lines.empty() && lines.back().empty()) lines.pop_back();
+  return lines;
+}
+
+// The folders below, with what they are called from the root, that hold a repository of their own.
+void findNested(const fs::path& root, const fs::path& relative, std::vector<std::string>& found) {
+  for (const auto& name : FS::childNames(root / relative)) {
+    if (name == ".git") {
+      if (!relative.empty()) found.push_back(relative.string());
+      continue;
+    }
+    if (FS::isDirectory(root / relative / name)) findNested(root, relative / name, found);
+  }
+}
+
+// The folders whose index entry is a repository, in the output of "diff --raw -z": ":MODE MODE ID ID STATUS", then the
+// path.
+std::vector<std::string> repositoriesIn(std::string_view rawDiff) {
+  std::vector<std::string> folders;
+  const auto fields = Text::split(rawDiff, '\0');
+  for (std::size_t i = 0; i + 1 < fields.size(); i += 2) {
+    const auto words = Text::split(fields[i], ' ');
+    if (words.size() > 1 && words[1] == repositoryMode) folders.emplace_back(fields[i + 1]);
+  }
+  return folders;
+}
+
+// The path of some file or link below a folder that is not of its repository.
+std::optional<std::string> firstFileIn(const fs::path& folder) {
+  if (!FS::isDirectory(folder)) return std::nullopt;
+  const UniqueFd fd = openFolder(folder);
+  const auto entries = listTree(fd.get(), folder, [](std::string_view name) { return name == ".git"; });
+  const auto file = std::find_if(entries.begin(), entries.end(),
+                                 [](const TreeEntry& entry) { return entry.kind != TreeEntry::Kind::directory; });
+  return file == entries.end() ? std::nullopt : std::optional(file->relativePath);
+}
+
+// As many words as a command line surely takes.
+std::vector<std::vector<std::string>> inParts(const std::vector<std::string>& words) {
+  constexpr std::ptrdiff_t atOnce = 500;
+  std::vector<std::vector<std::string>> parts;
+  for (auto begin = words.begin(); begin != words.end();) {
+    const auto end = begin + std::min(atOnce, words.end() - begin);
+    parts.emplace_back(begin, end);
+    begin = end;
+  }
+  return parts;
+}
+
+// Whether git failed at nothing but folders that hold an empty repository and no file that could be saved.
+bool failedAtEmptyOnly(const ProcessResult& result) {
+  const auto lines = Text::split(result.standardError, '\n');
+  return std::none_of(lines.begin(), lines.end(), [](const auto line) {
+    const bool isFailure = line.starts_with("error:") || line.starts_with("fatal:");
+    return isFailure && !line.ends_with("does not have a commit checked out") && line != "fatal: adding files failed";
+  });
+}
+
+}  // namespace
+
+const std::vector<std::string>& GitBackup::ignoredPatterns() {
+  static const std::vector<std::string> patterns = {".DS_Store",    "Thumbs.db", "*.tmp",        ".orvanta.lock",
+                                                    "__pycache__/", "*.pyc",     ".installing-*"};
+  return patterns;
+}
+
+fs::path GitBackup::gitFolder(const OperationContext& context) const {
+  fs::path usual = root_ / ".git";
+  if (FS::resolvesToDirectory(usual)) return usual;
+  return std::string(Text::trim(check({"rev-parse", "--absolute-git-dir"}, shortest, context).standardOutput));
+}
+
+void GitBackup::initialize(const OperationContext& context) const {
+  FS::createDirectories(root_);
+  // Where a git was killed while it made the repository, this finishes it.
+  const bool isWhole = isRepository() && (!FS::isDirectory(root_ / ".git") || FS::exists(root_ / ".git" / "HEAD"));
+  if (!isWhole) check({"init", "--initial-branch=main", "--quiet"}, local, context);
+  ensureGitignore();
+  ensureIdentity(context);
+  makeReady(context);
+  refuseUnfinished(context);
+  // What another git put into the index as a mere reference to a repository.
+  const auto listed = check({"ls-files", "--stage", "-z"}, local, context);
+  std::vector<std::string> references;
+  for (const auto line : Text::split(listed.standardOutput, '\0')) {
+    const auto tab = line.find('\t');
+    if (line.starts_with(repositoryMode) && tab != std::string_view::npos)
+      references.emplace_back(line.substr(tab + 1));
+  }
+  embed(references, context);
+}
+
+void GitBackup::ensureGitignore() const {
+  const fs::path file = root_ / ".gitignore";
+  auto lines = linesOf(textOf(file, largestConfiguration).value_or(""));
+  const auto before = lines.size();
+  for (const auto& pattern : ignoredPatterns()) {
+    if (std::find(lines.begin(), lines.end(), pattern) == lines.end()) lines.push_back(pattern);
+  }
+  if (lines.size() != before) FS::writeAtomically(file, Text::join(lines, "\n") + "\n");
+}
+
+void GitBackup::ensureIdentity(const OperationContext& context) const {
+  const auto ensure = [&](const std::string& key, const std::string& fallback) {
+    const auto own = run({"config", key}, shortest, context);
+    const bool isSet = own.succeeded() && !Text::trim(own.standardOutput).empty();
+    if (!isSet) check({"config", key, fallback}, shortest, context);
+  };
+  ensure("user.name", "Orvanta");
+  ensure("user.email", "backup@orvanta.local");
+}
+
+void GitBackup::ensureAttributes(const fs::path& gitFolder) const {
+  const fs::path file = gitFolder / "info" / "attributes";
+  const auto text = textOf(file, largestConfiguration).value_or("");
+  if (text.ends_with(attributes)) return;
+  FS::createDirectories(file.parent_path());
+  const std::string separator = text.empty() || text.ends_with('\n') ? "" : "\n";
+  FS::writeAtomically(file, text + separator + std::string(attributes));
+}
+
+void GitBackup::makeReady(const OperationContext& context) const {
+  const fs::path folder = gitFolder(context);
+  clearGitLeftovers(folder);
+  ensureAttributes(folder);
+}
+
+void GitBackup::refuseUnfinished(const OperationContext& context) const {
+  const fs::path folder = gitFolder(context);
+  const auto isThere = [&](const char* name) { return FS::exists(folder / name); };
+  if (isThere("rebase-merge") || isThere("rebase-apply")) {
+    throw SkillsError::conflict(fmt::format(
+        "The backup is in the middle of a rebase. Finish it in {0} with 'git rebase --continue', or give it "
+        "up with 'git rebase --abort', then try again.",
+        root_.string()));
+  }
+  const auto head = textOf(folder / "HEAD", largestConfiguration);
+  if (head && !head->starts_with("ref:")) {
+    throw SkillsError::conflict(
+        fmt::format("The backup has no branch checked out, so that a snapshot would be lost. Go back to one in {} with "
+                    "'git switch main', then try again.",
+                    root_.string()));
+  }
+  if (!isThere("MERGE_HEAD") && !isThere("CHERRY_PICK_HEAD") && !isThere("REVERT_HEAD")) return;
+  const auto conflicts = pathsOf({"diff", "--name-only", "--diff-filter=U", "-z"}, context);
+  if (conflicts.empty()) return;
+  throw SkillsError::conflict(
+      fmt::format("The backup is in the middle of a merge, and {} is not settled. Settle it in {} with git and commit, "
+                  "or give the merge up with 'git merge --abort', then try again.",
+                  Text::singleLine(conflicts.front()), root_.string()));
+}
+
+std::optional<BackupManifest> GitBackup::readManifest() const {
+  if (FS::kind(root_ / BackupManifest::kFolder) != FS::Kind::directory) return std::nullopt;
+  const auto text = textOf(root_ / BackupManifest::kPath, largestManifest);
+  return text ? BackupManifest::parse(*text) : std::nullopt;
+}
+
+void GitBackup::writeManifest(const BackupManifest& manifest) const {
+  const fs::path folder = root_ / BackupManifest::kFolder;
+  if (FS::kind(folder) == FS::Kind::symlink) FS::removeSymlink(folder);
+  const fs::path file = root_ / BackupManifest::kPath;
+  const std::string text = manifest.text();
+  if (BackupManifest::saysTheSame(textOf(file, largestManifest).value_or(""), text)) return;
+  FS::createDirectories(folder);
+  FS::writeAtomically(file, text);
+}
+
+bool GitBackup::commitAll(const std::string& message, const OperationContext& context) const {
+  stage(context);
+  const Words whatIsStaged = {"diff", "--cached", "--raw", "--no-renames", "--no-ext-diff", "-z"};
+  auto staged = check(whatIsStaged, local, context);
+  if (const auto nested = repositoriesIn(staged.standardOutput); !nested.empty()) {
+    embed(nested, context);
+    stage(context);
+    staged = check(whatIsStaged, local, context);
+  }
+  if (staged.standardOutput.empty()) return false;
+  check({"commit", "--quiet", "-m", message}, 120s, context);
+  return true;
+}
+
+void GitBackup::stage(const OperationContext& context) const {
+  Words words = {"add", "-A", "--", "."};
+  // A first snapshot goes into one pack: a file for each object would take several times as long.
+  if (!headCommit(context)) words.insert(words.begin(), {"-c", "core.bigFileThreshold=1", "-c", "core.compression=1"});
+  const auto added = run(words, longLocal, context);
+  if (!added.succeeded()) {
+    std::vector<std::string> nested;
+    findNested(root_, {}, nested);
+    if (nested.empty()) throw GitClient::failure("add", added);
+    embed(nested, context);
+    words.insert(std::find(words.begin(), words.end(), "--"), "--ignore-errors");
+    const auto again = run(words, longLocal, context);
+    if (!again.succeeded() && !failedAtEmptyOnly(again)) throw GitClient::failure("add", again);
+  }
+  stageHidden(context);
+}
+
+// A skill may carry an ignore file of its own. It is part of the skill, but hides nothing of it from the backup.
+void GitBackup::stageHidden(const OperationContext& context) const {
+  std::vector<std::string> folders;
+  for (const auto& name : FS::childNames(root_)) {
+    if (FS::exists(root_ / name / ".gitignore") && FS::isDirectory(root_ / name)) folders.push_back(name);
+  }
+  for (const auto& some : inParts(folders)) {
+    Words words = {"ls-files", "--others", "--exclude-from=.gitignore", "-z", "--"};
+    words.insert(words.end(), some.begin(), some.end());
+    auto hidden = pathsOf(words, context);
+    std::erase_if(hidden, [](const std::string& path) { return path.ends_with('/'); });
+    if (!hidden.empty()) withPathFile(hidden, {"add", "--force"}, context);
+  }
+}
+
+// Git takes a folder with a repository of its own for a reference to that, unless the index holds a file below it.
+void GitBackup::embed(const Words& folders, const OperationContext& context) const {
+  Words empty;
+  Words files;
+  for (const auto& folder : folders) {
+    const auto file = firstFileIn(root_ / folder);
+    file ? files.push_back(folder + "/" + *file) : empty.push_back(folder);
+  }
+  updateIndex({"update-index", "--force-remove", "--"}, empty, context);
+  updateIndex({"update-index", "--add", "--replace", "--"}, files, context);
+}
+
+void GitBackup::updateIndex(const Words& command, const Words& paths, const OperationContext& context) const {
+  for (const auto& some : inParts(paths)) {
+    Words words = command;
+    words.insert(words.end(), some.begin(), some.end());
+    check(words, local, context);
+  }
+}
+
+void GitBackup::withPathFile(const std::vector<std::string>& paths, Words arguments,
+                             const OperationContext& context) const {
+  const TemporaryFolder folder(git_.temporaryFolder(), "orvanta-backup-");
+  const fs::path file = folder.path() / "paths";
+  std::string text;
+  for (const auto& path : paths) text += path + '\0';
+  FS::writeAtomically(file, text);
+  arguments.insert(arguments.end(), {"--pathspec-from-file=" + file.string(), "--pathspec-file-nul"});
+  check(arguments, longLocal, context);
+}
+
+}  // namespace orvanta
