@@ -381,6 +381,7 @@ class SkillsEngine {
   SkillSummary bringInOne(const FetchedUpdates& fetched, const OperationContext& context);
   GitBackup gitBackup(const OperationContext& context);
   GitBackup readyBackup(const OperationContext& context);
+  std::size_t stageWithManifest(const GitBackup& backup, const OperationContext& context);
   bool snapshot(const GitBackup& backup, const std::optional<std::string>& message, const OperationContext& context);
   void settleBackup(const GitBackup& backup, const OperationContext& context);
   void settleInterruptedBackup();

@@ -2,6 +2,7 @@
 // library but everybody may read; turns are taken only for the records. A remote is waited for with neither.
 
 #include <algorithm>
+#include <future>
 
 #include <fmt/format.h>
 
@@ -81,8 +82,8 @@ void SkillsEngine::initBackup(const OperationContext& context) {
   const State::ChangeReservation reservation(*state_);
   const GitBackup backup = gitBackup(context);
   backup.initialize(context);
-  backup.writeManifest(buildManifest());
-  backup.commitAll("Initialize skills backup from " + deviceName(), context);
+  stageWithManifest(backup, context);
+  backup.commitStaged("Initialize skills backup from " + deviceName(), context);
   noteBackup("backup_init", std::nullopt);
 }
 
@@ -91,13 +92,21 @@ bool SkillsEngine::backupNow(const std::optional<std::string>& message, const Op
   return snapshot(readyBackup(context), message, context);
 }
 
+// Git looks at the files while the manifest is made. Returns how many skills it names.
+std::size_t SkillsEngine::stageWithManifest(const GitBackup& backup, const OperationContext& context) {
+  auto staging = std::async(std::launch::async, [&] { backup.stage(context); });
+  const BackupManifest manifest = buildManifest();
+  const bool isWritten = backup.writeManifest(manifest);
+  staging.get();
+  if (isWritten) backup.stageManifest(context);
+  return manifest.skills.size();
+}
+
 bool SkillsEngine::snapshot(const GitBackup& backup, const std::optional<std::string>& message,
                             const OperationContext& context) {
-  const BackupManifest manifest = buildManifest();
-  const std::string text =
-      message.value_or(fmt::format("Backup {} skills from {}", manifest.skills.size(), deviceName()));
-  backup.writeManifest(manifest);
-  const bool isNew = backup.commitAll(text, context);
+  const std::size_t count = stageWithManifest(backup, context);
+  const std::string text = message.value_or(fmt::format("Backup {} skills from {}", count, deviceName()));
+  const bool isNew = backup.commitStaged(text, context);
   noteBackup("backup_commit", isNew ? text : "nothing to commit");
   if (!isNew) return false;
   const auto theirs = [&] {
@@ -118,7 +127,8 @@ void SkillsEngine::setBackupRemote(const std::optional<std::string>& url, const 
   backup.setRemote(url, context);
   const auto remote = backup.remoteURL(context);
   const Turn turn(state_->mutex);
-  state_->library.store.setSetting(kRemote, remote);
+  // Git alone keeps what the address holds of a user name and password.
+  state_->library.store.setSetting(kRemote, remote ? std::optional(GitSource::withoutCredentials(*remote)) : remote);
   state_->components.backup.clearConflicts();
   state_->library.store.logAudit(
       {.action = "backup_set_remote", .detail = remote ? std::optional(Text::maskCredentials(*remote)) : std::nullopt});
@@ -239,7 +249,7 @@ ReconcileReport SkillsEngine::restoreLibraryFromRemote(const std::string& url, c
   {
     const Turn turn(state_->mutex);
     state_->components.backup.begin({.from = std::nullopt, .to = commit});
-    state_->library.store.setSetting(kRemote, address);
+    state_->library.store.setSetting(kRemote, GitSource::withoutCredentials(address));
   }
   FS::removeAny(state_->paths.skills() / ".DS_Store");
   FS::replaceEmptyFolder(incoming.root(), state_->paths.skills());

@@ -179,7 +179,9 @@ void createDirectories(const fs::path& folder) {
 }
 
 void writeAtomically(const fs::path& file, std::string_view content) {
-  const fs::path temporary = file.parent_path() / ("." + file.filename().string() + "-" + newUuid().substr(0, 8));
+  // The backup of the library leaves such names out.
+  const std::string name = "." + file.filename().string() + "-" + newUuid().substr(0, 8) + ".tmp";
+  const fs::path temporary = file.parent_path() / name;
   try {
     const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!fd) throw SkillsError::system("Cannot write " + file.string(), errno);

@@ -55,11 +55,11 @@ inline constexpr std::array kAllProjectSyncStatuses{ProjectSyncStatus::projectOn
 std::string_view rawValue(ProjectSyncStatus status);
 std::optional<ProjectSyncStatus> parseProjectSyncStatus(std::string_view raw);
 
-// One skill in the library.
 // Statuses of a skill.
 inline constexpr std::string_view kSkillOk = "ok";
 inline constexpr std::string_view kSkillMissing = "missing";  // its folder is gone
 
+// One skill in the library.
 struct SkillRecord {
   std::string id;
   std::string name;

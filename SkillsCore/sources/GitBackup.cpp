@@ -232,8 +232,14 @@ void GitBackup::setRemote(const std::optional<std::string>& url, const Operation
     return;
   }
   const std::string address = usableRemote(wanted);
-  const std::string verb = remoteURL(context) ? "set-url" : "add";
-  check({"remote", verb, "origin", address}, shortest, context);
+  setOrigin(remoteURL(context) ? "set-url" : "add", address, context);
+}
+
+void GitBackup::setOrigin(const std::string& verb, const std::string& url, const OperationContext& context) const {
+  check({"remote", verb, "origin", url}, shortest, context);
+  if (GitSource::withoutCredentials(url) == url) return;
+  std::error_code unchangeable;  // as on a file system without permissions
+  fs::permissions(gitFolder(context) / "config", fs::perms::owner_read | fs::perms::owner_write, unchangeable);
 }
 
 void GitBackup::push(const OperationContext& context) const {
@@ -294,7 +300,7 @@ void GitBackup::resolveManifest(const OperationContext& context) const {
   const auto ours = manifestIn("HEAD", context).value_or(BackupManifest{});
   const auto theirs = manifestIn("MERGE_HEAD", context).value_or(BackupManifest{});
   FS::writeAtomically(root_ / BackupManifest::kPath, ours.joinedWith(theirs).text());
-  check({"add", "--", std::string(BackupManifest::kPath)}, local, context);
+  stageManifest(context);
   check({"commit", "--quiet", "--no-edit"}, 120s, context);
 }
 
@@ -304,7 +310,7 @@ void GitBackup::clone(const std::string& url, const OperationContext& context) c
   how.remote = url;
   git_.runChecked({"clone", "--quiet", "--no-checkout", "--", url, root_.string()}, how, context);
   if (!headCommit(context)) throw SkillsError::git("The remote is empty: it holds no snapshot to restore");
-  check({"remote", "set-url", "origin", url}, shortest, context);
+  setOrigin("set-url", url, context);
 }
 
 void GitBackup::checkOut(const OperationContext& context) const {
@@ -317,7 +323,8 @@ void GitBackup::checkOut(const OperationContext& context) const {
 
 void GitBackup::restore(const std::string& commit, const OperationContext& context) const {
   check({"restore", "--source=" + commit, "--staged", "--worktree", "--", "."}, longLocal, context);
-  commitAll("Restore library to " + commit.substr(0, shownDigits), context);
+  stage(context);
+  commitStaged("Restore library to " + commit.substr(0, shownDigits), context);
 }
 
 void GitBackup::takeBack(const std::string& from, const std::string& to, const OperationContext& context) const {

@@ -88,10 +88,13 @@ class GitBackup {
   void refuseUnfinished(const OperationContext& context) const;
   // Nothing for a manifest that is not there or cannot be read.
   [[nodiscard]] std::optional<BackupManifest> readManifest() const;
-  // Leaves one that says the same as it is. Throws `io`.
-  void writeManifest(const BackupManifest& manifest) const;
-  // False when nothing has changed since the last snapshot.
-  bool commitAll(const std::string& message, const OperationContext& context) const;
+  // Leaves one that says the same as it is, and returns false. Throws `io`.
+  bool writeManifest(const BackupManifest& manifest) const;
+  // Prepares a snapshot of everything as it is now. Meanwhile the manifest may be written.
+  void stage(const OperationContext& context) const;
+  void stageManifest(const OperationContext& context) const;
+  // Takes the snapshot that was prepared; false when nothing has changed since the last one.
+  bool commitStaged(const std::string& message, const OperationContext& context) const;
 
   // ── Sharing ──
   // None removes it. Throws `invalidInput` for what git could not, or must not, speak to.
@@ -124,10 +127,12 @@ class GitBackup {
   [[nodiscard]] std::string branch(const OperationContext& context) const;
   [[nodiscard]] std::vector<std::string> pathsOf(const Words& arguments, const OperationContext& context) const;
 
+  // An address with a password in it is for its owner's eyes.
+  void setOrigin(const std::string& verb, const std::string& url, const OperationContext& context) const;
+
   void ensureGitignore() const;
   void ensureIdentity(const OperationContext& context) const;
   void ensureAttributes(const std::filesystem::path& gitFolder) const;
-  void stage(const OperationContext& context) const;
   void stageHidden(const OperationContext& context) const;
   void embed(const Words& folders, const OperationContext& context) const;
   void updateIndex(const Words& command, const Words& paths, const OperationContext& context) const;

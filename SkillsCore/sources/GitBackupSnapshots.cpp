@@ -165,6 +165,9 @@ void GitBackup::ensureAttributes(const fs::path& gitFolder) const {
 void GitBackup::makeReady(const OperationContext& context) const {
   const fs::path folder = gitFolder(context);
   clearGitLeftovers(folder);
+  for (const auto& file : FS::children(root_ / BackupManifest::kFolder)) {
+    if (file.extension() == ".tmp") FS::removeQuietly(file);  // of a manifest that was never finished
+  }
   ensureAttributes(folder);
 }
 
@@ -199,18 +202,22 @@ std::optional<BackupManifest> GitBackup::readManifest() const {
   return text ? BackupManifest::parse(*text) : std::nullopt;
 }
 
-void GitBackup::writeManifest(const BackupManifest& manifest) const {
+bool GitBackup::writeManifest(const BackupManifest& manifest) const {
   const fs::path folder = root_ / BackupManifest::kFolder;
   if (FS::kind(folder) == FS::Kind::symlink) FS::removeSymlink(folder);
   const fs::path file = root_ / BackupManifest::kPath;
   const std::string text = manifest.text();
-  if (BackupManifest::saysTheSame(textOf(file, largestManifest).value_or(""), text)) return;
+  if (BackupManifest::saysTheSame(textOf(file, largestManifest).value_or(""), text)) return false;
   FS::createDirectories(folder);
   FS::writeAtomically(file, text);
+  return true;
 }
 
-bool GitBackup::commitAll(const std::string& message, const OperationContext& context) const {
-  stage(context);
+void GitBackup::stageManifest(const OperationContext& context) const {
+  check({"add", "--", std::string(BackupManifest::kPath)}, local, context);
+}
+
+bool GitBackup::commitStaged(const std::string& message, const OperationContext& context) const {
   const Words whatIsStaged = {"diff", "--cached", "--raw", "--no-renames", "--no-ext-diff", "-z"};
   auto staged = check(whatIsStaged, local, context);
   if (const auto nested = repositoriesIn(staged.standardOutput); !nested.empty()) {

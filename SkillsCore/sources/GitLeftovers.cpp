@@ -36,19 +36,21 @@ void addLocksBelow(const fs::path& folder, std::vector<fs::path>& locks) {
   }
 }
 
+// Those that a git needs for its work.
 std::vector<fs::path> locksIn(const fs::path& gitFolder) {
   std::vector<fs::path> locks;
   addLocks(gitFolder, locks);
-  addLocks(gitFolder / "objects", locks);
-  addLocks(gitFolder / "objects" / "info", locks);
   addLocksBelow(gitFolder / "refs", locks);
   return locks;
 }
 
-// Objects are written under such names, each beside its place or all in one folder.
-std::vector<fs::path> halfWrittenObjects(const fs::path& gitFolder) {
+// What hinders nobody: locks of what git does in the background now and then, and objects, which are written under
+// such names, each beside its place or all in one folder.
+std::vector<fs::path> idleLeftovers(const fs::path& gitFolder) {
   std::vector<fs::path> found;
   const fs::path objects = gitFolder / "objects";
+  addLocks(objects, found);
+  addLocks(objects / "info", found);
   for (const auto& name : FS::childNames(objects)) {
     if (name.starts_with("tmp_")) {
       found.push_back(objects / name);
@@ -87,9 +89,9 @@ void clearGitLeftovers(const fs::path& gitFolder) {
     locks = locksIn(gitFolder);
   }
   for (const auto& lock : locks) FS::removeAny(lock);
-  const auto objects = halfWrittenObjects(gitFolder);
-  if (objects.empty() || isGitAtWork(gitFolder, objects)) return;
-  for (const auto& object : objects) FS::removeAny(object);
+  const auto others = idleLeftovers(gitFolder);
+  if (others.empty() || isGitAtWork(gitFolder, others)) return;
+  for (const auto& other : others) FS::removeAny(other);
 }
 
 }  // namespace orvanta
