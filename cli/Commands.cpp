@@ -104,6 +104,9 @@ constexpr auto kCommands = std::to_array<Command>({
     {"Orvanta", "token clear", "Remove the token", setUpTokenClear},
     {"Orvanta", "library", "Where the library lies"},
     {"Orvanta", "library path", "The library's folder", setUpLibraryPath},
+    {"Orvanta", "library move", "Move the library to another folder", setUpLibraryMove},
+    {"Orvanta", "library reset", "Move the library back to ~/.orvanta", setUpLibraryReset},
+    {"Orvanta", "diagnostics", "Write a report to pass on when asking for help", setUpDiagnostics},
     {"Orvanta", "completion", "The script that completes commands and names in a shell", setUpCompletion},
     {"Orvanta", "help", "Help on a command", setUpHelp},
 });

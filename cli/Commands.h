@@ -113,6 +113,9 @@ void setUpTokenStatus(CommandLine& line);
 void setUpTokenSet(CommandLine& line);
 void setUpTokenClear(CommandLine& line);
 void setUpLibraryPath(CommandLine& line);
+void setUpLibraryMove(CommandLine& line);
+void setUpLibraryReset(CommandLine& line);
+void setUpDiagnostics(CommandLine& line);
 void setUpCompletion(CommandLine& line);
 void setUpHelp(CommandLine& line);
 

@@ -27,9 +27,20 @@ const UserFolders& Session::user() {
 }
 
 const Paths& Session::paths() {
+  if (engine_) return engine_->paths();  // opening may have found it elsewhere, and a command may move it
   if (paths_) return *paths_;
   const auto chosen = options_.library.empty() ? environmentVariable("ORVANTA_HOME") : options_.library;
   return paths_.emplace(Paths::resolveDefault(user(), chosen));
+}
+
+const Paths& Session::settledPaths() {
+  if (engine_) return engine_->paths();
+  return paths_.emplace(SkillsEngine::settledPaths(paths(), user()));
+}
+
+std::string_view Session::namedBy() const {
+  if (!options_.library.empty()) return "--library";
+  return environmentVariable("ORVANTA_HOME") ? "ORVANTA_HOME" : "";
 }
 
 SkillsEngine& Session::engine() {

@@ -41,6 +41,10 @@ class Session {
   const UserFolders& user();
   // Where the library is or would be; opens nothing.
   const Paths& paths();
+  // The same after a move of the library that was cut short has been finished or taken back.
+  const Paths& settledPaths();
+  // How the user named the library's folder for this run alone: "--library", "ORVANTA_HOME"; empty where not.
+  [[nodiscard]] std::string_view namedBy() const;
   // The library, made where there is none.
   SkillsEngine& engine();
   [[nodiscard]] bool hasOpenedEngine() const { return engine_ != nullptr; }

@@ -8,13 +8,13 @@
 #include <cerrno>
 #include <numeric>
 
+#include "content/Fingerprint.h"
 #include "content/Sha256.h"
 #include "files/FileReader.h"
 #include "files/Paths.h"
 #include "files/TreeCopy.h"
 #include "foundations/Parallel.h"
 #include "foundations/SkillsError.h"
-#include "platform/FileTimes.h"
 #include "platform/UniqueFd.h"
 
 namespace orvanta {
@@ -24,62 +24,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr mode_t kExecute = S_IXUSR | S_IXGRP | S_IXOTH;
-
-std::int64_t modifiedMs(const struct stat& status) {
-  const timespec& time = modificationTime(status);
-  return static_cast<std::int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1'000'000;
-}
-
-// Feeds entries to one running digest in the form that the header describes.
-class Fingerprint : public CopyObserver {
- public:
-  bool beginFile(const std::string& relativePath, std::int64_t size, bool executable) override {
-    // A copied folder may hold what does not count; what lies below an ignored folder does not count either.
-    if (isIgnoredPath(relativePath)) return false;
-    feedHead(relativePath, executable ? 'x' : 'f', size);
-    return true;
-  }
-  void bytes(std::string_view block) override { digest_.add(block); }
-  void link(const std::string& relativePath, std::string_view destination) override {
-    if (isIgnoredPath(relativePath)) return;
-    feedHead(relativePath, 'l', static_cast<std::int64_t>(destination.size()));
-    digest_.add(destination);
-  }
-
-  // `path` is where the file is found from the open folder, `relativePath` what the digest is told.
-  // Returns the time of its last change.
-  std::int64_t addFile(int folder, const std::string& path, const std::string& relativePath, const fs::path& shown) {
-    FileReader reader(folder, path, shown);
-    feedHead(relativePath, (reader.status().st_mode & kExecute) != 0 ? 'x' : 'f', reader.size());
-    for (std::string_view block; !(block = reader.next()).empty();) digest_.add(block);
-    return modifiedMs(reader.status());
-  }
-
-  std::string hex() { return digest_.hex(); }
-
- private:
-  static bool isIgnoredPath(std::string_view relativePath) {
-    while (!relativePath.empty()) {
-      const auto slash = relativePath.find('/');
-      if (ContentHash::isIgnored(relativePath.substr(0, slash))) return true;
-      if (slash == std::string_view::npos) return false;
-      relativePath.remove_prefix(slash + 1);
-    }
-    return false;
-  }
-
-  void feedHead(const std::string& relativePath, char kind, std::int64_t size) {
-    head_ = relativePath;
-    head_ += '\0';
-    head_ += kind;
-    head_ += std::to_string(size);
-    head_ += '\0';
-    digest_.add(head_);
-  }
-
-  Sha256 digest_;
-  std::string head_;
-};
 
 }  // namespace
 
@@ -104,7 +48,7 @@ std::vector<ContentEntry> ContentHash::listContentFiles(const fs::path& root) {
     entries.push_back({.relativePath = found.relativePath,
                        .url = base / found.relativePath,
                        .execBits = isSymlink ? 0U : static_cast<std::uint32_t>(status.st_mode & kExecute),
-                       .modifiedMs = modifiedMs(status),
+                       .modifiedMs = modifiedMillis(status),
                        .size = status.st_size,
                        .isSymlink = isSymlink});
   }
@@ -112,7 +56,7 @@ std::vector<ContentEntry> ContentHash::listContentFiles(const fs::path& root) {
 }
 
 std::string ContentHash::hashEntries(const std::vector<ContentEntry>& entries) {
-  Fingerprint fingerprint;
+  Fingerprint fingerprint(isIgnored);
   for (const auto& entry : entries) {
     const std::string path = entry.url.string();
     if (entry.isSymlink) {
@@ -128,7 +72,7 @@ std::string ContentHash::hashDirectory(const fs::path& root) { return readDirect
 
 ContentHash::FolderContent ContentHash::readDirectory(const fs::path& root) {
   const UniqueFd folder = openFolder(root);
-  Fingerprint fingerprint;
+  Fingerprint fingerprint(isIgnored);
   FolderContent content;
   const auto count = [&](std::int64_t modified) {
     content.latestModifiedMs = std::max(content.latestModifiedMs, std::optional(modified));
@@ -141,7 +85,7 @@ ContentHash::FolderContent ContentHash::readDirectory(const fs::path& root) {
       fingerprint.link(entry.relativePath, readLinkText(folder.get(), entry.relativePath, root));
       struct stat status {};
       if (::fstatat(folder.get(), entry.relativePath.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
-        count(modifiedMs(status));
+        count(modifiedMillis(status));
       }
     }
   }
@@ -164,7 +108,7 @@ std::vector<std::optional<std::string>> ContentHash::hashDirectories(const std::
 }
 
 std::string ContentHash::copyAndHash(const fs::path& from, const fs::path& to) {
-  Fingerprint fingerprint;
+  Fingerprint fingerprint(isIgnored);
   FS::copySkillTree(from, to, &fingerprint);
   return fingerprint.hex();
 }

@@ -1,10 +1,6 @@
 #include "engine/AuditLog.h"
 
-#include <algorithm>
-#include <string>
-
 #include "files/FS.h"
-#include "foundations/Clock.h"
 
 namespace orvanta {
 
@@ -24,24 +20,13 @@ Json exported(const AuditEntry& entry) {
   return json;
 }
 
-// A name that no export has yet: two may fall into one second.
-fs::path freeFile(const fs::path& folder) {
-  std::string stamp = iso8601(nowMillis());
-  std::replace(stamp.begin(), stamp.end(), ':', '-');
-  fs::path file = folder / ("audit-" + stamp + ".json");
-  for (int number = 2; FS::exists(file); ++number) {
-    file = folder / ("audit-" + stamp + "-" + std::to_string(number) + ".json");
-  }
-  return file;
-}
-
 }  // namespace
 
 fs::path AuditLog::exportEntries() {
   Json array = Json::array();
   for (const auto& entry : library_.store.auditEntries(kExportedEntries, 0)) array.push_back(exported(entry));
   FS::createDirectories(library_.paths.logs());
-  fs::path file = freeFile(library_.paths.logs());
+  fs::path file = FS::freeStampedFile(library_.paths.logs(), "audit-", ".json");
   FS::writeAtomically(file, jsonText(array, 2) + "\n");
   return file;
 }

@@ -2,6 +2,7 @@
 
 // What bulk operations and plans give back to the faces.
 
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -106,6 +107,17 @@ struct RemovalReport {
   std::vector<std::string> notes;    // what was left in agents' folders, and why
   std::vector<std::string> errors;
   bool interrupted = false;
+};
+
+// Outcome of moving the library.
+struct RelocationReport {
+  std::filesystem::path from;
+  std::filesystem::path to;
+  bool moved = false;                   // false: it was there already
+  std::size_t relinked = 0;             // links in agents' folders that lead to the new place now
+  std::vector<std::string> errors;      // links that could not be re-pointed, and what the next start tries again
+  std::vector<std::string> leftBehind;  // names in the old folder that are not the library's
+  bool isChosen = false;                // programs that are told of no folder use this library
 };
 
 // One thing an operation would do, made by the checks that the operation itself runs first.

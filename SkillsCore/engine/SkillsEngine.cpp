@@ -12,7 +12,9 @@ namespace orvanta {
 
 namespace fs = std::filesystem;
 
-SkillsEngine::SkillsEngine(const Paths& paths, const UserFolders& user) : state_(std::make_unique<State>(paths, user)) {
+SkillsEngine::SkillsEngine(const Paths& paths, const UserFolders& user)
+    : state_(std::make_unique<State>(settledLibrary(paths, user), user)) {
+  requireNotMoving(state_->paths());  // a move may have begun just when the library was opened
   {
     const Turn turn(state_->mutex);
     state_->library.store.toolOverrides();  // settings that cannot be read are found at the start, not half-way
@@ -25,11 +27,11 @@ SkillsEngine::~SkillsEngine() = default;
 
 // ── Library and settings ──
 
-const Paths& SkillsEngine::paths() const { return state_->paths; }
+const Paths& SkillsEngine::paths() const { return state_->paths(); }
 
 const UserFolders& SkillsEngine::userFolders() const { return state_->user; }
 
-bool SkillsEngine::isRelocated() const { return state_->paths.isRelocated(state_->user); }
+bool SkillsEngine::isRelocated() const { return state_->paths().isRelocated(state_->user); }
 
 DashboardStats SkillsEngine::dashboardStats() {
   const Turn turn(state_->mutex);
@@ -225,7 +227,7 @@ void SkillsEngine::deleteTag(const std::string& tag) {
 // the library holds is looked at again when they are given their places.
 
 SkillSummary SkillsEngine::installLocal(const fs::path& folder, const std::optional<std::string>& name) {
-  const auto prepared = Installation::prepare(state_->paths, Installation::localRequests({folder}, name), {});
+  const auto prepared = Installation::prepare(state_->paths(), Installation::localRequests({folder}, name), {});
   const State::ChangeTurn turn(*state_);
   return state_->components.installation.settleOne(prepared);
 }
@@ -239,7 +241,7 @@ InstallReport SkillsEngine::installFolder(const fs::path& folder, int maxDepth, 
 }
 
 InstallReport SkillsEngine::installFolders(const std::vector<fs::path>& folders, const OperationContext& context) {
-  const auto prepared = Installation::prepare(state_->paths, Installation::localRequests(folders), context);
+  const auto prepared = Installation::prepare(state_->paths(), Installation::localRequests(folders), context);
   const State::ChangeTurn turn(*state_);
   return state_->components.installation.settle(prepared);
 }
@@ -247,7 +249,7 @@ InstallReport SkillsEngine::installFolders(const std::vector<fs::path>& folders,
 SkillSummary SkillsEngine::installArchive(const fs::path& archive, const std::optional<std::string>& name,
                                           const OperationContext& context) {
   const UnpackedArchive unpacked(archive, state_->user, context.stop);
-  const auto prepared = Installation::prepare(state_->paths, {unpacked.request(name)}, context);
+  const auto prepared = Installation::prepare(state_->paths(), {unpacked.request(name)}, context);
   const State::ChangeTurn turn(*state_);
   return state_->components.installation.settleOne(prepared);
 }
@@ -368,6 +370,7 @@ std::vector<AuditEntry> SkillsEngine::auditEntries(std::int64_t limit, std::int6
 
 fs::path SkillsEngine::exportAudit() {
   const Turn turn(state_->mutex);
+  state_->requireInPlace();
   return state_->components.audit.exportEntries();
 }
 

@@ -6,6 +6,8 @@
 //
 // Contents
 //   Library and settings   figures, settings, sync mode               engine/Library, engine/Dashboard
+//   Place of the library   moving it to another folder                 engine/Relocation, MoveRecovery
+//   Diagnostics            a report for whoever is asked for help      engine/Diagnostics
 //   Agents                 the table of agents and the user's changes  engine/AgentSettings
 //   Skills                 records, files, enabling, removal           engine/Skills, SkillActivation, SkillRemoval
 //   Tags                   names that skills share                     engine/Tags
@@ -62,6 +64,7 @@ class SkillsEngine {
   SkillsEngine& operator=(const SkillsEngine&) = delete;
 
   // ── Library and settings ──
+  // Where the library is, which opening may have found at another place: after a move that was cut short.
   [[nodiscard]] const Paths& paths() const;
   [[nodiscard]] const UserFolders& userFolders() const;
   [[nodiscard]] bool isRelocated() const;
@@ -73,6 +76,22 @@ class SkillsEngine {
   SyncMode syncMode();
   // Applies to later deployments; existing ones are not converted.
   void setSyncMode(SyncMode mode);
+
+  // ── Place of the library ──
+  // Moves the library to a folder that is empty or does not exist yet, and leads the links in agents' folders there;
+  // the paths of this engine are the new ones afterwards. Its present place: nothing happens. Throws `invalidInput` for
+  // a place where it cannot be, `conflict` while something works in it, `io` where there is no room, `refused` after a
+  // requested stop. What fails when the library has arrived is reported.
+  RelocationReport relocateLibrary(const std::filesystem::path& destination, const OperationContext& context);
+  Plan planRelocation(const std::filesystem::path& destination);
+  // Where the library at these paths is when a move that was cut short has been finished or taken back, which opening
+  // it does as well. Throws `conflict` while it is being moved.
+  static Paths settledPaths(const Paths& paths, const UserFolders& user);
+
+  // ── Diagnostics ──
+  // Writes a report for whoever is asked for help into the library's logs folder and returns the file. There is no
+  // secret in it.
+  std::filesystem::path exportDiagnostics(const OperationContext& context);
 
   // ── Agents ──
   std::vector<ToolAdapter> adapters();

@@ -31,7 +31,7 @@ void requireInitialized(const GitBackup& backup) {
 }  // namespace
 
 GitBackup SkillsEngine::gitBackup(const OperationContext& context) {
-  return {state_->paths.skills(), gitSettings(context)};
+  return {state_->paths().skills(), gitSettings(context)};
 }
 
 // For whoever holds the reservation: the backup, with what killed processes left put right.
@@ -237,7 +237,7 @@ ReconcileReport SkillsEngine::restoreLibraryFromRemote(const std::string& url, c
   const std::string address = GitSource::parse(url).cloneURL;
   requireEmptyLibrary();
   // Made whole elsewhere: what is cloned takes the place of the skills folder in one step.
-  const StagingFolder staging(state_->paths.repoCache());
+  const StagingFolder staging(state_->paths().repoCache());
   const GitBackup incoming(staging.slot(0), gitSettings(context));
   incoming.clone(address, context);
   const std::string commit = incoming.headCommit(context).value_or("");
@@ -251,15 +251,16 @@ ReconcileReport SkillsEngine::restoreLibraryFromRemote(const std::string& url, c
     state_->components.backup.begin({.from = std::nullopt, .to = commit});
     state_->library.store.setSetting(kRemote, GitSource::withoutCredentials(address));
   }
-  FS::removeAny(state_->paths.skills() / ".DS_Store");
-  FS::replaceEmptyFolder(incoming.root(), state_->paths.skills());
+  FS::removeAny(state_->paths().skills() / ".DS_Store");
+  FS::replaceEmptyFolder(incoming.root(), state_->paths().skills());
+  FS::flushFolder(state_->paths().base());
   ReconcileReport report = reconcile(gitBackup(context), std::nullopt, context);
   noteBackup("backup_clone", Text::maskCredentials(address));
   return report;
 }
 
 void SkillsEngine::requireEmptyLibrary() {
-  const auto names = FS::childNames(state_->paths.skills());
+  const auto names = FS::childNames(state_->paths().skills());
   const bool hasFiles = std::any_of(names.begin(), names.end(), [](const auto& name) { return name != ".DS_Store"; });
   const Turn turn(state_->mutex);
   if (!hasFiles && state_->library.store.skillIds().empty()) return;
@@ -317,7 +318,7 @@ void SkillsEngine::settleInterruptedBackup() {
     return state_->components.backup.unsettled().has_value();
   };
   if (!isUnsettled()) return;
-  const auto lock = LibraryLock::tryAcquire(state_->paths.lock());
+  const auto lock = LibraryLock::tryAcquire(state_->paths().lock());
   if (!lock || !isUnsettled()) return;
   try {
     const GitBackup backup = gitBackup({});
@@ -340,7 +341,7 @@ Plan SkillsEngine::planChange(const GitBackup& backup, const std::optional<std::
   Plan plan;
   for (const auto& folder : backup.changedFolders(from, to, context)) {
     if (folder.starts_with('.')) continue;
-    const fs::path place = state_->paths.skills() / folder;
+    const fs::path place = state_->paths().skills() / folder;
     const auto action = !there.contains(folder) ? PlannedStep::Action::remove
                         : FS::exists(place)     ? PlannedStep::Action::replace
                                                 : PlannedStep::Action::place;

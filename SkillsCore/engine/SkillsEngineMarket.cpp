@@ -43,7 +43,7 @@ SkillSummary SkillsEngine::installFromPlazza(const std::string& source, const st
   PreparedInstall prepared;
   const ListedSkill skill(gitSettings(context), source, skillId);
   skill.withRequests(name, context, [&](std::vector<InstallRequest> requests) {
-    prepared = Installation::prepare(state_->paths, std::move(requests), context);
+    prepared = Installation::prepare(state_->paths(), std::move(requests), context);
   });
   const State::ChangeTurn turn(*state_);
   return state_->components.installation.settleOne(prepared);

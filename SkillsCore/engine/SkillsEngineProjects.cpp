@@ -75,7 +75,7 @@ SkillSummary SkillsEngine::importProjectSkill(const std::string& projectId, cons
     auto& components = state_->components;
     return components.projectExchange.importRequest(components.projects.require(projectId), path);
   }();
-  const auto prepared = Installation::prepare(state_->paths, {request}, context);
+  const auto prepared = Installation::prepare(state_->paths(), {request}, context);
   const State::ChangeTurn turn(*state_);
   return state_->components.installation.settleOne(prepared);
 }

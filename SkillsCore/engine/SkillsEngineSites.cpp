@@ -16,7 +16,8 @@ InstallReport SkillsEngine::installWellKnown(const WellKnownIndex& index,
   PreparedInstall prepared;
   const SiteInstallation site(HTTPClient(httpSettings(context)), index, state_->user.temp);
   const auto failures = site.forEachSkill(entries, name, context, [&](const InstallRequest& request) {
-    Installation::prepareAlso(prepared, state_->paths, {request}, {.stop = context.stop, .progress = {}, .trace = {}});
+    Installation::prepareAlso(prepared, state_->paths(), {request},
+                              {.stop = context.stop, .progress = {}, .trace = {}});
   });
   const State::ChangeTurn turn(*state_);
   InstallReport report = state_->components.installation.settle(prepared);

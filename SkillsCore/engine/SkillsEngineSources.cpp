@@ -17,7 +17,7 @@ InstallReport SkillsEngine::installGit(const std::string& url, const GitChoice& 
   PreparedInstall prepared;
   std::vector<std::string> errors;
   GitInstallation(gitSettings(context), url).withSkills(choice, context, [&](GitInstallation::Found found) {
-    prepared = Installation::prepare(state_->paths, std::move(found.requests), context);
+    prepared = Installation::prepare(state_->paths(), std::move(found.requests), context);
     errors = std::move(found.errors);
   });
   const State::ChangeTurn turn(*state_);

@@ -10,16 +10,20 @@
 #include "engine/AuditLog.h"
 #include "engine/BackupRecords.h"
 #include "engine/Deployment.h"
+#include "engine/Diagnostics.h"
 #include "engine/Import.h"
 #include "engine/Installation.h"
 #include "engine/Library.h"
 #include "engine/Market.h"
+#include "engine/MoveRecovery.h"
+#include "engine/PathsInForce.h"
 #include "engine/PresetApplication.h"
 #include "engine/Presets.h"
 #include "engine/ProjectExchange.h"
 #include "engine/ProjectSkillMoves.h"
 #include "engine/Projects.h"
 #include "engine/Reconciliation.h"
+#include "engine/Relocation.h"
 #include "engine/Repair.h"
 #include "engine/SkillActivation.h"
 #include "engine/SkillRemoval.h"
@@ -27,6 +31,7 @@
 #include "engine/SkillsEngine.h"
 #include "engine/Tags.h"
 #include "engine/Updates.h"
+#include "files/FS.h"
 #include "files/LibraryLock.h"
 #include "foundations/ThreadSafety.h"
 
@@ -56,7 +61,9 @@ struct Components {
         market(library),
         backup(library),
         reconciliation(library, skills, repair),
-        audit(library) {}
+        audit(library),
+        relocation(library),
+        diagnostics(library) {}
 
   AgentSettings agents;
   Presets presets;
@@ -78,6 +85,8 @@ struct Components {
   BackupRecords backup;
   Reconciliation reconciliation;
   AuditLog audit;
+  Relocation relocation;
+  Diagnostics diagnostics;
 };
 
 // One operation's turn, while which no other runs in this process.
@@ -103,17 +112,30 @@ struct SkillsEngine::State {
   class UpdateMarks;
 
   State(const Paths& libraryPaths, const UserFolders& userFolders)
-      : paths(libraryPaths),
-        user(userFolders),
+      : user(userFolders),
+        pathsInForce(libraryPaths),
         library{withDirectories(libraryPaths), userFolders, SkillStore(libraryPaths.database())},
-        components(library) {}
+        components(library),
+        openDatabase(FS::identity(libraryPaths.database())) {}
 
-  const Paths paths;
+  [[nodiscard]] const Paths& paths() const { return pathsInForce.current(); }
+
+  // Throws `conflict` when the library that was opened is no longer where it was: what this process changed would be
+  // lost.
+  void requireInPlace() const {
+    requireNotMoving(paths());
+    const auto found = FS::identity(paths().database());
+    if (found.device == openDatabase.device && found.inode == openDatabase.inode) return;
+    throw SkillsError::conflict("The library was moved or removed meanwhile; run the command again");
+  }
+
   const UserFolders user;
+  PathsInForce pathsInForce;
   Mutex changers;  // held by the one operation that changes the library, or waits to
   Mutex mutex;
   Library library ORVANTA_GUARDED_BY(mutex);
   Components components ORVANTA_GUARDED_BY(mutex);
+  FS::Identity openDatabase;  // changed by the operation that holds `changers`
 };
 
 // The right to change the library, while which nobody else changes it, in this process or another, but everybody may
@@ -121,14 +143,19 @@ struct SkillsEngine::State {
 // reads late because another process keeps the library's lock, or because git works on the files.
 class SkillsEngine::State::ChangeReservation {
  public:
-  explicit ChangeReservation(State& state) ORVANTA_UNCHECKED
-      : queue_(state.changers),
-        lock_(LibraryLock::acquire(state.paths.lock(), kLockPatience)) {}
+  explicit ChangeReservation(State& state) ORVANTA_UNCHECKED : queue_(state.changers), lock_(lockOf(state)) {}
   ~ChangeReservation() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
   ChangeReservation(const ChangeReservation&) = delete;
   ChangeReservation& operator=(const ChangeReservation&) = delete;
 
  private:
+  static LibraryLock lockOf(const State& state) {
+    state.requireInPlace();  // before the lock's file would be made anew in a folder that the library has left
+    auto lock = LibraryLock::acquire(state.paths().lock(), kLockPatience);
+    state.requireInPlace();
+    return lock;
+  }
+
   const Turn queue_;
   const LibraryLock lock_;
 };

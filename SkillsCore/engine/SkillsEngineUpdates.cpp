@@ -17,7 +17,7 @@ namespace orvanta {
 class SkillsEngine::State::UpdateMarks {
  public:
   UpdateMarks(State& state, const std::vector<std::string>& ids, UpdateStatus status)
-      : state_(state), mark_(status), presence_(state.paths.skills(), kUpdatingPrefix) {
+      : state_(state), mark_(status), presence_(state.paths().skills(), kUpdatingPrefix) {
     const ChangeTurn turn(state_);
     before_ = state_.components.updates.mark(ids, status);
   }
@@ -103,7 +103,7 @@ UpdateView SkillsEngine::viewOf(const IncomingUpdate& update, const OperationCon
 FetchedUpdates SkillsEngine::fetchUpdates(const std::vector<std::string>& ids, FetchPurpose purpose,
                                           const OperationContext& context) {
   const auto chosen = skillsWithIds(ids);
-  const UpdateFetch fetch(state_->paths, gitSettings(context));
+  const UpdateFetch fetch(state_->paths(), gitSettings(context));
   if (purpose == FetchPurpose::preview) return fetch.fetch(chosen, context);
   State::UpdateMarks marks(*state_, ids, UpdateStatus::updating);
   FetchedUpdates fetched = fetch.fetch(chosen, context);
@@ -145,7 +145,7 @@ UpdateReport SkillsEngine::applyUpdates(const FetchedUpdates& fetched, const Ope
 }
 
 bool SkillsEngine::bringIn(const IncomingUpdate& update) {
-  const auto near = Updates::broughtNear(state_->paths, update);
+  const auto near = Updates::broughtNear(state_->paths(), update);
   const State::ChangeTurn turn(*state_);
   Updates& updates = state_->components.updates;
   try {

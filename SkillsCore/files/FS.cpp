@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -12,10 +13,12 @@
 #include <system_error>
 
 #include "files/Paths.h"
+#include "foundations/Clock.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Uuid.h"
 #include "platform/AtomicRename.h"
 #include "platform/FileTimes.h"
+#include "platform/Flush.h"
 #include "platform/UniqueFd.h"
 #include "platform/WriteAll.h"
 
@@ -108,6 +111,11 @@ Identity identity(const fs::path& path) {
 
 bool exists(const fs::path& path) { return kind(path) != Kind::absent; }
 
+bool isCertainlyAbsent(const fs::path& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
 bool isDirectory(const fs::path& path) { return kind(path) == Kind::directory; }
 
 bool resolvesToDirectory(const fs::path& path) {
@@ -178,6 +186,29 @@ void createDirectories(const fs::path& folder) {
   }
 }
 
+void flushFolder(const fs::path& folder) {
+  if (const int error = orvanta::flushFolder(folder.c_str())) {
+    throw SkillsError::system("Cannot write the folder " + folder.string() + " to the disk", error);
+  }
+}
+
+void flushTree(const fs::path& folder) {
+  if (const int error = orvanta::flushTree(folder.c_str())) {
+    throw SkillsError::system("Cannot write " + folder.string() + " to the disk", error);
+  }
+}
+
+fs::path freeStampedFile(const fs::path& folder, std::string_view prefix, std::string_view suffix) {
+  std::string stamp = iso8601(nowMillis());
+  std::replace(stamp.begin(), stamp.end(), ':', '-');
+  const std::string name = std::string(prefix) + stamp;
+  fs::path file = folder / (name + std::string(suffix));
+  for (int number = 2; FS::exists(file); ++number) {
+    file = folder / (name + "-" + std::to_string(number) + std::string(suffix));
+  }
+  return file;
+}
+
 void writeAtomically(const fs::path& file, std::string_view content) {
   // The backup of the library leaves such names out.
   const std::string name = "." + file.filename().string() + "-" + newUuid().substr(0, 8) + ".tmp";
@@ -194,6 +225,14 @@ void writeAtomically(const fs::path& file, std::string_view content) {
   } catch (...) {
     ::unlink(temporary.c_str());
     throw;
+  }
+}
+
+void copyPermissions(const fs::path& from, const fs::path& to) {
+  struct stat status {};
+  if (::stat(from.c_str(), &status) != 0) throw SkillsError::system("Cannot read " + from.string(), errno);
+  if (::chmod(to.c_str(), status.st_mode & 07777U) != 0) {
+    throw SkillsError::system("Cannot set the permissions of " + to.string(), errno);
   }
 }
 
@@ -214,6 +253,8 @@ void removeQuietly(const fs::path& path) noexcept {
     return;
   }
 }
+
+bool removeIfEmpty(const fs::path& folder) noexcept { return ::rmdir(folder.c_str()) == 0 || errno == ENOENT; }
 
 void removeSymlink(const fs::path& path) {
   if (kind(path) != Kind::symlink) {

@@ -30,6 +30,8 @@ struct Identity {
 Identity identity(const std::filesystem::path& path);
 
 bool exists(const std::filesystem::path& path);
+// Nothing stands there. False as well where the system does not let us see.
+bool isCertainlyAbsent(const std::filesystem::path& path);
 bool isDirectory(const std::filesystem::path& path);
 
 // The same three questions with links followed to their end.
@@ -55,8 +57,22 @@ std::optional<std::string> readText(const std::filesystem::path& file, std::size
 // The path and its missing parents as folders.
 void createDirectories(const std::filesystem::path& folder);
 
+// Waits until what was made, renamed and removed in the folder is on the disk.
+void flushFolder(const std::filesystem::path& folder);
+
+// The same for everything in and below it.
+void flushTree(const std::filesystem::path& folder);
+
+// A name in the folder that is free: PREFIX, the time of now without ":" and SUFFIX; with a number before it where
+// two fall into one second.
+std::filesystem::path freeStampedFile(const std::filesystem::path& folder, std::string_view prefix,
+                                      std::string_view suffix);
+
 // Writes a temporary file beside `file` and renames it into place: readers see the old content or the new.
 void writeAtomically(const std::filesystem::path& file, std::string_view content);
+
+// Gives `to` the permission bits of `from`; links are followed.
+void copyPermissions(const std::filesystem::path& from, const std::filesystem::path& to);
 
 // Removes whatever stands at the path: a file, a link (never its destination), or a folder with all it holds, also
 // where its own permissions forbid it. Nothing there is no error.
@@ -64,6 +80,9 @@ void removeAny(const std::filesystem::path& path);
 
 // `removeAny`, giving up quietly where it fails: for cleaning up what a later start would clean up as well.
 void removeQuietly(const std::filesystem::path& path) noexcept;
+
+// Removes a folder that is empty; anything else stays, without an error. Whether it is gone.
+bool removeIfEmpty(const std::filesystem::path& folder) noexcept;
 
 // Removes a link and nothing else. Throws `refused` for anything that is not a link.
 void removeSymlink(const std::filesystem::path& path);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +25,14 @@ UniqueFd openLockFile(const fs::path& file) {
 }
 
 bool tryLock(int fd) { return ::flock(fd, LOCK_EX | LOCK_NB) == 0; }
+
+// Whether the locked file is still the one that others would lock: a library that moved away takes its lock along.
+bool isStillAt(const fs::path& file, int fd) {
+  struct stat locked {};
+  struct stat named {};
+  return ::fstat(fd, &locked) == 0 && ::lstat(file.c_str(), &named) == 0 && locked.st_dev == named.st_dev &&
+         locked.st_ino == named.st_ino;
+}
 
 // Only for people: who holds the lock is asked of the file when somebody waits in vain.
 void signLockFile(int fd) {
@@ -53,13 +62,16 @@ LibraryLock LibraryLock::acquire(const fs::path& file, std::chrono::milliseconds
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, std::chrono::milliseconds(50));
   }
+  if (!isStillAt(file, fd.get())) {
+    throw SkillsError::conflict("The library was moved or removed meanwhile; run the command again");
+  }
   signLockFile(fd.get());
   return LibraryLock(std::move(fd));
 }
 
 std::optional<LibraryLock> LibraryLock::tryAcquire(const fs::path& file) {
   UniqueFd fd = openLockFile(file);
-  if (!fd || !tryLock(fd.get())) return std::nullopt;
+  if (!fd || !tryLock(fd.get()) || !isStillAt(file, fd.get())) return std::nullopt;
   signLockFile(fd.get());
   return LibraryLock(std::move(fd));
 }

@@ -14,7 +14,7 @@ namespace orvanta {
 class LibraryLock {
  public:
   // Waits up to `patience` for the lock. Throws `conflict` naming the holder when another process keeps it longer, `io`
-  // when the lock file cannot be opened.
+  // when the lock file cannot be opened. Whoever waited while the library moved away gets a `conflict` as well.
   static LibraryLock acquire(const std::filesystem::path& file, std::chrono::milliseconds patience);
 
   // The lock when it is free and the file can be written; nothing otherwise.

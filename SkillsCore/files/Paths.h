@@ -54,6 +54,9 @@ class Paths {
   [[nodiscard]] std::filesystem::path bin() const { return base_ / "bin"; }
   [[nodiscard]] std::filesystem::path lock() const { return base_ / ".orvanta.lock"; }
 
+  // Stands while the library is on its way from or to this folder.
+  [[nodiscard]] std::filesystem::path moveJournal() const { return base_ / ".moving.json"; }
+
   [[nodiscard]] bool isRelocated(const UserFolders& user) const;
 
   // Creates the folders of the library where they are missing. Throws `io` at the first that cannot be made.

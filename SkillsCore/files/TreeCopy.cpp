@@ -25,6 +25,14 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
+constexpr mode_t kAllPermissions = kPermissions | S_ISUID | S_ISGID | S_ISVTX;
+
+struct CopyRules {
+  NameFilter leavesOut;
+  mode_t rootPermissions = 0;  // granted on the root besides those of the source
+  mode_t permissions = kPermissions;
+  bool keepsLinkTimes = false;
+};
 
 void setTimes(int fd, const struct stat& status, const std::string& name) {
   const timespec times[2] = {accessTime(status), modificationTime(status)};
@@ -32,18 +40,17 @@ void setTimes(int fd, const struct stat& status, const std::string& name) {
 }
 
 void setPermissions(int fd, mode_t mode, const std::string& name) {
-  if (::fchmod(fd, mode & kPermissions) != 0) throw SkillsError::system("Cannot set the permissions of " + name, errno);
+  if (::fchmod(fd, mode) != 0) throw SkillsError::system("Cannot set the permissions of " + name, errno);
 }
 
 // One copy from one open tree into another.
 class TreeCopier {
  public:
-  TreeCopier(const fs::path& from, const fs::path& to, CopyObserver* observer)
-      : from_(from), to_(to), source_(openFolder(from)), observer_(observer) {}
+  TreeCopier(const fs::path& from, const fs::path& to, const CopyRules& rules, CopyObserver* observer)
+      : from_(from), to_(to), rules_(rules), source_(openFolder(from)), observer_(observer) {}
 
-  // `rootPermissions` are granted on the root besides those of the source.
-  void run(NameFilter leavesOut, mode_t rootPermissions) {
-    const auto entries = listTree(source_.get(), from_, leavesOut);
+  void run() {
+    const auto entries = listTree(source_.get(), from_, rules_.leavesOut);
     FS::createDirectories(to_.parent_path());
     if (::mkdir(to_.c_str(), S_IRWXU) != 0) throw SkillsError::system("Cannot create " + to_.string(), errno);
     destination_ = openFolder(to_);
@@ -52,7 +59,7 @@ class TreeCopier {
     std::for_each(entries.rbegin(), entries.rend(), [this](const TreeEntry& entry) {
       if (entry.kind == TreeEntry::Kind::directory) finishFolder(entry.relativePath, 0);
     });
-    finishFolder(".", rootPermissions);
+    finishFolder(".", rules_.rootPermissions);
   }
 
  private:
@@ -77,7 +84,7 @@ class TreeCopier {
     }
     const UniqueFd folder(::openat(destination_.get(), relative.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) throw SkillsError::system("Cannot open " + made(relative), errno);
-    setPermissions(folder.get(), status.st_mode | added, made(relative));
+    setPermissions(folder.get(), (status.st_mode & rules_.permissions) | added, made(relative));
     setTimes(folder.get(), status, made(relative));
   }
 
@@ -86,7 +93,19 @@ class TreeCopier {
     if (::symlinkat(text.c_str(), destination_.get(), relative.c_str()) != 0) {
       throw SkillsError::system("Cannot create the link " + made(relative), errno);
     }
+    if (rules_.keepsLinkTimes) copyLinkTimes(relative);
     if (observer_ != nullptr) observer_->link(relative, text);
+  }
+
+  void copyLinkTimes(const std::string& relative) {
+    struct stat status {};
+    if (::fstatat(source_.get(), relative.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      throw SkillsError::system("Cannot read " + (from_ / relative).string(), errno);
+    }
+    const timespec times[2] = {accessTime(status), modificationTime(status)};
+    if (::utimensat(destination_.get(), relative.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
+      throw SkillsError::system("Cannot set the times of " + made(relative), errno);
+    }
   }
 
   void copyFile(const std::string& relative) {
@@ -102,7 +121,7 @@ class TreeCopier {
       if (!cloned) write(out.get(), block, relative);
       if (observed) observer_->bytes(block);
     }
-    setPermissions(out.get(), status.st_mode, made(relative));
+    setPermissions(out.get(), status.st_mode & rules_.permissions, made(relative));
     setTimes(out.get(), status, made(relative));
   }
 
@@ -120,6 +139,7 @@ class TreeCopier {
 
   const fs::path& from_;
   const fs::path& to_;
+  const CopyRules rules_;
   const UniqueFd source_;
   UniqueFd destination_;
   CopyObserver* const observer_;
@@ -138,13 +158,20 @@ void refuseOverlap(const fs::path& from, const fs::path& to) {
 
 void FS::copyTree(const fs::path& from, const fs::path& to) {
   refuseOverlap(from, to);
-  TreeCopier(from, to, nullptr).run([](std::string_view name) { return name == ".git"; }, 0);
+  TreeCopier(from, to, {.leavesOut = [](std::string_view name) { return name == ".git"; }}, nullptr).run();
 }
 
 void FS::copySkillTree(const fs::path& from, const fs::path& to, CopyObserver* observer) {
   refuseOverlap(from, to);
   const auto leavesOut = [](std::string_view name) { return name == ".git" || name == ".DS_Store"; };
-  TreeCopier(from, to, observer).run(leavesOut, S_IWUSR);
+  TreeCopier(from, to, {.leavesOut = leavesOut, .rootPermissions = S_IWUSR}, observer).run();
+}
+
+void FS::copyWholeTree(const fs::path& from, const fs::path& to, CopyObserver* observer) {
+  refuseOverlap(from, to);
+  const auto leavesOut = [](std::string_view) { return false; };
+  TreeCopier(from, to, {.leavesOut = leavesOut, .permissions = kAllPermissions, .keepsLinkTimes = true}, observer)
+      .run();
 }
 
 }  // namespace orvanta

@@ -151,6 +151,21 @@ std::optional<std::string> SQLiteConnection::scalarString(const std::string& sql
 
 std::int64_t SQLiteConnection::lastInsertRowId() { return sqlite3_last_insert_rowid(db_.get()); }
 
+void SQLiteConnection::copyTo(const std::string& path) {
+  SQLiteConnection copy(path);
+  sqlite3_backup* backup = sqlite3_backup_init(copy.db_.get(), "main", db_.get(), "main");
+  if (backup == nullptr) copy.fail(kExecuting, "copy to " + path);
+  constexpr int kAllPages = -1;
+  sqlite3_backup_step(backup, kAllPages);
+  // Ends the copy and says how it went, the step before included.
+  if (sqlite3_backup_finish(backup) != SQLITE_OK) copy.fail(kExecuting, "copy to " + path);
+}
+
+void SQLiteConnection::requireSound() {
+  const auto answer = scalarString("PRAGMA quick_check(1)");
+  if (answer != "ok") throw SkillsError::database("The database is damaged: " + answer.value_or("it cannot be read"));
+}
+
 int SQLiteConnection::userVersion() { return static_cast<int>(scalarInt("PRAGMA user_version")); }
 
 void SQLiteConnection::setUserVersion(int version) { execute("PRAGMA user_version = " + std::to_string(version)); }

@@ -116,6 +116,11 @@ class SQLiteConnection {
     }
   }
 
+  // Writes all that is committed to a new database file, also what is still in the log, whoever reads meanwhile.
+  void copyTo(const std::string& path);
+  // Throws `database` when the file is damaged.
+  void requireSound();
+
   int userVersion();
   void setUserVersion(int version);
 

@@ -131,6 +131,15 @@ void SkillStore::updateSkill(const SkillRecord& r) {
        rawValue(r.updateStatus), r.lastCheckedAt, r.lastCheckError, r.id});
 }
 
+void SkillStore::moveSkills(const std::string& fromFolder, const std::string& toFolder) {
+  const std::string from = fromFolder + '/';
+  const std::string to = toFolder + '/';
+  connection_.run(
+      "UPDATE OR IGNORE skills SET central_path = ? || substr(central_path, length(?) + 1)\n"
+      "WHERE substr(central_path, 1, length(?)) = ?",
+      {to, from, from, from});
+}
+
 void SkillStore::deleteSkill(const std::string& id) { connection_.run("DELETE FROM skills WHERE id = ?", {id}); }
 
 void SkillStore::setSkillEnabled(const std::string& id, bool enabled) {

@@ -64,6 +64,9 @@ class SkillStore {
   void insertSkill(const SkillRecord& record);
   // All fields but `createdAt`, by id.
   void updateSkill(const SkillRecord& record);
+  // The skills that lie in one folder lie in another from now on, each under the name it has. A place that another
+  // record has stays with that.
+  void moveSkills(const std::string& fromFolder, const std::string& toFolder);
   void deleteSkill(const std::string& id);
   void setSkillEnabled(const std::string& id, bool enabled);
   std::set<std::string> skillIds();

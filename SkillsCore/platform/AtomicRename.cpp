@@ -50,7 +50,7 @@ int plainNoReplace(const char* from, const char* to) {
 int plainExchange(const char* a, const char* b) {
   struct stat status {};
   if (::lstat(a, &status) != 0) return errno;
-  const std::string aside = std::string(a) + "-exchange";
+  const std::string aside = std::string(a) + kExchangeSuffix;
   if (const int error = plainNoReplace(b, aside.c_str())) return error;
   if (const int error = plainRename(a, b)) {
     plainRename(aside.c_str(), b);

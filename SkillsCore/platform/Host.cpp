@@ -1,6 +1,7 @@
 #include "platform/Host.h"
 
 #include <pwd.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,6 +15,10 @@
 
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
+
+#ifdef __APPLE__
+#include <sys/sysctl.h>
+#endif
 
 namespace orvanta {
 
@@ -62,14 +67,14 @@ std::filesystem::path temporaryFolder() {
   return error || !folder.is_absolute() ? "/tmp" : folder;
 }
 
-// "PRETTY_HOSTNAME=…" of the file in which a desktop's settings keep it; its value may stand in quotes.
-std::string chosenName() {
-  std::ifstream file("/etc/machine-info");
+// The value of "KEY=…" in a file of such lines, where values may stand in quotes.
+std::string valueIn(const char* path, const std::string& key) {
+  std::ifstream file(path);
   for (std::string line; std::getline(file, line);) {
-    constexpr std::string_view key = "PRETTY_HOSTNAME=";
-    if (!line.starts_with(key)) continue;
-    std::string_view value = Text::trim(std::string_view(line).substr(key.size()));
-    const bool isQuoted = value.size() >= 2 && value.front() == value.back() && (value[0] == '"' || value[0] == '\'');
+    if (!line.starts_with(key + "=")) continue;
+    const std::string_view value = Text::trim(std::string_view(line).substr(key.size() + 1));
+    const bool isQuoted =
+        value.size() >= 2 && value.front() == value.back() && (value.front() == '"' || value.front() == '\'');
     return std::string(isQuoted ? value.substr(1, value.size() - 2) : value);
   }
   return {};
@@ -80,6 +85,18 @@ std::string networkName() {
   return ::gethostname(name.data(), name.size() - 1) == 0 ? std::string(name.data()) : std::string();
 }
 
+// The name and version of the system, empty where it does not tell.
+std::string distribution() {
+#ifdef __APPLE__
+  std::array<char, 64> version{};
+  std::size_t length = version.size() - 1;
+  return ::sysctlbyname("kern.osproductversion", version.data(), &length, nullptr, 0) == 0 ? version.data() : "";
+#else
+  const std::string name = valueIn("/etc/os-release", "PRETTY_NAME");
+  return name.empty() ? valueIn("/usr/lib/os-release", "PRETTY_NAME") : name;
+#endif
+}
+
 }  // namespace
 
 UserFolders currentUserFolders() {
@@ -88,11 +105,23 @@ UserFolders currentUserFolders() {
 }
 
 std::string deviceName() {
-  for (const auto& name : {chosenName(), networkName()}) {
+  for (const auto& name : {valueIn("/etc/machine-info", "PRETTY_HOSTNAME"), networkName()}) {
     const std::string shown = Text::singleLine(Text::repairUTF8(name));
     if (!Text::trim(shown).empty()) return std::string(Text::trim(shown));
   }
   return "this computer";
+}
+
+std::string systemDescription() {
+  utsname kernel{};
+  if (::uname(&kernel) != 0) return "unknown system";
+#ifdef __APPLE__
+  const std::string_view name = "macOS";
+#else
+  const std::string_view name = kernel.sysname;
+#endif
+  const std::string version = distribution();
+  return fmt::format("{}: {}, kernel {}", name, version.empty() ? "unknown version" : version, kernel.release);
 }
 
 std::optional<std::string> environmentVariable(const std::string& name) {

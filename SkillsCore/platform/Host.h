@@ -26,6 +26,8 @@ struct UserFolders {
 
 // What the user calls this computer, else the name it has in the network; one line of UTF-8.
 [[nodiscard]] std::string deviceName();
+// Which system this is, for a person to read: "Linux: Debian GNU/Linux 12 (bookworm), kernel 6.1.0".
+[[nodiscard]] std::string systemDescription();
 
 // The variable's value; none when it is not set or empty.
 [[nodiscard]] std::optional<std::string> environmentVariable(const std::string& name);

@@ -25,6 +25,7 @@ namespace {
 constexpr auto shortest = 30s;
 constexpr auto local = 60s;
 constexpr auto longLocal = 300s;
+constexpr auto commitLimit = 120s;
 constexpr auto network = 600s;
 // As much of git's output as is kept: a listing of this size may lack its end.
 constexpr std::size_t largestListing = std::size_t{64} << 20;
@@ -275,16 +276,28 @@ std::string GitBackup::fetch(const OperationContext& context) const {
   return trimmed(check({"rev-parse", "--verify", "FETCH_HEAD^{commit}"}, shortest, context));
 }
 
+// The history goes on only when the files are on the disk, so that after a power cut they can be trusted or taken back.
 void GitBackup::merge(const std::string& commit, const OperationContext& context) const {
   const auto head = headCommit(context);
   if (!head) {
     check({"reset", "--hard", "--quiet", commit}, longLocal, context);
+    return FS::flushTree(root_);
+  }
+  if (mergeBase(*head, commit, context) == head) {
+    check({"read-tree", "-m", "-u", *head, commit}, longLocal, context);
+    FS::flushTree(root_);
+    check({"update-ref", "-m", "pull", "HEAD", commit, *head}, local, context);
     return;
   }
-  const auto merged = run({"merge", "--no-edit", "--quiet", "--allow-unrelated-histories", "-m",
-                           "Bring the remote's snapshots to " + deviceName(), commit},
-                          longLocal, context);
-  if (merged.succeeded()) return;
+  const auto merged =
+      run({"merge", "--no-commit", "--no-ff", "--quiet", "--allow-unrelated-histories", commit}, longLocal, context);
+  if (!merged.succeeded()) settleConflicts(merged, context);
+  FS::flushTree(root_);
+  check({"commit", "--quiet", "-m", "Bring the remote's snapshots to " + deviceName()}, commitLimit, context);
+}
+
+// Of a merge that git could not do: takes it back and throws, unless it is about nothing but the manifest.
+void GitBackup::settleConflicts(const ProcessResult& merged, const OperationContext& context) const {
   const auto conflicts = pathsOf({"diff", "--name-only", "--diff-filter=U", "-z"}, context);
   if (conflicts == std::vector<std::string>{std::string(BackupManifest::kPath)}) return resolveManifest(context);
   run({"merge", "--abort"}, local, context);
@@ -301,7 +314,6 @@ void GitBackup::resolveManifest(const OperationContext& context) const {
   const auto theirs = manifestIn("MERGE_HEAD", context).value_or(BackupManifest{});
   FS::writeAtomically(root_ / BackupManifest::kPath, ours.joinedWith(theirs).text());
   stageManifest(context);
-  check({"commit", "--quiet", "--no-edit"}, 120s, context);
 }
 
 void GitBackup::clone(const std::string& url, const OperationContext& context) const {
@@ -317,13 +329,21 @@ void GitBackup::checkOut(const OperationContext& context) const {
   ensureAttributes(gitFolder(context));
   ensureIdentity(context);
   check({"reset", "--hard", "--quiet"}, longLocal, context);
+  FS::flushTree(root_);
 }
 
 // ── Going back ──
 
 void GitBackup::restore(const std::string& commit, const OperationContext& context) const {
   check({"restore", "--source=" + commit, "--staged", "--worktree", "--", "."}, longLocal, context);
+  FS::flushTree(root_);
   stage(context);
+  // Git only warns of files that it could not replace or remove.
+  const auto different = pathsOf({"diff", "--cached", "--name-only", "--no-renames", "-z", commit}, context);
+  if (!different.empty()) {
+    throw SkillsError::git(fmt::format("{} could not be made as it was in the snapshot; nothing was restored",
+                                       (root_ / different.front()).string()));
+  }
   commitStaged("Restore library to " + commit.substr(0, shownDigits), context);
 }
 
@@ -336,6 +356,7 @@ void GitBackup::takeBack(const std::string& from, const std::string& to, const O
   check({"reset", "--mixed", "--quiet", from}, longLocal, context);
   const auto others = differing("--diff-filter=a");
   if (!others.empty()) withPathFile(others, {"restore", "--worktree"}, context);
+  FS::flushTree(root_);
 }
 
 }  // namespace orvanta

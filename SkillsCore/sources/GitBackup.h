@@ -136,6 +136,7 @@ class GitBackup {
   void stageHidden(const OperationContext& context) const;
   void embed(const Words& folders, const OperationContext& context) const;
   void updateIndex(const Words& command, const Words& paths, const OperationContext& context) const;
+  void settleConflicts(const ProcessResult& merged, const OperationContext& context) const;
   void resolveManifest(const OperationContext& context) const;
   void withPathFile(const std::vector<std::string>& paths, Words arguments, const OperationContext& context) const;
 

@@ -111,7 +111,7 @@ void setUpBackupNow(CommandLine& line) {
   NowOptions& options = line.runs<NowOptions>(runNow);
   line.option("-m,--message", options.message, "TEXT", "What the snapshot is called");
   line.example("orvanta backup now", "Save what has changed");
-  line.example("orvanta backup now -m 'before the clean-up'", "With words of your own");
+  line.example("orvanta backup now -m before-clean-up", "With words of your own");
 }
 
 void setUpBackupHistory(CommandLine& line) {

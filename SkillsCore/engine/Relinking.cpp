@@ -1,0 +1,94 @@
+#include "engine/Relinking.h"
+
+#include <map>
+#include <set>
+
+#include "agents/SyncEngine.h"
+#include "files/FS.h"
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+std::vector<Relinking::Item> Relinking::items() {
+  std::map<std::string, SkillRecord> skills;
+  for (auto& skill : store_.allSkills()) skills.emplace(skill.id, std::move(skill));
+  std::vector<Item> items;
+  for (auto& record : store_.allTargets()) {
+    if (record.status != kTargetOk || record.mode != SyncMode::symlink) continue;
+    const auto skill = skills.find(record.skillId);
+    if (skill == skills.end()) continue;
+    const fs::path name = fs::path(fsPath(skill->second.centralPath)).filename();
+    items.push_back({.record = std::move(record),
+                     .skillName = skill->second.name,
+                     .oldPlace = from_.skills() / name,
+                     .newPlace = to_.skills() / name});
+  }
+  return items;
+}
+
+// Judged by what the link says: while the old skills folder is itself a link to the new one, both lead to one folder.
+// Throws why a link that is recorded is not there to be replaced.
+bool Relinking::leadsToOldPlace(const Item& item) {
+  const fs::path target = item.record.targetPath;
+  if (FS::isCertainlyAbsent(target)) return false;
+  const auto destination = FS::linkDestination(target);
+  if (!destination) {
+    throw SkillsError::refused(SyncEngine::refusalMessage(target, "does not match its recorded deployment"));
+  }
+  if (*destination == item.newPlace) return false;
+  if (*destination == item.oldPlace) return true;
+  const fs::path end = FS::resolved(*destination);
+  if (end == FS::resolved(item.oldPlace) || end == FS::resolved(item.newPlace)) return true;
+  throw SkillsError::refused(SyncEngine::refusalMessage(target, "leads to another place than the library's"));
+}
+
+Relinking::Report Relinking::run() {
+  SyncEngine::FolderResolver resolver;
+  Report report;
+  std::vector<SkillTarget> broken;
+  std::set<std::string> folders;
+  for (auto& item : items()) {
+    const fs::path target = item.record.targetPath;
+    if (folders.insert(target.parent_path().string()).second) sweepStages(target.parent_path());
+    try {
+      if (!leadsToOldPlace(item)) continue;
+      SyncEngine::ensureDstNotInsideSrc(item.newPlace, target, resolver);
+      TargetChange::putLink(item.newPlace, target, FS::Kind::symlink).keep();
+      ++report.relinked;
+    } catch (const SkillsError& error) {
+      report.errors.push_back(item.skillName + " → " + item.record.tool + ": " + error.message());
+      item.record.status = kTargetError;
+      item.record.lastError = error.message();
+      broken.push_back(std::move(item.record));
+    }
+  }
+  if (broken.empty()) return report;
+  store_.connection().transaction([&] {
+    for (const auto& record : broken) store_.upsertTarget(record);
+  });
+  return report;
+}
+
+Plan Relinking::plan() {
+  Plan plan;
+  for (const auto& item : items()) {
+    PlannedStep step{.action = PlannedStep::Action::replace,
+                     .skillName = item.skillName,
+                     .skillId = item.record.skillId,
+                     .tool = item.record.tool,
+                     .path = item.record.targetPath,
+                     .reason = {}};
+    try {
+      if (!leadsToOldPlace(item)) continue;
+    } catch (const SkillsError& error) {
+      step.action = PlannedStep::Action::refused;
+      step.reason = error.message();
+    }
+    plan.push_back(std::move(step));
+  }
+  return plan;
+}
+
+}  // namespace orvanta
