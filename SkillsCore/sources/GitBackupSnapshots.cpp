@@ -24,9 +24,13 @@ namespace {
 constexpr auto shortest = 30s;
 constexpr auto local = 60s;
 constexpr auto longLocal = 300s;
+constexpr auto commitLimit = 120s;
 constexpr std::size_t largestConfiguration = std::size_t{1} << 20;
 constexpr std::size_t largestManifest = std::size_t{256} << 20;
 constexpr std::string_view repositoryMode = "160000";
+
+// Flushes at once for all objects that a command makes, and not for each.
+const std::vector<std::string> batched = {"-c", "core.fsyncMethod=batch"};
 
 // Attributes in the files, which come from anybody, could name filters and merge drivers of the user's, and change
 // bytes. What the repository's own folder says outranks them.
@@ -226,14 +230,24 @@ bool GitBackup::commitStaged(const std::string& message, const OperationContext&
     staged = check(whatIsStaged, local, context);
   }
   if (staged.standardOutput.empty()) return false;
-  check({"commit", "--quiet", "-m", message}, 120s, context);
-  return true;
+  const bool isFirst = !headCommit(context);
+  Words words = {"commit", "--quiet", "-m", message};
+  if (isFirst) words.insert(words.begin(), batched.begin(), batched.end());
+  auto result = run(words, commitLimit, context);
+  // On a full disk, a git that flushes at once for all objects can lose some of them and not notice.
+  if (result.succeeded() && isFirst) result = run({"rev-list", "--objects", "--quiet", "HEAD"}, longLocal, context);
+  if (result.succeeded()) return true;
+  if (isFirst) run({"update-ref", "-d", "HEAD"}, local, context);
+  // The index may name files whose content was lost so, and which git would never look at again.
+  run({"read-tree", isFirst ? "--empty" : "HEAD"}, local, context);
+  throw GitClient::failure("commit", result);
 }
 
 void GitBackup::stage(const OperationContext& context) const {
-  Words words = {"add", "-A", "--", "."};
+  Words words = batched;
   // A first snapshot goes into one pack: a file for each object would take several times as long.
-  if (!headCommit(context)) words.insert(words.begin(), {"-c", "core.bigFileThreshold=1", "-c", "core.compression=1"});
+  if (!headCommit(context)) words.insert(words.end(), {"-c", "core.bigFileThreshold=1", "-c", "core.compression=1"});
+  words.insert(words.end(), {"add", "-A", "--", "."});
   const auto added = run(words, longLocal, context);
   if (!added.succeeded()) {
     std::vector<std::string> nested;

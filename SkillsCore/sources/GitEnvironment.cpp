@@ -115,7 +115,6 @@ void GitEnvironment::limitToReading() {
 void GitEnvironment::limitToBackup(const std::filesystem::path& root) {
   runNoPrograms();
   configure("core.fsync", "all");
-  configure("core.fsyncMethod", "batch");
   // A personal list of ignored files would leave gaps in the backup that nobody sees.
   configure("core.excludesFile", "/dev/null");
   configure("commit.gpgSign", "false");
