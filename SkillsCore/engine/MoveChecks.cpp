@@ -45,8 +45,9 @@ void MoveChecks::require() {
   requireFolder();
   requireApartFromAgents();
   requireApartFromProjects();
-  if (::access(nearestExisting().c_str(), W_OK | X_OK) != 0) {
-    throw SkillsError::system("Cannot write to " + nearestExisting().string(), errno);
+  const fs::path existing = nearestExisting();
+  if (::access(existing.c_str(), W_OK | X_OK) != 0) {
+    throw SkillsError::system("Cannot write to " + existing.string(), errno);
   }
   if (!isOnOneDisk()) requireRoom(size());
 }
