@@ -102,7 +102,7 @@ LibraryMove::Completion LibraryMove::finish(SkillStore& store, const UserFolders
       [&] { MoveJournal::write(to, MoveJournal::Arrival{.from = from.base(), .renames = renames, .moved = true}); });
   const bool isSaved = succeeds([&] { done.isChosen = choose(user); });
   const bool isRelinked = succeeds([&] {
-    auto links = Relinking(store, from, to).run();
+    auto links = Relinking(store, user, from, to).run();
     done.relinked = links.relinked;
     done.errors.insert(done.errors.end(), std::make_move_iterator(links.errors.begin()),
                        std::make_move_iterator(links.errors.end()));

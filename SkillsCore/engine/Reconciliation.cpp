@@ -20,8 +20,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A folder that was replaced by a link is gone: the link may lead anywhere.
-bool isThere(const fs::path& folder) { return FS::isDirectory(folder); }
+// A folder that was replaced by a link is gone: the link may lead anywhere. So is one of which only caches are left,
+// which no snapshot holds.
+bool isThere(const fs::path& folder) { return FS::isDirectory(folder) && SkillMetadata::isValidSkillDir(folder); }
 
 // What is not one line of text is not taken from a manifest.
 std::optional<std::string> plain(const std::optional<std::string>& text) {

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "agents/SyncEngine.h"
+#include "engine/Workspace.h"
 #include "files/FS.h"
 #include "foundations/SkillsError.h"
 
@@ -45,8 +46,14 @@ bool Relinking::leadsToOldPlace(const Item& item) {
 }
 
 Relinking::Report Relinking::run() {
-  SyncEngine::FolderResolver resolver;
   Report report;
+  relinkDeployments(report);
+  relinkProjects(report);
+  return report;
+}
+
+void Relinking::relinkDeployments(Report& report) {
+  SyncEngine::FolderResolver resolver;
   std::vector<SkillTarget> broken;
   std::set<std::string> folders;
   for (auto& item : items()) {
@@ -64,11 +71,38 @@ Relinking::Report Relinking::run() {
       broken.push_back(std::move(item.record));
     }
   }
-  if (broken.empty()) return report;
+  if (broken.empty()) return;
   store_.connection().transaction([&] {
     for (const auto& record : broken) store_.upsertTarget(record);
   });
-  return report;
+}
+
+void Relinking::relinkProjects(Report& report) {
+  for (const auto& link : projectLinks()) {
+    try {
+      TargetChange::putLink(to_.skills() / FS::linkDestination(link)->filename(), link, FS::Kind::symlink).keep();
+      ++report.relinked;
+    } catch (const SkillsError& error) {
+      report.errors.push_back(link.string() + ": " + error.message());
+    }
+  }
+}
+
+// Those that lead to a skill at the old place, as they spell it.
+std::vector<fs::path> Relinking::projectLinks() {
+  std::vector<fs::path> links;
+  const auto adapters = adaptersByPrecedence(store_.toolOverrides(), user_);
+  for (const auto& record : store_.projects()) {
+    if (record.workspaceType != WorkspaceType::project) continue;  // what lies in agents' folders is recorded
+    const Workspace workspace(currentRecord(record, adapters, user_), adapters, user_, to_.base());
+    for (const auto& root : workspace.roots()) {
+      for (const auto& link : FS::children(root)) {
+        const auto destination = FS::linkDestination(link);
+        if (destination && destination->parent_path() == from_.skills()) links.push_back(link);
+      }
+    }
+  }
+  return links;
 }
 
 Plan Relinking::plan() {
@@ -87,6 +121,14 @@ Plan Relinking::plan() {
       step.reason = error.message();
     }
     plan.push_back(std::move(step));
+  }
+  for (const auto& link : projectLinks()) {
+    plan.push_back({.action = PlannedStep::Action::replace,
+                    .skillName = link.filename().string(),
+                    .skillId = {},
+                    .tool = {},
+                    .path = link.string(),
+                    .reason = {}});
   }
   return plan;
 }

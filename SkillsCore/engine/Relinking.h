@@ -1,22 +1,26 @@
 #pragma once
 
-// Leads the links in agents' folders to the library's new place. Only what the records call a link of ours in order is
-// looked at, and only a link that leads to the skill at the old place is replaced, in one step.
+// Leads links to the library's new place: in agents' folders what the records call a link of ours in order, and in the
+// folders of projects, of which nothing is recorded, whatever leads into the library. Only a link that leads to a skill
+// at the old place is replaced, in one step.
 
 #include <cstddef>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "engine/Reports.h"
 #include "files/Paths.h"
 #include "persistence/SkillStore.h"
+#include "platform/Host.h"
 
 namespace orvanta {
 
 class Relinking {
  public:
   // `store` has the skills at either place.
-  Relinking(SkillStore& store, const Paths& from, const Paths& to) : store_(store), from_(from), to_(to) {}
+  Relinking(SkillStore& store, const UserFolders& user, const Paths& from, const Paths& to)
+      : store_(store), user_(user), from_(from), to_(to) {}
 
   struct Report {
     std::size_t relinked = 0;
@@ -37,9 +41,13 @@ class Relinking {
   };
 
   std::vector<Item> items();
+  void relinkDeployments(Report& report);
+  void relinkProjects(Report& report);
+  [[nodiscard]] std::vector<std::filesystem::path> projectLinks();
   static bool leadsToOldPlace(const Item& item);
 
   SkillStore& store_;
+  const UserFolders& user_;
   Paths from_;
   Paths to_;
 };

@@ -221,7 +221,8 @@ Plan Relocation::plan(const fs::path& destination) {
     };
     for (const auto* name : LibraryMove::folders) add(library_.paths.base() / name);
     add(library_.paths.database());
-    for (auto& step : Relinking(library_.store, library_.paths, to).plan()) plan.push_back(std::move(step));
+    for (auto& step : Relinking(library_.store, library_.user, library_.paths, to).plan())
+      plan.push_back(std::move(step));
     return plan;
   });
 }

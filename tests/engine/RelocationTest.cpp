@@ -303,6 +303,21 @@ TEST_F(RelocationTest, ALinkThatCannotBeRepointedIsReportedAndLeftAlone) {
   EXPECT_TRUE(agentHolds("codex", "pdf") && agentHolds("claude_code", "csv"));
 }
 
+TEST_F(RelocationTest, LinksInProjectsFollow) {
+  const auto id = installed("pdf");
+  agentInstalled("cursor");
+  const Path project = root / "project";
+  fs::create_directories(project / ".cursor" / "skills");
+  const auto added = engine().addProject(project, std::nullopt);
+  engine().exportToProject(added.id, {.skillIds = {id}, .agents = {"cursor"}, .mode = SyncMode::symlink}, {});
+  fs::create_directory_symlink(home, project / ".cursor" / "skills" / "other");
+
+  const auto report = engine().relocateLibrary(root / "place", {});
+  EXPECT_TRUE(report.errors.empty());
+  EXPECT_EQ(FS::linkDestination(project / ".cursor/skills/pdf"), root / "place/skills/pdf");
+  EXPECT_EQ(FS::linkDestination(project / ".cursor/skills/other"), home);
+}
+
 TEST_F(RelocationTest, WhatIsNotTheLibrarysStays) {
   givenLibrary();
   write(paths.base() / "notes.txt", "mine");
