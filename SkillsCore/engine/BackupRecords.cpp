@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "foundations/Clock.h"
+#include "foundations/Text.h"
 #include "platform/Host.h"
 
 namespace orvanta {
@@ -74,7 +75,9 @@ std::vector<std::string> BackupRecords::noteConflicts(const std::set<std::string
   std::vector<SkillStore::PendingConflict> conflicts;
   for (const auto& folder : folders) {
     const auto record = library_.store.skillAtPath(comparablePath(library_.paths.skills() / folder));
-    conflicts.push_back({.skillId = record ? record->id : folder, .theirsCommit = theirCommit, .theirsPath = folder});
+    conflicts.push_back({.skillId = record ? record->id : Text::repairUTF8(folder),
+                         .theirsCommit = theirCommit,
+                         .theirsPath = Text::repairUTF8(folder)});
   }
   library_.store.setPendingConflicts(conflicts);
   return conflictNames();

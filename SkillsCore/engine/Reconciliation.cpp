@@ -29,6 +29,11 @@ std::optional<std::string> plain(const std::optional<std::string>& text) {
   return text && Text::singleLine(*text) == *text ? text : std::nullopt;
 }
 
+std::vector<std::string> plain(std::vector<std::string> tags) {
+  std::erase_if(tags, [](const std::string& tag) { return Text::singleLine(tag) != tag; });
+  return tags;
+}
+
 void refuseOutwardLinks(const fs::path& folder) {
   const auto links = GitSource::linksLeadingOut(folder);
   if (links.empty()) return;
@@ -66,8 +71,7 @@ ReconcileReport Reconciliation::run(const Scope& scope, const OperationContext& 
       try {
         if (!hashes[i]) throw SkillsError::io("its folder could not be read");
         if (record == nullptr) {
-          add(folder, *hashes[i], entries);
-          report.added.push_back(name);
+          report.added.push_back(add(folder, *hashes[i], entries));
         } else if (record->contentHash != hashes[i] || record->status == kSkillMissing) {
           renewed.push_back(renew(*record, *hashes[i], scope));
           report.renewed.push_back(name);
@@ -121,7 +125,7 @@ std::vector<Reconciliation::Candidate> Reconciliation::newFolders(const std::vec
   return found;
 }
 
-void Reconciliation::add(const fs::path& folder, const std::string& hash, const Entries& entries) {
+std::string Reconciliation::add(const fs::path& folder, const std::string& hash, const Entries& entries) {
   refuseOutwardLinks(folder);
   const auto known = entries.find(folder.filename().string());
   const BackupManifest::Entry* const entry = known == entries.end() ? nullptr : known->second;
@@ -147,8 +151,9 @@ void Reconciliation::add(const fs::path& folder, const std::string& hash, const 
   record.updateStatus = isRemote(record.sourceType) ? UpdateStatus::unknown : UpdateStatus::localOnly;
   library_.transaction([&] {
     library_.store.insertSkill(record);
-    if (entry != nullptr) library_.store.setTags(record.id, entry->tags);
+    if (entry != nullptr) library_.store.setTags(record.id, plain(entry->tags));
   });
+  return record.name;
 }
 
 SkillRecord Reconciliation::renew(const SkillRecord& record, const std::string& hash, const Scope& scope) {

@@ -46,7 +46,8 @@ class Reconciliation {
 
   std::vector<Candidate> newFolders(const std::vector<SkillRecord>& records);
   std::vector<Candidate> candidatesAmong(const std::vector<SkillRecord>& records, const Scope& scope);
-  void add(const std::filesystem::path& folder, const std::string& hash, const Entries& entries);
+  // Returns the skill's name.
+  std::string add(const std::filesystem::path& folder, const std::string& hash, const Entries& entries);
   SkillRecord renew(const SkillRecord& record, const std::string& hash, const Scope& scope);
   void markMissing(const std::vector<SkillRecord>& records, ReconcileReport& report);
 

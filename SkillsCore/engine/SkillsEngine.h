@@ -373,8 +373,8 @@ class SkillsEngine {
   Plan planPullBackup(const OperationContext& context);
   // The files become those of a snapshot, given by digits of its id, as a new snapshot on top. What no snapshot held
   // is in one of its own before.
-  ReconcileReport restoreBackup(const std::string& commit, const OperationContext& context);
-  Plan planRestoreBackup(const std::string& commit, const OperationContext& context);
+  ReconcileReport restoreBackup(const std::string& id, const OperationContext& context);
+  Plan planRestoreBackup(const std::string& id, const OperationContext& context);
   // Fills a library that is empty; `conflict` for any other.
   ReconcileReport restoreLibraryFromRemote(const std::string& url, const OperationContext& context);
   // Whether a face that stays open takes snapshots by itself after changes.
@@ -400,6 +400,11 @@ class SkillsEngine {
   SkillSummary bringInOne(const FetchedUpdates& fetched, const OperationContext& context);
   GitBackup gitBackup(const OperationContext& context);
   GitBackup readyBackup(const OperationContext& context);
+  template <typename Work>
+  auto withBackupRecords(Work work);
+  bool recordSettledConflicts(const GitBackup& backup, const OperationContext& context);
+  void mergeIncoming(const GitBackup& backup, const std::optional<std::string>& head, const std::string& commit,
+                     const OperationContext& context);
   std::size_t stageWithManifest(const GitBackup& backup, const OperationContext& context);
   bool snapshot(const GitBackup& backup, const std::optional<std::string>& message, const OperationContext& context);
   void settleBackup(const GitBackup& backup, const OperationContext& context);

@@ -43,6 +43,12 @@ GitBackup SkillsEngine::readyBackup(const OperationContext& context) {
   return backup;
 }
 
+template <typename Work>
+auto SkillsEngine::withBackupRecords(Work work) {
+  const Turn turn(state_->mutex);
+  return work(state_->components.backup);
+}
+
 void SkillsEngine::noteBackup(const std::string& action, const std::optional<std::string>& detail, bool success) {
   const Turn turn(state_->mutex);
   state_->library.store.logAudit({.action = action, .success = success, .detail = detail});
@@ -104,18 +110,24 @@ std::size_t SkillsEngine::stageWithManifest(const GitBackup& backup, const Opera
 
 bool SkillsEngine::snapshot(const GitBackup& backup, const std::optional<std::string>& message,
                             const OperationContext& context) {
+  const bool hasSettled = recordSettledConflicts(backup, context);
   const std::size_t count = stageWithManifest(backup, context);
   const std::string text = message.value_or(fmt::format("Backup {} skills from {}", count, deviceName()));
   const bool isNew = backup.commitStaged(text, context);
   noteBackup("backup_commit", isNew ? text : "nothing to commit");
-  if (!isNew) return false;
-  const auto theirs = [&] {
-    const Turn turn(state_->mutex);
-    return state_->components.backup.conflictingCommit();
-  }();
-  if (!theirs || !backup.isAncestor(*theirs, "HEAD", context)) return true;
+  if (hasSettled) withBackupRecords([](BackupRecords& records) { records.clearConflicts(); });
+  return isNew;
+}
+
+// After the user has merged by hand what was in conflict. What came in by that is known to the other side's manifest
+// alone, which is about to be overwritten. Whether there was anything.
+bool SkillsEngine::recordSettledConflicts(const GitBackup& backup, const OperationContext& context) {
+  const auto theirs = withBackupRecords([](BackupRecords& records) { return records.conflictingCommit(); });
+  if (!theirs) return false;
+  if (!backup.isMerging(*theirs, context) && !backup.isAncestor(*theirs, "HEAD", context)) return false;
+  const Reconciliation::Scope scope{.manifest = backup.manifestIn(*theirs, context)};
   const Turn turn(state_->mutex);
-  state_->components.backup.clearConflicts();
+  state_->components.reconciliation.run(scope, context);
   return true;
 }
 
@@ -156,36 +168,32 @@ ReconcileReport SkillsEngine::pullBackup(const OperationContext& context) {
   readyBackup(context);
   snapshot(backup, std::nullopt, context);
   const auto head = backup.headCommit(context);
-  if (!head || !backup.isAncestor(commit, *head, context)) {
-    const bool isForeign = head && !backup.mergeBase(*head, commit, context);
-    judgeIncoming(backup, commit, isForeign, context);
-    const auto onRecords = [&](auto change) {
-      const Turn turn(state_->mutex);
-      return change(state_->components.backup);
-    };
-    onRecords([&](BackupRecords& records) { records.begin({.from = head, .to = commit}); });
-    try {
-      backup.merge(commit, context);
-    } catch (const BackupConflict& conflict) {
-      const auto names = onRecords([&](BackupRecords& records) {
-        records.settle();
-        return records.noteConflicts(conflict.paths(), commit);
-      });
-      const std::string list = Text::singleLine(Text::join(names, ", "));
-      noteBackup("backup_pull", "Merge conflict: " + list, false);
-      throw SkillsError::conflict(fmt::format("{} Both sides changed: {}", conflict.message(), list));
-    } catch (const SkillsError&) {
-      settleBackup(backup, context);
-      throw;
-    }
-  }
+  if (!head || !backup.isAncestor(commit, *head, context)) mergeIncoming(backup, head, commit, context);
   ReconcileReport report = reconcile(backup, head, context);
-  {
-    const Turn turn(state_->mutex);
-    state_->components.backup.clearConflicts();
-  }
+  withBackupRecords([](BackupRecords& records) { records.clearConflicts(); });
   noteBackup("backup_pull", fmt::format("+{} skills, {} missing", report.added.size(), report.missing.size()));
   return report;
+}
+
+void SkillsEngine::mergeIncoming(const GitBackup& backup, const std::optional<std::string>& head,
+                                 const std::string& commit, const OperationContext& context) {
+  const bool isForeign = head && !backup.mergeBase(*head, commit, context);
+  judgeIncoming(backup, commit, isForeign, context);
+  withBackupRecords([&](BackupRecords& records) { records.begin({.from = head, .to = commit}); });
+  try {
+    backup.merge(commit, context);
+  } catch (const BackupConflict& conflict) {
+    const auto names = withBackupRecords([&](BackupRecords& records) {
+      records.settle();
+      return records.noteConflicts(conflict.paths(), commit);
+    });
+    const std::string list = Text::singleLine(Text::join(names, ", "));
+    noteBackup("backup_pull", "Merge conflict: " + list, false);
+    throw SkillsError::conflict(fmt::format("{} Both sides changed: {}", conflict.message(), list));
+  } catch (const SkillsError&) {
+    settleBackup(backup, context);
+    throw;
+  }
 }
 
 Plan SkillsEngine::planPullBackup(const OperationContext& context) {
@@ -207,10 +215,7 @@ ReconcileReport SkillsEngine::restoreBackup(const std::string& id, const Operati
   judgeIncoming(backup, commit, false, context);
   snapshot(backup, std::nullopt, context);
   const auto head = backup.headCommit(context);
-  {
-    const Turn turn(state_->mutex);
-    state_->components.backup.begin({.from = head, .to = commit});
-  }
+  withBackupRecords([&](BackupRecords& records) { records.begin({.from = head, .to = commit}); });
   try {
     backup.restore(commit, context);
   } catch (const SkillsError&) {
@@ -270,8 +275,9 @@ void SkillsEngine::requireEmptyLibrary() {
 // ── Records and files ──
 
 ReconcileReport SkillsEngine::reconcileLibraryWithDisk(const OperationContext& context) {
+  const GitBackup backup = gitBackup(context);
   const State::ChangeTurn turn(*state_);
-  return state_->components.reconciliation.run({.manifest = gitBackup(context).readManifest()}, context);
+  return state_->components.reconciliation.run({.manifest = backup.readManifest()}, context);
 }
 
 // After git has changed the files. Hashed are only those folders that differ from the snapshot with which the records
@@ -279,10 +285,7 @@ ReconcileReport SkillsEngine::reconcileLibraryWithDisk(const OperationContext& c
 ReconcileReport SkillsEngine::reconcile(const GitBackup& backup, const std::optional<std::string>& before,
                                         const OperationContext& context) {
   const auto head = backup.headCommit(context);
-  const auto known = [&] {
-    const Turn turn(state_->mutex);
-    return state_->components.backup.reconciledCommit();
-  }();
+  const auto known = withBackupRecords([](BackupRecords& records) { return records.reconciledCommit(); });
   Reconciliation::Scope scope{.manifest = backup.readManifest()};
   if (head && known && backup.isAncestor(*known, *head, context)) {
     scope.changedFolders = backup.changedFolders(known, *head, context);
@@ -302,10 +305,7 @@ ReconcileReport SkillsEngine::reconcile(const GitBackup& backup, const std::opti
 // Takes back what a killed process, or a failure, left of a change by git, and brings the records in line.
 void SkillsEngine::settleBackup(const GitBackup& backup, const OperationContext& context) {
   backup.makeReady(context);
-  const auto change = [&] {
-    const Turn turn(state_->mutex);
-    return state_->components.backup.unsettled();
-  }();
+  const auto change = withBackupRecords([](BackupRecords& records) { return records.unsettled(); });
   if (!change) return;
   if (change->from && change->from == backup.headCommit(context)) backup.takeBack(*change->from, change->to, context);
   reconcile(backup, change->from, context);
@@ -314,8 +314,7 @@ void SkillsEngine::settleBackup(const GitBackup& backup, const OperationContext&
 // At a start. Does nothing while another process changes the library; what fails is tried again by the next backup.
 void SkillsEngine::settleInterruptedBackup() {
   const auto isUnsettled = [&] {
-    const Turn turn(state_->mutex);
-    return state_->components.backup.unsettled().has_value();
+    return withBackupRecords([](BackupRecords& records) { return records.unsettled().has_value(); });
   };
   if (!isUnsettled()) return;
   const auto lock = LibraryLock::tryAcquire(state_->paths().lock());
@@ -325,8 +324,7 @@ void SkillsEngine::settleInterruptedBackup() {
     if (backup.isRepository()) {
       settleBackup(backup, {});
     } else {
-      const Turn turn(state_->mutex);
-      state_->components.backup.settle();
+      withBackupRecords([](BackupRecords& records) { records.settle(); });
     }
   } catch (const SkillsError&) {
     return;
@@ -345,8 +343,12 @@ Plan SkillsEngine::planChange(const GitBackup& backup, const std::optional<std::
     const auto action = !there.contains(folder) ? PlannedStep::Action::remove
                         : FS::exists(place)     ? PlannedStep::Action::replace
                                                 : PlannedStep::Action::place;
-    plan.push_back(
-        {.action = action, .skillName = folder, .skillId = {}, .tool = {}, .path = place.string(), .reason = {}});
+    plan.push_back({.action = action,
+                    .skillName = Text::repairUTF8(folder),
+                    .skillId = {},
+                    .tool = {},
+                    .path = Text::repairUTF8(place.string()),
+                    .reason = {}});
   }
   return plan;
 }

@@ -121,6 +121,7 @@ class Stream {
     }
   }
 
+  [[nodiscard]] const std::string& bytes() const { return kept_; }
   [[nodiscard]] std::string text() const { return Text::repairUTF8(kept_); }
 
  private:
@@ -418,7 +419,7 @@ ProcessResult run(const std::filesystem::path& executable, const std::vector<std
 
   ProcessResult result;
   result.exitCode = child.reapEnded();
-  result.standardOutput = out.text();
+  result.standardOutput = options.keepsBytes ? out.bytes() : out.text();
   result.standardError = err.text();
   result.timedOut = watchdog.timedOut();
   result.stopped = watchdog.intervened() && !watchdog.timedOut();

@@ -24,6 +24,8 @@ struct RunOptions {
   // Variables of this process's environment that the program does not inherit.
   std::set<std::string, std::less<>> withheld = {};
   std::chrono::milliseconds timeout = std::chrono::minutes(1);
+  // Standard output is kept byte for byte: file names need not be UTF-8.
+  bool keepsBytes = false;
   // A requested stop ends the program as the time limit does.
   std::stop_token stop = {};
 };
@@ -31,7 +33,8 @@ struct RunOptions {
 struct ProcessResult {
   // The exit status; 128 plus the signal's number when a signal ended the program.
   std::int32_t exitCode = 0;
-  // What the program wrote, with invalid UTF-8 repaired. Of each, the first 64 MiB are kept.
+  // What the program wrote, with invalid UTF-8 repaired unless it was asked for as it is. Of each, the first 64 MiB are
+  // kept.
   std::string standardOutput = {};
   std::string standardError = {};
   // The time limit, or a requested stop, made the runner end the program.

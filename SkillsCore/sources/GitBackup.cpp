@@ -75,9 +75,23 @@ bool passesThroughLink(const fs::path& root, const fs::path& relative) {
   return false;
 }
 
-// Only what was made there goes, and folders that are then empty.
+// Whether what stands there is the content, or the beginning of it, as git leaves when it is killed.
+bool isBeginningOf(const fs::path& file, const std::string& content) {
+  switch (FS::kind(file)) {
+    case FS::Kind::file: {
+      const auto text = FS::readText(file, content.size());
+      return text && content.starts_with(*text);
+    }
+    case FS::Kind::symlink: {
+      std::error_code unreadable;
+      return fs::read_symlink(file, unreadable) == content;
+    }
+    default: return false;
+  }
+}
+
+// With folders that are then empty.
 void removeFile(const fs::path& root, const fs::path& relative) {
-  if (passesThroughLink(root, relative) || FS::isDirectory(root / relative)) return;
   FS::removeAny(root / relative);
   std::error_code notEmpty;
   for (auto folder = relative.parent_path(); !folder.empty() && fs::remove(root / folder, notEmpty);) {
@@ -101,10 +115,16 @@ ProcessResult GitBackup::check(const Words& arguments, std::chrono::seconds time
   return git_.runChecked(arguments, options(timeout), context);
 }
 
+std::string GitBackup::listing(const Words& arguments, const OperationContext& context) const {
+  auto how = options(longLocal);
+  how.listsFiles = true;
+  return git_.runChecked(arguments, how, context).standardOutput;
+}
+
 std::vector<std::string> GitBackup::pathsOf(const Words& arguments, const OperationContext& context) const {
-  const auto listed = check(arguments, longLocal, context);
+  const auto listed = listing(arguments, context);
   std::vector<std::string> paths;
-  for (const auto path : Text::split(listed.standardOutput, '\0')) {
+  for (const auto path : Text::split(listed, '\0')) {
     if (!path.empty()) paths.emplace_back(path);
   }
   return paths;
@@ -123,7 +143,7 @@ BackupStatus GitBackup::status(const OperationContext& context) const {
   if (remote) status.remoteURL = Text::maskCredentials(*remote);
   const auto name = run({"rev-parse", "--abbrev-ref", "HEAD"}, shortest, context);
   if (name.succeeded() && trimmed(name) != "HEAD") status.branch = trimmed(name);
-  const auto changes = run({"status", "--porcelain"}, local, context);
+  const auto changes = run({"status", "--porcelain", "--ignore-submodules=dirty"}, local, context);
   if (changes.succeeded()) {
     const auto lines = Text::split(changes.standardOutput, '\n');
     status.dirtyFiles = std::count_if(lines.begin(), lines.end(), [](const auto line) { return !line.empty(); });
@@ -178,6 +198,11 @@ bool GitBackup::isAncestor(const std::string& commit, const std::string& of, con
   return run({"merge-base", "--is-ancestor", commit, of}, shortest, context).succeeded();
 }
 
+bool GitBackup::isMerging(const std::string& commit, const OperationContext& context) const {
+  const auto merged = run({"rev-parse", "--verify", "--quiet", "MERGE_HEAD"}, shortest, context);
+  return merged.succeeded() && trimmed(merged) == commit;
+}
+
 std::optional<std::string> GitBackup::mergeBase(const std::string& a, const std::string& b,
                                                 const OperationContext& context) const {
   const auto base = run({"merge-base", a, b}, shortest, context);
@@ -194,12 +219,12 @@ std::set<std::string> GitBackup::changedFolders(const std::optional<std::string>
 }
 
 std::vector<GitBackup::Item> GitBackup::tree(const std::string& commit, const OperationContext& context) const {
-  const auto listed = check({"ls-tree", "-r", "--full-tree", "-z", commit}, local, context);
-  if (listed.standardOutput.size() >= largestListing) {
+  const auto listed = listing({"ls-tree", "-r", "--full-tree", "-z", commit}, context);
+  if (listed.size() >= largestListing) {
     throw SkillsError::git("The snapshot holds more files than can be looked at; nothing was brought into the library");
   }
   std::vector<Item> entries;
-  for (const auto line : Text::split(listed.standardOutput, '\0')) {  // "MODE TYPE ID<tab>PATH"
+  for (const auto line : Text::split(listed, '\0')) {  // "MODE TYPE ID<tab>PATH"
     const auto tab = line.find('\t');
     if (tab == std::string_view::npos) continue;
     entries.push_back({.mode = std::string(line.substr(0, line.find(' '))), .path = std::string(line.substr(tab + 1))});
@@ -352,7 +377,11 @@ void GitBackup::takeBack(const std::string& from, const std::string& to, const O
   const auto differing = [&](const char* which) {
     return pathsOf({"diff", "--name-only", "--no-renames", which, "-z", from, to}, context);
   };
-  for (const auto& added : differing("--diff-filter=A")) removeFile(root_, added);
+  for (const auto& added : differing("--diff-filter=A")) {
+    const bool isGits = !passesThroughLink(root_, added) &&
+                        isBeginningOf(root_ / added, listing({"cat-file", "blob", to + ":" + added}, context));
+    if (isGits) removeFile(root_, added);
+  }
   check({"reset", "--mixed", "--quiet", from}, longLocal, context);
   const auto others = differing("--diff-filter=a");
   if (!others.empty()) withPathFile(others, {"restore", "--worktree"}, context);

@@ -60,6 +60,8 @@ class GitBackup {
   [[nodiscard]] std::string commitNamed(const std::string& id, const OperationContext& context) const;
   [[nodiscard]] bool isAncestor(const std::string& commit, const std::string& of,
                                 const OperationContext& context) const;
+  // Whether its user is merging this snapshot into the files.
+  [[nodiscard]] bool isMerging(const std::string& commit, const OperationContext& context) const;
   // The newest snapshot that both come from, where they share one.
   [[nodiscard]] std::optional<std::string> mergeBase(const std::string& a, const std::string& b,
                                                      const OperationContext& context) const;
@@ -125,6 +127,7 @@ class GitBackup {
   ProcessResult check(const Words& arguments, std::chrono::seconds timeout, const OperationContext& context) const;
   [[nodiscard]] std::filesystem::path gitFolder(const OperationContext& context) const;
   [[nodiscard]] std::string branch(const OperationContext& context) const;
+  [[nodiscard]] std::string listing(const Words& arguments, const OperationContext& context) const;
   [[nodiscard]] std::vector<std::string> pathsOf(const Words& arguments, const OperationContext& context) const;
 
   // An address with a password in it is for its owner's eyes.
@@ -133,6 +136,7 @@ class GitBackup {
   void ensureGitignore() const;
   void ensureIdentity(const OperationContext& context) const;
   void ensureAttributes(const std::filesystem::path& gitFolder) const;
+  void embedReferences(const OperationContext& context) const;
   void stageHidden(const OperationContext& context) const;
   void embed(const Words& folders, const OperationContext& context) const;
   void updateIndex(const Words& command, const Words& paths, const OperationContext& context) const;

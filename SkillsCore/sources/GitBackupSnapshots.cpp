@@ -126,15 +126,6 @@ void GitBackup::initialize(const OperationContext& context) const {
   ensureIdentity(context);
   makeReady(context);
   refuseUnfinished(context);
-  // What another git put into the index as a mere reference to a repository.
-  const auto listed = check({"ls-files", "--stage", "-z"}, local, context);
-  std::vector<std::string> references;
-  for (const auto line : Text::split(listed.standardOutput, '\0')) {
-    const auto tab = line.find('\t');
-    if (line.starts_with(repositoryMode) && tab != std::string_view::npos)
-      references.emplace_back(line.substr(tab + 1));
-  }
-  embed(references, context);
 }
 
 void GitBackup::ensureGitignore() const {
@@ -223,13 +214,13 @@ void GitBackup::stageManifest(const OperationContext& context) const {
 
 bool GitBackup::commitStaged(const std::string& message, const OperationContext& context) const {
   const Words whatIsStaged = {"diff", "--cached", "--raw", "--no-renames", "--no-ext-diff", "-z"};
-  auto staged = check(whatIsStaged, local, context);
-  if (const auto nested = repositoriesIn(staged.standardOutput); !nested.empty()) {
+  auto staged = listing(whatIsStaged, context);
+  if (const auto nested = repositoriesIn(staged); !nested.empty()) {
     embed(nested, context);
     stage(context);
-    staged = check(whatIsStaged, local, context);
+    staged = listing(whatIsStaged, context);
   }
-  if (staged.standardOutput.empty()) return false;
+  if (staged.empty()) return false;
   const bool isFirst = !headCommit(context);
   Words words = {"commit", "--quiet", "-m", message};
   if (isFirst) words.insert(words.begin(), batched.begin(), batched.end());
@@ -244,9 +235,11 @@ bool GitBackup::commitStaged(const std::string& message, const OperationContext&
 }
 
 void GitBackup::stage(const OperationContext& context) const {
-  Words words = batched;
-  // A first snapshot goes into one pack: a file for each object would take several times as long.
-  if (!headCommit(context)) words.insert(words.end(), {"-c", "core.bigFileThreshold=1", "-c", "core.compression=1"});
+  embedReferences(context);
+  // A first snapshot goes into one pack: a file for each object would take several times as long. Flushing in batches
+  // must then be off, because git would look for the pack where it gathers single objects, such as that of a link.
+  const Words packed = {"-c", "core.bigFileThreshold=1", "-c", "core.compression=1"};
+  Words words = headCommit(context) ? batched : packed;
   words.insert(words.end(), {"add", "-A", "--", "."});
   const auto added = run(words, longLocal, context);
   if (!added.succeeded()) {
@@ -259,6 +252,19 @@ void GitBackup::stage(const OperationContext& context) const {
     if (!again.succeeded() && !failedAtEmptyOnly(again)) throw GitClient::failure("add", again);
   }
   stageHidden(context);
+}
+
+// What another git put into the index as a mere reference to a repository: to see whether that has changed, git would
+// run the filters that its configuration names.
+void GitBackup::embedReferences(const OperationContext& context) const {
+  const auto listed = listing({"ls-files", "--stage", "-z"}, context);
+  std::vector<std::string> references;
+  for (const auto line : Text::split(listed, '\0')) {
+    const auto tab = line.find('\t');
+    if (line.starts_with(repositoryMode) && tab != std::string_view::npos)
+      references.emplace_back(line.substr(tab + 1));
+  }
+  embed(references, context);
 }
 
 // A skill may carry an ignore file of its own. It is part of the skill, but hides nothing of it from the backup.

@@ -199,6 +199,7 @@ ProcessResult GitClient::run(const std::vector<std::string>& arguments, const Gi
                               .environment = environment.variables(),
                               .withheld = strayVariables,
                               .timeout = options.timeout,
+                              .keepsBytes = options.listsFiles,
                               .stop = context.stop};
   const auto start = std::chrono::steady_clock::now();
   auto result = ProcessRunner::run(settings_.executable, words, process);

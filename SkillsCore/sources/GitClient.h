@@ -52,6 +52,8 @@ struct GitRunOptions {
   std::optional<std::string> remote = std::nullopt;
   std::chrono::milliseconds timeout = std::chrono::seconds(30);
   Repository repository = Repository::ofStrangers;
+  // The output lists file names, which need not be UTF-8.
+  bool listsFiles = false;
 };
 
 class GitClient {

@@ -119,12 +119,15 @@ void GitEnvironment::limitToBackup(const std::filesystem::path& root) {
   configure("core.excludesFile", "/dev/null");
   configure("commit.gpgSign", "false");
   configure("log.showSignature", "false");
+  configure("push.gpgSign", "false");
   configure("merge.verifySignatures", "false");
   configure("merge.ff", "true");
   // Its hints name commands of its own.
   configure("advice.pushUpdateRejected", "false");
   // What was renamed on one side and edited on the other is for its owner to settle.
   configure("merge.renames", "false");
+  configure("rerere.enabled", "false");
+  configure("clone.defaultRemoteName", "origin");
   configure("fetch.recurseSubmodules", "false");
   configure("push.recurseSubmodules", "no");
   configure("submodule.recurse", "false");

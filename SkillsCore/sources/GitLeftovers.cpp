@@ -41,6 +41,7 @@ std::vector<fs::path> locksIn(const fs::path& gitFolder) {
   std::vector<fs::path> locks;
   addLocks(gitFolder, locks);
   addLocksBelow(gitFolder / "refs", locks);
+  addLocksBelow(gitFolder / "logs", locks);
   return locks;
 }
 

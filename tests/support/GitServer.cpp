@@ -145,6 +145,12 @@ std::string GitServer::commit(const std::string& repository, const Files& files,
   return id;
 }
 
+void GitServer::openForPushing(const std::string& repository) {
+  fs::create_directories(folder(repository));
+  git(repository, {"init", "--quiet", "--bare", "--initial-branch=main"});
+  git(repository, {"config", "http.receivepack", "true"});
+}
+
 std::string GitServer::requests() const {
   std::ifstream file(root_ / "requests", std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

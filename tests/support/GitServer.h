@@ -31,6 +31,8 @@ class GitServer {
 
   // Adds a commit with these files to a branch, made from the current one if new, as is the repository. Returns its id.
   std::string commit(const std::string& repository, const Files& files, const std::string& branch = "main");
+  // Makes a repository without files, to which may be pushed.
+  void openForPushing(const std::string& repository);
   // Runs git in the repository's working folder and returns what it says; the test fails when git does.
   std::string git(const std::string& repository, const std::vector<std::string>& arguments);
   // Where the files of a repository lie; what is changed there becomes part of the next commit.
