@@ -26,6 +26,14 @@ bool takesOurPlace(const Item& item) {
   return path == BackupManifest::kFolder || path.starts_with(std::string(BackupManifest::kPath) + "/");
 }
 
+bool isTooLong(const Item& item) {
+  constexpr std::size_t longestName = 255;
+  constexpr std::size_t longestPath = 3000;
+  const auto names = Text::split(item.path, '/');
+  return item.path.size() > longestPath ||
+         std::any_of(names.begin(), names.end(), [](std::string_view name) { return name.size() > longestName; });
+}
+
 bool isSkillFile(const Item& item) {
   const auto slash = item.path.find('/');
   return slash != std::string::npos && Text::lowercase(item.path.substr(slash + 1)) == "skill.md";
@@ -42,6 +50,19 @@ void judgeIncoming(const GitBackup& backup, const std::string& commit, bool must
         fmt::format("The snapshot holds '{}', which is in the way of Orvanta's own files. Nothing was brought into the "
                     "library; remove it from the remote with git.",
                     Text::singleLine(ours->path)));
+  }
+  const auto reference =
+      std::find_if(items.begin(), items.end(), [](const Item& item) { return item.mode == "160000"; });
+  if (reference != items.end()) {
+    throw SkillsError::refused(
+        fmt::format("The snapshot holds no files of '{}', only a reference to another repository. "
+                    "Nothing was brought into the library; put the files there with git.",
+                    Text::singleLine(reference->path)));
+  }
+  if (std::any_of(items.begin(), items.end(), isTooLong)) {
+    throw SkillsError::refused(
+        "The snapshot holds names that are too long for this computer. Nothing was brought into the library; shorten "
+        "them with git.");
   }
   const bool hasManifest =
       std::any_of(items.begin(), items.end(), [](const Item& item) { return item.path == BackupManifest::kPath; });

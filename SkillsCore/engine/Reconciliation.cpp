@@ -34,12 +34,12 @@ std::vector<std::string> plain(std::vector<std::string> tags) {
   return tags;
 }
 
-void refuseOutwardLinks(const fs::path& folder) {
+void refuseOutwardLinks(const fs::path& folder, const char* consequence) {
   const auto links = GitSource::linksLeadingOut(folder);
   if (links.empty()) return;
-  throw SkillsError::refused(fmt::format(
-      "its link '{}' leads out of the skill, so it was left unrecorded. Remove the link in {} and pull again.",
-      Text::singleLine(links.front()), folder.string()));
+  throw SkillsError::refused(
+      fmt::format("its link '{}' leads out of the skill, {}. Remove the link in {} and pull again.",
+                  Text::singleLine(links.front()), consequence, folder.string()));
 }
 
 std::string failureOf(std::string_view name, const SkillsError& error) {
@@ -126,7 +126,7 @@ std::vector<Reconciliation::Candidate> Reconciliation::newFolders(const std::vec
 }
 
 std::string Reconciliation::add(const fs::path& folder, const std::string& hash, const Entries& entries) {
-  refuseOutwardLinks(folder);
+  refuseOutwardLinks(folder, "so the skill was left unrecorded");
   const auto known = entries.find(folder.filename().string());
   const BackupManifest::Entry* const entry = known == entries.end() ? nullptr : known->second;
   const SkillMeta meta = SkillMetadata::parseSkillMd(folder);
@@ -157,13 +157,14 @@ std::string Reconciliation::add(const fs::path& folder, const std::string& hash,
 }
 
 SkillRecord Reconciliation::renew(const SkillRecord& record, const std::string& hash, const Scope& scope) {
-  refuseOutwardLinks(record.centralPath);
-  const auto before = scope.metadataBefore ? scope.metadataBefore(record) : std::nullopt;
+  refuseOutwardLinks(record.centralPath, "so the skill was not read anew");
+  const SkillMeta own{.name = record.name, .description = record.description};
+  const bool mayBeRenamed = SkillMetadata::parseSkillMd(record.centralPath) != own;
+  const auto before = mayBeRenamed && scope.metadataBefore ? scope.metadataBefore(record) : std::nullopt;
   SkillRecord found = record;
   found.status = kSkillOk;
   found.contentHash = hash;
-  return skills_.refreshRecordFromDisk(
-      found, before.value_or(SkillMeta{.name = record.name, .description = record.description}));
+  return skills_.refreshRecordFromDisk(found, before.value_or(own));
 }
 
 }  // namespace orvanta

@@ -95,8 +95,9 @@ std::vector<fs::path> Relinking::projectLinks() {
   for (const auto& record : store_.projects()) {
     if (record.workspaceType != WorkspaceType::project) continue;  // what lies in agents' folders is recorded
     const Workspace workspace(currentRecord(record, adapters, user_), adapters, user_, to_.base());
-    for (const auto& root : workspace.roots()) {
-      for (const auto& link : FS::children(root)) {
+    for (const auto& folder : workspace.folders()) {
+      if (!folder.obstacle.empty() || folder.isRepeated) continue;
+      for (const auto& link : FS::children(folder.path)) {
         const auto destination = FS::linkDestination(link);
         if (destination && destination->parent_path() == from_.skills()) links.push_back(link);
       }

@@ -405,6 +405,7 @@ class SkillsEngine {
   bool recordSettledConflicts(const GitBackup& backup, const OperationContext& context);
   void mergeIncoming(const GitBackup& backup, const std::optional<std::string>& head, const std::string& commit,
                      const OperationContext& context);
+  static void keepUnrecorded(BackupManifest& manifest, const GitBackup& backup);
   std::size_t stageWithManifest(const GitBackup& backup, const OperationContext& context);
   bool snapshot(const GitBackup& backup, const std::optional<std::string>& message, const OperationContext& context);
   void settleBackup(const GitBackup& backup, const OperationContext& context);

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <future>
+#include <iterator>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -26,6 +28,18 @@ constexpr const char* kAutomatic = "backup_auto_commit";
 
 void requireInitialized(const GitBackup& backup) {
   if (!backup.isRepository()) throw SkillsError::invalidInput("Backup is not initialized");
+}
+
+// After a snapshot, what stands there without being in it is ignored here; git would overwrite it without a word.
+void refuseOverwriting(const GitBackup& backup, const std::string& head, const std::string& to,
+                       const OperationContext& context) {
+  for (const auto& path : backup.addedPaths(head, to, context)) {
+    if (!FS::exists(backup.root() / path)) continue;
+    throw SkillsError::refused(
+        fmt::format("{} is ignored by the backup here, and would be overwritten by the other "
+                    "snapshot's. Move it away, then try again; nothing was changed.",
+                    Text::repairUTF8((backup.root() / path).string())));
+  }
 }
 
 }  // namespace
@@ -98,10 +112,26 @@ bool SkillsEngine::backupNow(const std::optional<std::string>& message, const Op
   return snapshot(readyBackup(context), message, context);
 }
 
+// What the present manifest knows of folders that have no record yet, as after a pull by plain git, is not lost.
+void SkillsEngine::keepUnrecorded(BackupManifest& manifest, const GitBackup& backup) {
+  const auto recorded = manifest.byFolder();
+  std::set<std::string> unrecorded;
+  for (auto& name : FS::childNames(backup.root())) {
+    if (!name.starts_with('.') && !recorded.contains(name)) unrecorded.insert(std::move(name));
+  }
+  const auto present = unrecorded.empty() ? std::nullopt : backup.readManifest();
+  if (!present) return;
+  BackupManifest kept;
+  std::copy_if(present->skills.begin(), present->skills.end(), std::back_inserter(kept.skills),
+               [&](const auto& entry) { return unrecorded.contains(entry.dirName); });
+  manifest = manifest.joinedWith(kept);
+}
+
 // Git looks at the files while the manifest is made. Returns how many skills it names.
 std::size_t SkillsEngine::stageWithManifest(const GitBackup& backup, const OperationContext& context) {
   auto staging = std::async(std::launch::async, [&] { backup.stage(context); });
-  const BackupManifest manifest = buildManifest();
+  BackupManifest manifest = buildManifest();
+  keepUnrecorded(manifest, backup);
   const bool isWritten = backup.writeManifest(manifest);
   staging.get();
   if (isWritten) backup.stageManifest(context);
@@ -153,7 +183,6 @@ void SkillsEngine::pushBackup(const OperationContext& context) {
     snapshot(readyBackup(context), std::nullopt, context);
   }
   backup.push(context);
-  const State::ChangeReservation reservation(*state_);
   noteBackup("backup_push", std::nullopt);
 }
 
@@ -169,6 +198,7 @@ ReconcileReport SkillsEngine::pullBackup(const OperationContext& context) {
   snapshot(backup, std::nullopt, context);
   const auto head = backup.headCommit(context);
   if (!head || !backup.isAncestor(commit, *head, context)) mergeIncoming(backup, head, commit, context);
+  backup.followRemote(context);
   ReconcileReport report = reconcile(backup, head, context);
   withBackupRecords([](BackupRecords& records) { records.clearConflicts(); });
   noteBackup("backup_pull", fmt::format("+{} skills, {} missing", report.added.size(), report.missing.size()));
@@ -179,6 +209,7 @@ void SkillsEngine::mergeIncoming(const GitBackup& backup, const std::optional<st
                                  const std::string& commit, const OperationContext& context) {
   const bool isForeign = head && !backup.mergeBase(*head, commit, context);
   judgeIncoming(backup, commit, isForeign, context);
+  if (head) refuseOverwriting(backup, *head, commit, context);
   withBackupRecords([&](BackupRecords& records) { records.begin({.from = head, .to = commit}); });
   try {
     backup.merge(commit, context);
@@ -191,7 +222,7 @@ void SkillsEngine::mergeIncoming(const GitBackup& backup, const std::optional<st
     noteBackup("backup_pull", "Merge conflict: " + list, false);
     throw SkillsError::conflict(fmt::format("{} Both sides changed: {}", conflict.message(), list));
   } catch (const SkillsError&) {
-    settleBackup(backup, context);
+    settleBackup(backup, {});  // also when a stop was requested
     throw;
   }
 }
@@ -215,11 +246,12 @@ ReconcileReport SkillsEngine::restoreBackup(const std::string& id, const Operati
   judgeIncoming(backup, commit, false, context);
   snapshot(backup, std::nullopt, context);
   const auto head = backup.headCommit(context);
+  if (head) refuseOverwriting(backup, *head, commit, context);
   withBackupRecords([&](BackupRecords& records) { records.begin({.from = head, .to = commit}); });
   try {
     backup.restore(commit, context);
   } catch (const SkillsError&) {
-    settleBackup(backup, context);
+    settleBackup(backup, {});  // also when a stop was requested
     throw;
   }
   ReconcileReport report = reconcile(backup, head, context);

@@ -209,12 +209,12 @@ fs::path freeStampedFile(const fs::path& folder, std::string_view prefix, std::s
   return file;
 }
 
-void writeAtomically(const fs::path& file, std::string_view content) {
+void writeAtomically(const fs::path& file, std::string_view content, unsigned permissions) {
   // The backup of the library leaves such names out.
   const std::string name = "." + file.filename().string() + "-" + newUuid().substr(0, 8) + ".tmp";
   const fs::path temporary = file.parent_path() / name;
   try {
-    const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
     if (!fd) throw SkillsError::system("Cannot write " + file.string(), errno);
     if (!writeAll(fd.get(), content) || ::fsync(fd.get()) != 0) {
       throw SkillsError::system("Cannot write " + file.string(), errno);

@@ -69,7 +69,8 @@ std::filesystem::path freeStampedFile(const std::filesystem::path& folder, std::
                                       std::string_view suffix);
 
 // Writes a temporary file beside `file` and renames it into place: readers see the old content or the new.
-void writeAtomically(const std::filesystem::path& file, std::string_view content);
+// `permissions` are those of a new file, within what the user's own mask leaves.
+void writeAtomically(const std::filesystem::path& file, std::string_view content, unsigned permissions = 0666);
 
 // Gives `to` the permission bits of `from`; links are followed.
 void copyPermissions(const std::filesystem::path& from, const std::filesystem::path& to);

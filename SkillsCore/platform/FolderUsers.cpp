@@ -39,29 +39,27 @@ bool hasOpenFileIn(const fs::path& process, const std::string& folder) {
   return false;
 }
 
-bool isAtWork(const fs::path& process, const std::string& folder, std::string_view program) {
-  if (isProgram(process, program)) {
-    std::error_code error;
-    const bool isThere = leadsInto(process / "cwd", folder, error);
-    if (isThere || error == std::errc::permission_denied) return true;
-  }
-  return hasOpenFileIn(process, folder);
-}
-
 }  // namespace
 
-std::optional<bool> isFolderInUse(const fs::path& folder, std::string_view program) {
+std::optional<bool> isFolderInUse(const fs::path& folder, const fs::path& files, std::string_view program) {
   std::error_code error;
-  const std::string real = fs::canonical(folder, error).string();
+  const std::string realFolder = fs::canonical(folder, error).string();
+  const std::string realFiles = error ? "" : fs::canonical(files, error).string();
   if (error) return std::nullopt;
   fs::directory_iterator processes("/proc", error);
   if (error) return std::nullopt;
   const std::string self = std::to_string(::getpid());
+  bool isKnown = true;
   for (const fs::directory_iterator end; !error && processes != end; processes.increment(error)) {
-    const std::string id = processes->path().filename().string();
-    if (isNumber(id) && id != self && isAtWork(processes->path(), real, program)) return true;
+    const fs::path& process = processes->path();
+    if (!isNumber(process.filename().string()) || process.filename() == self) continue;
+    if (hasOpenFileIn(process, realFiles)) return true;
+    if (!isProgram(process, program)) continue;
+    std::error_code unreadable;
+    if (leadsInto(process / "cwd", realFolder, unreadable)) return true;
+    if (unreadable == std::errc::permission_denied) isKnown = false;
   }
-  return false;
+  return isKnown ? std::optional(false) : std::nullopt;
 }
 
 }  // namespace orvanta
@@ -70,7 +68,9 @@ std::optional<bool> isFolderInUse(const fs::path& folder, std::string_view progr
 
 namespace orvanta {
 
-std::optional<bool> isFolderInUse(const std::filesystem::path&, std::string_view) { return std::nullopt; }
+std::optional<bool> isFolderInUse(const std::filesystem::path&, const std::filesystem::path&, std::string_view) {
+  return std::nullopt;
+}
 
 }  // namespace orvanta
 

@@ -8,9 +8,10 @@
 
 namespace orvanta {
 
-// Whether another process has a file at or below the folder open, or is the program `program` (or one of its parts,
-// "PROGRAM-…") with its working folder there. Processes of others that cannot be looked into count when they are that
-// program. None where the system does not tell.
-[[nodiscard]] std::optional<bool> isFolderInUse(const std::filesystem::path& folder, std::string_view program);
+// Whether another process has a file below `files` open, or is the program `program` (or one of its parts, "PROGRAM-…")
+// with its working folder at or below `folder`. None where the system does not tell, as of programs of that name that
+// other users run.
+[[nodiscard]] std::optional<bool> isFolderInUse(const std::filesystem::path& folder, const std::filesystem::path& files,
+                                                std::string_view program);
 
 }  // namespace orvanta

@@ -1,9 +1,9 @@
 #include "sources/GitBackup.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <iterator>
 #include <system_error>
 
 #include <fmt/core.h>
@@ -29,7 +29,14 @@ constexpr auto commitLimit = 120s;
 constexpr auto network = 600s;
 // As much of git's output as is kept: a listing of this size may lack its end.
 constexpr std::size_t largestListing = std::size_t{64} << 20;
+constexpr std::size_t largestConfiguration = std::size_t{1} << 20;
 constexpr std::size_t shownDigits = 8;
+
+// Whether git says yes by its exit status. Throws when it did not come to an answer.
+bool saysYes(const char* command, const ProcessResult& result) {
+  if (result.timedOut || result.stopped) throw GitClient::failure(command, result);
+  return result.succeeded();
+}
 
 std::string trimmed(const ProcessResult& result) { return std::string(Text::trim(result.standardOutput)); }
 
@@ -64,6 +71,16 @@ std::string usableRemote(const std::string& url) {
   GitSource::validate(url);
   const bool isShort = url.find("://") == std::string::npos && !url.starts_with("git@");
   return isShort ? GitSource::parse(url).cloneURL : url;
+}
+
+// As a value in git's configuration.
+std::string quoted(const std::string& value) {
+  std::string text = "\"";
+  for (const char c : value) {
+    if (c == '"' || c == '\\') text += '\\';
+    text += c;
+  }
+  return text + '"';
 }
 
 bool passesThroughLink(const fs::path& root, const fs::path& relative) {
@@ -167,7 +184,7 @@ std::optional<std::string> GitBackup::remoteURL(const OperationContext& context)
   // As it was given: "remote get-url" would tell where the user's rules for addresses lead from there.
   const auto result = run({"config", "--get", "remote.origin.url"}, shortest, context);
   auto url = trimmed(result);
-  return result.succeeded() && !url.empty() ? std::optional(std::move(url)) : std::nullopt;
+  return saysYes("config", result) && !url.empty() ? std::optional(std::move(url)) : std::nullopt;
 }
 
 std::vector<BackupCommit> GitBackup::history(std::size_t limit, const OperationContext& context) const {
@@ -182,7 +199,7 @@ std::vector<BackupCommit> GitBackup::history(std::size_t limit, const OperationC
 
 std::optional<std::string> GitBackup::headCommit(const OperationContext& context) const {
   const auto head = run({"rev-parse", "--verify", "--quiet", "HEAD"}, shortest, context);
-  return head.succeeded() ? std::optional(trimmed(head)) : std::nullopt;
+  return saysYes("rev-parse", head) ? std::optional(trimmed(head)) : std::nullopt;
 }
 
 std::string GitBackup::commitNamed(const std::string& id, const OperationContext& context) const {
@@ -195,7 +212,7 @@ std::string GitBackup::commitNamed(const std::string& id, const OperationContext
 }
 
 bool GitBackup::isAncestor(const std::string& commit, const std::string& of, const OperationContext& context) const {
-  return run({"merge-base", "--is-ancestor", commit, of}, shortest, context).succeeded();
+  return saysYes("merge-base", run({"merge-base", "--is-ancestor", commit, of}, shortest, context));
 }
 
 bool GitBackup::isMerging(const std::string& commit, const OperationContext& context) const {
@@ -206,7 +223,7 @@ bool GitBackup::isMerging(const std::string& commit, const OperationContext& con
 std::optional<std::string> GitBackup::mergeBase(const std::string& a, const std::string& b,
                                                 const OperationContext& context) const {
   const auto base = run({"merge-base", a, b}, shortest, context);
-  return base.succeeded() ? std::optional(trimmed(base)) : std::nullopt;
+  return saysYes("merge-base", base) ? std::optional(trimmed(base)) : std::nullopt;
 }
 
 std::set<std::string> GitBackup::changedFolders(const std::optional<std::string>& from, const std::string& to,
@@ -216,6 +233,11 @@ std::set<std::string> GitBackup::changedFolders(const std::optional<std::string>
   std::set<std::string> folders;
   for (const auto& path : pathsOf(words, context)) folders.insert(path.substr(0, path.find('/')));
   return folders;
+}
+
+std::vector<std::string> GitBackup::addedPaths(const std::string& from, const std::string& to,
+                                               const OperationContext& context) const {
+  return pathsOf({"diff", "--name-only", "--no-renames", "--diff-filter=A", "-z", from, to}, context);
 }
 
 std::vector<GitBackup::Item> GitBackup::tree(const std::string& commit, const OperationContext& context) const {
@@ -246,6 +268,12 @@ std::optional<BackupManifest> GitBackup::manifestIn(const std::string& commit, c
 std::string GitBackup::branch(const OperationContext& context) const {
   const auto result = run({"rev-parse", "--abbrev-ref", "HEAD"}, shortest, context);
   const auto name = trimmed(result);
+  if (name.starts_with('-')) {
+    throw SkillsError::refused(
+        fmt::format("The branch '{}' of the backup begins with '-', which git would take for an "
+                    "option. Go over to another in {} with git.",
+                    Text::singleLine(name), root_.string()));
+  }
   return !result.succeeded() || name.empty() || name == "HEAD" ? "main" : name;
 }
 
@@ -258,14 +286,24 @@ void GitBackup::setRemote(const std::optional<std::string>& url, const Operation
     return;
   }
   const std::string address = usableRemote(wanted);
+  const std::string here = address.starts_with("file://") ? address.substr(7) : address;
+  if (here.starts_with('/') && isInside(FS::resolved(here), FS::resolved(root_))) {
+    throw SkillsError::invalidInput("The remote " + here + " lies in the library itself; choose a place outside of it");
+  }
   setOrigin(remoteURL(context) ? "set-url" : "add", address, context);
 }
 
 void GitBackup::setOrigin(const std::string& verb, const std::string& url, const OperationContext& context) const {
-  check({"remote", verb, "origin", url}, shortest, context);
-  if (GitSource::withoutCredentials(url) == url) return;
-  std::error_code unchangeable;  // as on a file system without permissions
-  fs::permissions(gitFolder(context) / "config", fs::perms::owner_read | fs::perms::owner_write, unchangeable);
+  const std::string shown = GitSource::withoutCredentials(url);
+  check({"remote", verb, "origin", shown}, shortest, context);
+  if (shown == url) return;
+  const fs::path file = gitFolder(context) / "config";
+  const std::string line = "url = " + shown + "\n";
+  auto text = FS::readText(file, largestConfiguration).value_or("");
+  const auto at = text.find(line);
+  if (at == std::string::npos) throw SkillsError::git("The remote could not be written to " + file.string());
+  text.replace(at, line.size(), "url = " + quoted(url) + "\n");
+  FS::writeAtomically(file, text, S_IRUSR | S_IWUSR);
 }
 
 void GitBackup::push(const OperationContext& context) const {
@@ -273,8 +311,12 @@ void GitBackup::push(const OperationContext& context) const {
   if (!remote) throw SkillsError::invalidInput("No backup remote configured");
   auto how = options(network);
   how.remote = *remote;
-  const auto result = git_.run({"push", "--quiet", "-u", "origin", branch(context)}, how, context);
-  if (result.succeeded()) return;
+  const auto result = git_.run({"push", "--quiet", "-u", "origin", "refs/heads/" + branch(context)}, how, context);
+  if (result.succeeded()) {
+    // Here, where people wait for the network anyway, and not in the background, where it would be in everybody's way.
+    run({"-c", "gc.auto=6700", "-c", "gc.autoDetach=false", "gc", "--auto", "--quiet"}, network, context);
+    return;
+  }
   const auto failure = GitClient::failure("push", result);
   const bool isBehind = failure.message().find("[rejected]") != std::string::npos;
   if (!isBehind) throw failure;
@@ -290,7 +332,7 @@ std::string GitBackup::fetch(const OperationContext& context) const {
   const auto name = branch(context);
   auto how = options(network);
   how.remote = *remote;
-  const auto result = git_.run({"fetch", "--quiet", "origin", name}, how, context);
+  const auto result = git_.run({"fetch", "--quiet", "origin", "refs/heads/" + name}, how, context);
   if (!result.succeeded()) {
     const auto failure = GitClient::failure("fetch", result);
     const bool isEmpty = failure.message().find("find remote ref") != std::string::npos;
@@ -321,11 +363,15 @@ void GitBackup::merge(const std::string& commit, const OperationContext& context
   check({"commit", "--quiet", "-m", "Bring the remote's snapshots to " + deviceName()}, commitLimit, context);
 }
 
+void GitBackup::followRemote(const OperationContext& context) const {
+  check({"branch", "--set-upstream-to=origin/" + branch(context)}, shortest, context);
+}
+
 // Of a merge that git could not do: takes it back and throws, unless it is about nothing but the manifest.
 void GitBackup::settleConflicts(const ProcessResult& merged, const OperationContext& context) const {
   const auto conflicts = pathsOf({"diff", "--name-only", "--diff-filter=U", "-z"}, context);
   if (conflicts == std::vector<std::string>{std::string(BackupManifest::kPath)}) return resolveManifest(context);
-  run({"merge", "--abort"}, local, context);
+  run({"merge", "--abort"}, local, {});  // also when a stop was requested
   if (conflicts.empty()) throw GitClient::failure("merge", merged);
   throw BackupConflict(fmt::format("Merge conflict while pulling the backup. Resolve it in {} with git, then retry. "
                                    "Details: {}",
@@ -346,8 +392,24 @@ void GitBackup::clone(const std::string& url, const OperationContext& context) c
   how.cwd = root_.parent_path();
   how.remote = url;
   git_.runChecked({"clone", "--quiet", "--no-checkout", "--", url, root_.string()}, how, context);
-  if (!headCommit(context)) throw SkillsError::git("The remote is empty: it holds no snapshot to restore");
+  if (!headCommit(context)) takeSomeBranch(context);
   setOrigin("set-url", url, context);
+}
+
+// For a remote whose own idea of its main branch names one that nobody pushed, as that of a new bare repository can.
+void GitBackup::takeSomeBranch(const OperationContext& context) const {
+  const std::string prefix = "refs/remotes/origin/";
+  const auto listed = check({"for-each-ref", "--format=%(refname)", prefix}, shortest, context);
+  std::vector<std::string> names;
+  for (const auto line : Text::split(listed.standardOutput, '\n')) {
+    if (line.starts_with(prefix) && line != prefix + "HEAD") names.emplace_back(line.substr(prefix.size()));
+  }
+  if (names.empty()) throw SkillsError::git("The remote is empty: it holds no snapshot to restore");
+  const bool hasMain = std::find(names.begin(), names.end(), "main") != names.end();
+  const std::string name = hasMain ? "main" : names.front();
+  check({"symbolic-ref", "HEAD", "refs/heads/" + name}, shortest, context);
+  check({"update-ref", "HEAD", prefix + name}, shortest, context);
+  followRemote(context);
 }
 
 void GitBackup::checkOut(const OperationContext& context) const {
@@ -362,28 +424,30 @@ void GitBackup::checkOut(const OperationContext& context) const {
 void GitBackup::restore(const std::string& commit, const OperationContext& context) const {
   check({"restore", "--source=" + commit, "--staged", "--worktree", "--", "."}, longLocal, context);
   FS::flushTree(root_);
-  stage(context);
   // Git only warns of files that it could not replace or remove.
-  const auto different = pathsOf({"diff", "--cached", "--name-only", "--no-renames", "-z", commit}, context);
+  const auto different = pathsOf({"diff", "--name-only", "--no-renames", "-z", commit}, context);
   if (!different.empty()) {
     throw SkillsError::git(fmt::format("{} could not be made as it was in the snapshot; nothing was restored",
                                        (root_ / different.front()).string()));
   }
+  stage(context);
   commitStaged("Restore library to " + commit.substr(0, shownDigits), context);
 }
 
 void GitBackup::takeBack(const std::string& from, const std::string& to, const OperationContext& context) const {
+  // What was edited since then stays to be found, under a name of its own.
+  const auto found = run({"stash", "create", "Before an interrupted change was taken back"}, longLocal, context);
+  if (found.succeeded() && !trimmed(found).empty()) {
+    check({"update-ref", "refs/orvanta/before-recovery", trimmed(found)}, local, context);
+  }
   run({"merge", "--quit"}, local, context);
-  const auto differing = [&](const char* which) {
-    return pathsOf({"diff", "--name-only", "--no-renames", which, "-z", from, to}, context);
-  };
-  for (const auto& added : differing("--diff-filter=A")) {
+  for (const auto& added : addedPaths(from, to, context)) {
     const bool isGits = !passesThroughLink(root_, added) &&
                         isBeginningOf(root_ / added, listing({"cat-file", "blob", to + ":" + added}, context));
     if (isGits) removeFile(root_, added);
   }
   check({"reset", "--mixed", "--quiet", from}, longLocal, context);
-  const auto others = differing("--diff-filter=a");
+  const auto others = pathsOf({"diff", "--name-only", "--no-renames", "--diff-filter=a", "-z", from, to}, context);
   if (!others.empty()) withPathFile(others, {"restore", "--worktree"}, context);
   FS::flushTree(root_);
 }

@@ -69,6 +69,10 @@ class GitBackup {
   [[nodiscard]] std::set<std::string> changedFolders(const std::optional<std::string>& from, const std::string& to,
                                                      const OperationContext& context) const;
 
+  // The files that the second snapshot holds and the first does not.
+  [[nodiscard]] std::vector<std::string> addedPaths(const std::string& from, const std::string& to,
+                                                    const OperationContext& context) const;
+
   struct Item {
     std::string mode;  // as git writes it: "120000" is a link, "160000" another repository
     std::string path;
@@ -108,6 +112,8 @@ class GitBackup {
   // Brings a fetched snapshot into the files. Throws `BackupConflict` when both sides changed the same; the files are
   // then as they were. The manifest never conflicts: it is made anew from the records anyway.
   void merge(const std::string& commit, const OperationContext& context) const;
+  // From now on the status compares with the remote's branch.
+  void followRemote(const OperationContext& context) const;
   // A new repository here, which must be no folder yet or an empty one, without files: `checkOut` brings them.
   void clone(const std::string& url, const OperationContext& context) const;
   void checkOut(const OperationContext& context) const;
@@ -136,10 +142,16 @@ class GitBackup {
   void ensureGitignore() const;
   void ensureIdentity(const OperationContext& context) const;
   void ensureAttributes(const std::filesystem::path& gitFolder) const;
-  void embedReferences(const OperationContext& context) const;
-  void stageHidden(const OperationContext& context) const;
+  // What needs more than "git add": entries that are other repositories, and folders with an ignore file of their own.
+  struct Index {
+    Words references;
+    std::set<std::string> ignoring;
+  };
+  [[nodiscard]] Index readIndex(const OperationContext& context) const;
+  void stageHidden(const std::set<std::string>& folders, const OperationContext& context) const;
   void embed(const Words& folders, const OperationContext& context) const;
   void updateIndex(const Words& command, const Words& paths, const OperationContext& context) const;
+  void takeSomeBranch(const OperationContext& context) const;
   void settleConflicts(const ProcessResult& merged, const OperationContext& context) const;
   void resolveManifest(const OperationContext& context) const;
   void withPathFile(const std::vector<std::string>& paths, Words arguments, const OperationContext& context) const;

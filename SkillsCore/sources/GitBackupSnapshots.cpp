@@ -28,6 +28,7 @@ constexpr auto commitLimit = 120s;
 constexpr std::size_t largestConfiguration = std::size_t{1} << 20;
 constexpr std::size_t largestManifest = std::size_t{256} << 20;
 constexpr std::string_view repositoryMode = "160000";
+constexpr std::string_view ignoreFile = "/.gitignore";
 
 // Flushes at once for all objects that a command makes, and not for each.
 const std::vector<std::string> batched = {"-c", "core.fsyncMethod=batch"};
@@ -72,6 +73,15 @@ std::vector<std::string> repositoriesIn(std::string_view rawDiff) {
   return folders;
 }
 
+// The folders below others that got an ignore file, in the same output.
+std::set<std::string> newlyIgnoringIn(std::string_view rawDiff) {
+  std::set<std::string> folders;
+  for (const auto field : Text::split(rawDiff, '\0')) {
+    if (field.ends_with(ignoreFile)) folders.emplace(field.substr(0, field.size() - ignoreFile.size()));
+  }
+  return folders;
+}
+
 // The path of some file or link below a folder that is not of its repository.
 std::optional<std::string> firstFileIn(const fs::path& folder) {
   if (!FS::isDirectory(folder)) return std::nullopt;
@@ -97,6 +107,7 @@ std::vector<std::vector<std::string>> inParts(const std::vector<std::string>& wo
 // Whether git failed at nothing but folders that hold an empty repository and no file that could be saved.
 bool failedAtEmptyOnly(const ProcessResult& result) {
   const auto lines = Text::split(result.standardError, '\n');
+  if (result.timedOut || result.stopped) return false;
   return std::none_of(lines.begin(), lines.end(), [](const auto line) {
     const bool isFailure = line.starts_with("error:") || line.starts_with("fatal:");
     return isFailure && !line.ends_with("does not have a commit checked out") && line != "fatal: adding files failed";
@@ -121,6 +132,7 @@ void GitBackup::initialize(const OperationContext& context) const {
   FS::createDirectories(root_);
   // Where a git was killed while it made the repository, this finishes it.
   const bool isWhole = isRepository() && (!FS::isDirectory(root_ / ".git") || FS::exists(root_ / ".git" / "HEAD"));
+  if (isWhole) clearGitLeftovers(gitFolder(context));
   if (!isWhole) check({"init", "--initial-branch=main", "--quiet"}, local, context);
   ensureGitignore();
   ensureIdentity(context);
@@ -130,6 +142,9 @@ void GitBackup::initialize(const OperationContext& context) const {
 
 void GitBackup::ensureGitignore() const {
   const fs::path file = root_ / ".gitignore";
+  if (FS::exists(file) && !textOf(file, largestConfiguration)) {
+    throw SkillsError::io(file.string() + " cannot be read as a text file of less than 1 MiB; put one in its place");
+  }
   auto lines = linesOf(textOf(file, largestConfiguration).value_or(""));
   const auto before = lines.size();
   for (const auto& pattern : ignoredPatterns()) {
@@ -149,7 +164,9 @@ void GitBackup::ensureIdentity(const OperationContext& context) const {
 }
 
 void GitBackup::ensureAttributes(const fs::path& gitFolder) const {
-  const fs::path file = gitFolder / "info" / "attributes";
+  // That of a linked working folder names the one that git reads.
+  const auto common = textOf(gitFolder / "commondir", largestConfiguration);
+  const fs::path file = (common ? gitFolder / Text::trim(*common) : gitFolder) / "info" / "attributes";
   const auto text = textOf(file, largestConfiguration).value_or("");
   if (text.ends_with(attributes)) return;
   FS::createDirectories(file.parent_path());
@@ -209,17 +226,19 @@ bool GitBackup::writeManifest(const BackupManifest& manifest) const {
 }
 
 void GitBackup::stageManifest(const OperationContext& context) const {
-  check({"add", "--", std::string(BackupManifest::kPath)}, local, context);
+  check({"add", "--force", "--", std::string(BackupManifest::kPath)}, local, context);
 }
 
 bool GitBackup::commitStaged(const std::string& message, const OperationContext& context) const {
   const Words whatIsStaged = {"diff", "--cached", "--raw", "--no-renames", "--no-ext-diff", "-z"};
   auto staged = listing(whatIsStaged, context);
-  if (const auto nested = repositoriesIn(staged); !nested.empty()) {
+  const auto nested = repositoriesIn(staged);
+  if (!nested.empty()) {
     embed(nested, context);
     stage(context);
-    staged = listing(whatIsStaged, context);
   }
+  stageHidden(newlyIgnoringIn(staged), context);
+  if (!nested.empty()) staged = listing(whatIsStaged, context);
   if (staged.empty()) return false;
   const bool isFirst = !headCommit(context);
   Words words = {"commit", "--quiet", "-m", message};
@@ -235,7 +254,9 @@ bool GitBackup::commitStaged(const std::string& message, const OperationContext&
 }
 
 void GitBackup::stage(const OperationContext& context) const {
-  embedReferences(context);
+  const Index index = readIndex(context);
+  // To see whether what they refer to has changed, git would run the filters that the repository there names.
+  embed(index.references, context);
   // A first snapshot goes into one pack: a file for each object would take several times as long. Flushing in batches
   // must then be off, because git would look for the pack where it gathers single objects, such as that of a link.
   const Words packed = {"-c", "core.bigFileThreshold=1", "-c", "core.compression=1"};
@@ -245,35 +266,33 @@ void GitBackup::stage(const OperationContext& context) const {
   if (!added.succeeded()) {
     std::vector<std::string> nested;
     findNested(root_, {}, nested);
-    if (nested.empty()) throw GitClient::failure("add", added);
+    if (nested.empty() || added.timedOut || added.stopped) throw GitClient::failure("add", added);
     embed(nested, context);
     words.insert(std::find(words.begin(), words.end(), "--"), "--ignore-errors");
     const auto again = run(words, longLocal, context);
     if (!again.succeeded() && !failedAtEmptyOnly(again)) throw GitClient::failure("add", again);
   }
-  stageHidden(context);
-}
-
-// What another git put into the index as a mere reference to a repository: to see whether that has changed, git would
-// run the filters that its configuration names.
-void GitBackup::embedReferences(const OperationContext& context) const {
-  const auto listed = listing({"ls-files", "--stage", "-z"}, context);
-  std::vector<std::string> references;
-  for (const auto line : Text::split(listed, '\0')) {
-    const auto tab = line.find('\t');
-    if (line.starts_with(repositoryMode) && tab != std::string_view::npos)
-      references.emplace_back(line.substr(tab + 1));
-  }
-  embed(references, context);
-}
-
-// A skill may carry an ignore file of its own. It is part of the skill, but hides nothing of it from the backup.
-void GitBackup::stageHidden(const OperationContext& context) const {
-  std::vector<std::string> folders;
+  auto ignoring = index.ignoring;
   for (const auto& name : FS::childNames(root_)) {
-    if (FS::exists(root_ / name / ".gitignore") && FS::isDirectory(root_ / name)) folders.push_back(name);
+    if (FS::exists(root_ / name / ".gitignore") && FS::isDirectory(root_ / name)) ignoring.insert(name);
   }
-  for (const auto& some : inParts(folders)) {
+  stageHidden(ignoring, context);
+}
+
+GitBackup::Index GitBackup::readIndex(const OperationContext& context) const {
+  const auto listed = listing({"ls-files", "--stage", "-z"}, context);
+  Index index;
+  for (const auto line : Text::split(listed, '\0')) {  // "MODE ID STAGE<tab>PATH"
+    const auto path = line.substr(std::min(line.find('\t') + 1, line.size()));
+    if (line.starts_with(repositoryMode)) index.references.emplace_back(path);
+    if (path.ends_with(ignoreFile)) index.ignoring.emplace(path.substr(0, path.size() - ignoreFile.size()));
+  }
+  return index;
+}
+
+// A skill may carry ignore files of its own. They are part of the skill, but hide nothing of it from the backup.
+void GitBackup::stageHidden(const std::set<std::string>& folders, const OperationContext& context) const {
+  for (const auto& some : inParts({folders.begin(), folders.end()})) {
     Words words = {"ls-files", "--others", "--exclude-from=.gitignore", "-z", "--"};
     words.insert(words.end(), some.begin(), some.end());
     auto hidden = pathsOf(words, context);

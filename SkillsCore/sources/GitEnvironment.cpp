@@ -127,6 +127,14 @@ void GitEnvironment::limitToBackup(const std::filesystem::path& root) {
   // What was renamed on one side and edited on the other is for its owner to settle.
   configure("merge.renames", "false");
   configure("rerere.enabled", "false");
+  configure("merge.default", "text");
+  // Work in the background would hold locks, and go on after whoever asked for it has ended.
+  configure("gc.auto", "0");
+  configure("maintenance.auto", "false");
+  configure("remote.origin.uploadpack", "git-upload-pack");
+  configure("remote.origin.receivepack", "git-receive-pack");
+  // Names that are dangerous on other systems only are a skill's own business.
+  configure("core.protectNTFS", "false");
   configure("clone.defaultRemoteName", "origin");
   configure("fetch.recurseSubmodules", "false");
   configure("push.recurseSubmodules", "no");

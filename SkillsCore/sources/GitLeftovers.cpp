@@ -25,7 +25,8 @@ constexpr auto patience = 3s;
 
 void addLocks(const fs::path& folder, std::vector<fs::path>& locks) {
   for (const auto& name : FS::childNames(folder)) {
-    if (name.ends_with(".lock")) locks.push_back(folder / name);
+    // Tidying up in the background locks its log, which hinders nobody.
+    if (name.ends_with(".lock") && !name.starts_with("gc.")) locks.push_back(folder / name);
   }
 }
 
@@ -72,7 +73,7 @@ bool isYoung(const fs::path& file) {
 
 bool isGitAtWork(const fs::path& gitFolder, const std::vector<fs::path>& locks) {
   // The working folder of a git is the tree beside its own folder.
-  if (const auto inUse = isFolderInUse(gitFolder.parent_path(), "git")) return *inUse;
+  if (const auto inUse = isFolderInUse(gitFolder.parent_path(), gitFolder, "git")) return *inUse;
   return std::any_of(locks.begin(), locks.end(), isYoung);
 }
 

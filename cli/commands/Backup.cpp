@@ -28,7 +28,7 @@ void showNextStep(const Session& session, const BackupStatus& status) {
     out.line(out.styled(fmt::format("Both sides changed '{}'.", Text::singleLine(name)), Style::warning));
   }
   if (status.pendingConflicts.empty()) return;
-  out.line(fmt::format("Settle it with git in the skills folder: 'git merge FETCH_HEAD', then 'orvanta backup push'."));
+  out.line("Settle it with git in the skills folder: 'git merge FETCH_HEAD', then 'orvanta backup push'.");
 }
 
 ExitStatus runStatus(Session& session) {

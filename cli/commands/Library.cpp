@@ -130,7 +130,7 @@ void setUpLibraryMove(CommandLine& line) {
       "new place; a deployed skill can be read all the time. Whatever interrupts the move, the library is whole at the "
       "old place or at the new one, and the next command finishes it or takes it back.");
   line.explain(
-      "Links inside projects are not known to the library: make them anew with 'orvanta project export'. The folder is "
+      "Links in agents' folders and in registered projects follow. The folder is "
       "remembered, unless --library or ORVANTA_HOME named the old one.");
 }
 
