@@ -312,15 +312,16 @@ ReconcileReport SkillsEngine::reconcileLibraryWithDisk(const OperationContext& c
   return state_->components.reconciliation.run({.manifest = backup.readManifest()}, context);
 }
 
-// After git has changed the files. Hashed are only those folders that differ from the snapshot with which the records
-// were in line the last time: what was changed since then is in the snapshots, and what is recorded else is right.
+// After git has changed the files, which were those of the snapshot `before`. Hashed are only those folders that differ
+// now from then, or then from the snapshot with which the records were in line the last time.
 ReconcileReport SkillsEngine::reconcile(const GitBackup& backup, const std::optional<std::string>& before,
                                         const OperationContext& context) {
   const auto head = backup.headCommit(context);
   const auto known = withBackupRecords([](BackupRecords& records) { return records.reconciledCommit(); });
   Reconciliation::Scope scope{.manifest = backup.readManifest()};
-  if (head && known && backup.isAncestor(*known, *head, context)) {
-    scope.changedFolders = backup.changedFolders(known, *head, context);
+  if (head && before && known && backup.isAncestor(*known, *before, context)) {
+    scope.changedFolders = backup.changedFolders(known, *before, context);
+    scope.changedFolders->merge(backup.changedFolders(before, *head, context));
   }
   scope.metadataBefore = [&](const SkillRecord& record) -> std::optional<SkillMeta> {
     const std::string file = fs::path(record.centralPath).filename().string() + "/SKILL.md";
