@@ -425,7 +425,10 @@ void GitBackup::restore(const std::string& commit, const OperationContext& conte
   check({"restore", "--source=" + commit, "--staged", "--worktree", "--", "."}, longLocal, context);
   FS::flushTree(root_);
   // Git only warns of files that it could not replace or remove.
-  const auto different = pathsOf({"diff", "--name-only", "--no-renames", "-z", commit}, context);
+  auto different = pathsOf({"diff", "--name-only", "--no-renames", "-z", commit}, context);
+  for (auto& gone : addedPaths(commit, "HEAD", context)) {
+    if (FS::exists(root_ / gone)) different.push_back(std::move(gone));
+  }
   if (!different.empty()) {
     throw SkillsError::git(fmt::format("{} could not be made as it was in the snapshot; nothing was restored",
                                        (root_ / different.front()).string()));
