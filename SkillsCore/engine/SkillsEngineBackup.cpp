@@ -34,7 +34,8 @@ void requireInitialized(const GitBackup& backup) {
 void refuseOverwriting(const GitBackup& backup, const std::string& head, const std::string& to,
                        const OperationContext& context) {
   for (const auto& path : backup.addedPaths(head, to, context)) {
-    if (!FS::exists(backup.root() / path)) continue;
+    const auto kind = FS::kind(backup.root() / path);
+    if (kind == FS::Kind::absent || kind == FS::Kind::directory) continue;  // git replaces no folder that holds more
     throw SkillsError::refused(
         fmt::format("{} is ignored by the backup here, and would be overwritten by the other "
                     "snapshot's. Move it away, then try again; nothing was changed.",

@@ -18,18 +18,10 @@ namespace orvanta {
 
 namespace fs = std::filesystem;
 
-using namespace std::chrono_literals;
-
 namespace {
 
-constexpr auto shortest = 30s;
-constexpr auto local = 60s;
-constexpr auto longLocal = 300s;
-constexpr auto commitLimit = 120s;
-constexpr auto network = 600s;
 // As much of git's output as is kept: a listing of this size may lack its end.
 constexpr std::size_t largestListing = std::size_t{64} << 20;
-constexpr std::size_t largestConfiguration = std::size_t{1} << 20;
 constexpr std::size_t shownDigits = 8;
 
 // Whether git says yes by its exit status. Throws when it did not come to an answer.
@@ -364,7 +356,7 @@ void GitBackup::merge(const std::string& commit, const OperationContext& context
 }
 
 void GitBackup::followRemote(const OperationContext& context) const {
-  check({"branch", "--set-upstream-to=origin/" + branch(context)}, shortest, context);
+  run({"branch", "--set-upstream-to=origin/" + branch(context)}, shortest, context);
 }
 
 // Of a merge that git could not do: takes it back and throws, unless it is about nothing but the manifest.

@@ -8,6 +8,7 @@
 // is. Operations that change something are for one caller at a time; whoever calls keeps other processes of ours away.
 // All throw `git` with git's words, credentials hidden, unless they say otherwise.
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <optional>
@@ -112,7 +113,7 @@ class GitBackup {
   // Brings a fetched snapshot into the files. Throws `BackupConflict` when both sides changed the same; the files are
   // then as they were. The manifest never conflicts: it is made anew from the records anyway.
   void merge(const std::string& commit, const OperationContext& context) const;
-  // From now on the status compares with the remote's branch.
+  // From now on the status compares with the remote's branch, where that is known here.
   void followRemote(const OperationContext& context) const;
   // A new repository here, which must be no folder yet or an empty one, without files: `checkOut` brings them.
   void clone(const std::string& url, const OperationContext& context) const;
@@ -127,6 +128,15 @@ class GitBackup {
 
  private:
   using Words = std::vector<std::string>;
+
+  // How long a command may take: one that asks, one that looks at all files, one that writes them, and the like.
+  static constexpr std::chrono::seconds shortest{30};
+  static constexpr std::chrono::seconds local{60};
+  static constexpr std::chrono::seconds commitLimit{120};
+  static constexpr std::chrono::seconds longLocal{300};
+  static constexpr std::chrono::seconds network{600};
+  // Of git's own small files, such as its configuration; in bytes.
+  static constexpr std::size_t largestConfiguration = std::size_t{1} << 20;
 
   [[nodiscard]] GitRunOptions options(std::chrono::seconds timeout) const;
   ProcessResult run(const Words& arguments, std::chrono::seconds timeout, const OperationContext& context) const;

@@ -17,15 +17,8 @@ namespace orvanta {
 
 namespace fs = std::filesystem;
 
-using namespace std::chrono_literals;
-
 namespace {
 
-constexpr auto shortest = 30s;
-constexpr auto local = 60s;
-constexpr auto longLocal = 300s;
-constexpr auto commitLimit = 120s;
-constexpr std::size_t largestConfiguration = std::size_t{1} << 20;
 constexpr std::size_t largestManifest = std::size_t{256} << 20;
 constexpr std::string_view repositoryMode = "160000";
 constexpr std::string_view ignoreFile = "/.gitignore";
