@@ -1,21 +1,6 @@
-// Libraries that share their skills through a remote: what travels, what must not come in, and that no accident leaves
-// half of anything.
+// Libraries that share their skills through a remote: what travels, and what must not come in.
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <thread>
-
-#include <fmt/format.h>
-
-#include "files/FS.h"
-#include "foundations/Text.h"
-#include "platform/ProcessRunner.h"
-#include "tests/support/GitServer.h"
-#include "tests/support/Sandbox.h"
+#include "tests/support/SharedLibraries.h"
 
 namespace orvanta {
 namespace {
@@ -27,102 +12,8 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::UnorderedElementsAre;
 using Kind = SkillsError::Kind;
-using Path = fs::path;
-using Texts = std::vector<std::string>;
 
-// One of several computers with a library of its own.
-class Machine {
- public:
-  explicit Machine(const Path& folder)
-      : user{folder / "home", folder / "home" / ".config", folder / "temp"}, paths(folder / "library") {
-    fs::create_directories(user.home);
-    fs::create_directories(user.temp);
-  }
-  SkillsEngine& engine() {
-    if (!engine_) engine_ = std::make_unique<SkillsEngine>(paths, user);
-    return *engine_;
-  }
-  void close() { engine_.reset(); }
-  SkillRecord skill(const std::string& name) {
-    for (const auto& record : engine().skills()) {
-      if (record.name == name) return record;
-    }
-    ADD_FAILURE() << "no skill " << name;
-    return {};
-  }
-  // What is known of the skills whose folders are there, one a line.
-  std::string facts() {
-    const auto tags = engine().tagsBySkill();
-    Texts lines;
-    for (const auto& record : engine().skills()) {
-      if (record.status != "ok") continue;
-      const auto own = tags.find(record.id);
-      lines.push_back(fmt::format(
-          "{} {} {} {} {} {} {} {} [{}]", record.id, record.name, Path(record.centralPath).filename().string(),
-          rawValue(record.sourceType), record.sourceRef.value_or("-"), record.sourceSubpath.value_or("-"),
-          record.sourceRevision.value_or("-"), record.enabled, own == tags.end() ? "" : Text::join(own->second, ",")));
-    }
-    std::sort(lines.begin(), lines.end());
-    return Text::join(lines, "\n");
-  }
-  [[nodiscard]] std::string conflicts() { return Text::join(engine().backupStatus().pendingConflicts, ","); }
-
-  const UserFolders user;
-  const Paths paths;
-
- private:
-  std::unique_ptr<SkillsEngine> engine_;
-};
-
-class BackupTest : public Sandbox {
- protected:
-  BackupTest() { server.openForPushing("mine"); }
-
-  std::string add(Machine& machine, const std::string& name, const Files& files = {}) {
-    return machine.engine().installLocal(skillFolder(machine.user.home / "new" / name, files), std::nullopt).record.id;
-  }
-  void share(Machine& machine) {
-    machine.engine().initBackup({});
-    machine.engine().setBackupRemote(url, {});
-    machine.engine().pushBackup({});
-  }
-  // The skills' files, without what git and the manifest keep beside them.
-  static std::string files(const Machine& machine) {
-    std::string text;
-    auto names = FS::childNames(machine.paths.skills());
-    std::sort(names.begin(), names.end());
-    for (const auto& name : names) {
-      if (name != ".git" && name != ".orvanta") text += folderAsText(machine.paths.skills() / name);
-    }
-    const auto place = machine.paths.skills().string();
-    for (auto at = text.find(place); at != std::string::npos; at = text.find(place, at)) text.erase(at, place.size());
-    return text;
-  }
-  static std::string git(const Path& folder, const Texts& words, bool mayFail = false) {
-    const auto result = ProcessRunner::run("/usr/bin/git", words, {.cwd = folder});
-    EXPECT_TRUE(mayFail || result.succeeded()) << Text::join(words, " ") << ": " << result.failureText();
-    return std::string(Text::trim(result.standardOutput));
-  }
-  // Somebody who may push changes the remote past Orvanta.
-  void tamper(const std::function<void(const Path&)>& change, const std::string& repository = "mine") {
-    const Path folder = root / "tampered";
-    fs::remove_all(folder);
-    git(root, {"clone", "--quiet", server.folder(repository).string(), folder.string()});
-    change(folder);
-    git(folder, {"add", "--all", "--force"});
-    git(folder, {"commit", "--quiet", "--allow-empty", "-m", "x"});
-    git(folder, {"push", "--quiet", "--force", "origin", "HEAD:main"});
-  }
-  static std::string lastAudit(Machine& machine) {
-    const auto entry = machine.engine().auditEntries(1, 0).front();
-    return entry.action + (entry.success ? " ok " : " failed ") + entry.detail.value_or("");
-  }
-
-  GitServer server{root / "server"};
-  const std::string url = server.url("mine");
-  Machine desk{root / "desk"};
-  Machine lap{root / "lap"};
-};
+class BackupTest : public SharedLibraries {};
 
 TEST_F(BackupTest, TwoLibrariesShareTheirSkillsWithAllThatIsKnownOfThem) {
   server.commit("o/r", {{"skills/git/SKILL.md", "---\nname: git\n---\n"}});
@@ -414,126 +305,33 @@ TEST_F(BackupTest, ProcessesTakeTheirSnapshotsOneAfterTheOther) {
   EXPECT_EQ(git(desk.paths.skills(), {"fsck", "--strict"}), "");
 }
 
-// Operations that end by force once a certain command of git has ended.
-class KilledBackups : public BackupTest {
- protected:
-  using Operation = std::function<void(SkillsEngine&, const OperationContext&)>;
-
-  // How a run of its own process ended: the number of commands it ran, and whether it was killed.
-  struct Run {
-    int commands = 0;
-    bool isKilled = false;
-  };
-  Run run(Machine& machine, const Operation& operation, int killAt, bool halfWay) {
-    machine.close();
-    write(root / "count", "0");
-    std::fflush(nullptr);
-    const pid_t child = ::fork();
-    if (child == 0) {
-      int status = 0;
-      std::thread([&] { status = perform(machine, operation, killAt, halfWay); }).join();
-      ::_exit(status);
-    }
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0) << "it failed";
-    return {std::stoi(read(root / "count")), WIFSIGNALED(status) != 0};
-  }
-  // Kills the operation after each of its commands, always in the same library, and where git was changing the files
-  // also half-way: what the next start finds is the old or the new, and trying again leads to the new.
-  void tryAll(Machine& machine, const Operation& operation) {
-    machine.close();
-    copy(machine.paths.base(), root / "saved");
-    const auto begin = files(machine);
-    const int commands = run(machine, operation, 0, false).commands;
-    const auto end = files(machine);
-    ASSERT_NE(begin, end);
-    int halves = 0;
-    for (int at = 1; at <= commands; ++at) {
-      for (const bool halfWay : {false, true}) {
-        SCOPED_TRACE(fmt::format("command {} of {}{}", at, commands, halfWay ? ", half-way" : ""));
-        copy(root / "saved", machine.paths.base());
-        const bool isKilled = run(machine, operation, at, halfWay).isKilled;
-        EXPECT_TRUE(halfWay || isKilled);
-        if (!isKilled) continue;
-        halves += halfWay ? 1 : 0;
-        machine.engine();
-        const auto found = files(machine);
-        EXPECT_TRUE(found == begin || found == end) << found;
-        EXPECT_EQ(machine.engine().setting("backup_unsettled"), std::nullopt);
-        const auto report = machine.engine().reconcileLibraryWithDisk({});
-        EXPECT_EQ(report.added.size() + report.renewed.size() + report.missing.size() + report.errors.size(), 0U)
-            << "the records were in line";
-        if (found == end || (at % 3 != 0 && !halfWay)) continue;
-        run(machine, operation, 0, false);
-        EXPECT_EQ(files(machine), end);
-      }
-    }
-    RecordProperty("halves", halves);
-  }
-  static void copy(const Path& from, const Path& to) {
-    fs::remove_all(to);
-    const auto copied = ProcessRunner::run("/bin/cp", {"-a", from.string(), to.string()});
-    EXPECT_TRUE(copied.succeeded()) << copied.failureText();
-  }
-
-  std::string target;  // the snapshot that comes into the files
-
- private:
-  int perform(Machine& machine, const Operation& operation, int killAt, bool halfWay) {
-    int count = 0;
-    const OperationContext context{.trace = [&](std::string_view) {
-      write(root / "count", std::to_string(++count));
-      if (count != killAt) return;
-      if (!halfWay || isHalfDone(machine)) ::kill(::getpid(), SIGKILL);
-    }};
-    try {
-      operation(machine.engine(), context);
-      return 0;
-    } catch (const std::exception& error) {
-      std::fprintf(stderr, "%s\n", error.what());
-      return 1;
-    }
-  }
-  // Leaves the files as git does that is killed among them; false when it is not changing them.
-  bool isHalfDone(Machine& machine) {
-    const Path skills = machine.paths.skills();
-    const auto begun = machine.engine().setting("backup_unsettled").value_or("");
-    if (begun.empty() || !FS::exists(skills / ".git")) return false;
-    if (begun.find("\"from\":\"" + git(skills, {"rev-parse", "HEAD"})) == std::string::npos) return false;
-    git(skills, {"read-tree", "HEAD"});
-    git(skills, {"restore", "--source=" + target, "--worktree", "--", "pdf"});
-    for (const auto* gone : {"docx", "new"}) fs::remove_all(skills / gone);
-    write(skills / ".git" / "index.lock", "half");
-    return true;
-  }
-};
-
-TEST_F(KilledBackups, LeaveEverythingWholeAndInLine) {
-  for (const auto* name : {"pdf", "docx", "other"}) add(desk, name, {{"file", "1"}});
+TEST_F(BackupTest, WhatARemoteCallsItsBranchesIsNoOptionAndNoObstacle) {
+  add(desk, "pdf");
   share(desk);
-  const auto first = desk.engine().backupHistory(1).front().sha;
+  const Path remote = server.folder("mine");
+  git(remote, {"symbolic-ref", "HEAD", "refs/heads/nobody-pushed-it"});
+  EXPECT_THAT(lap.engine().restoreLibraryFromRemote(url, {}).added, ElementsAre("pdf"));
+
+  git(remote, {"branch", "keep", "main"});
+  git(remote, {"update-ref", "refs/heads/--mirror", "main"});
+  git(remote, {"symbolic-ref", "HEAD", "refs/heads/--mirror"});
+  Machine third(root / "third");
+  third.engine().restoreLibraryFromRemote(url, {});
+  EXPECT_THAT(errorOf([&] { third.engine().pushBackup({}); }), IsError(Kind::refused, "begins with '-'"));
+  EXPECT_THAT(errorOf([&] { third.engine().pullBackup({}); }), IsError(Kind::refused, "begins with '-'"));
+  EXPECT_EQ(git(remote, {"rev-parse", "keep"}), git(remote, {"rev-parse", "main"}));
+}
+
+TEST_F(BackupTest, WhatIsIgnoredHereIsNotOverwritten) {
+  add(desk, "pdf");
+  share(desk);
   lap.engine().restoreLibraryFromRemote(url, {});
-  write(lap.paths.skills() / "pdf" / "file", "2");
-  lap.engine().removeSkill(lap.skill("docx").id, true);
-  add(lap, "new", {{"file", "2"}});
-  add(desk, "own");
-  lap.engine().reconcileLibraryWithDisk({});
-  lap.engine().pushBackup({});
-  target = lap.engine().backupHistory(1).front().sha;
-  {
-    SCOPED_TRACE("pull");
-    tryAll(desk, [](SkillsEngine& engine, const auto& context) { engine.pullBackup(context); });
-  }
-  {
-    SCOPED_TRACE("restore");
-    target = first;
-    tryAll(lap, [&](SkillsEngine& engine, const auto& context) { engine.restoreBackup(first, context); });
-  }
-  SCOPED_TRACE("clone");
-  Machine fresh(root / "fresh");
-  fresh.engine();
-  tryAll(fresh, [this](SkillsEngine& engine, const auto& context) { engine.restoreLibraryFromRemote(url, context); });
+  const Path key = lap.paths.skills() / "private" / "key";
+  write(lap.paths.skills() / ".gitignore", read(lap.paths.skills() / ".gitignore") + "private/\n");
+  write(key, "mine");
+  tamper([](const Path& folder) { write(folder / "private" / "key", "theirs"); });
+  EXPECT_THAT(errorOf([&] { lap.engine().pullBackup({}); }), IsError(Kind::refused, "private/key is ignored"));
+  EXPECT_EQ(read(key), "mine");
 }
 
 }  // namespace
