@@ -52,6 +52,7 @@ Program::Program() {
                  {"LD_PRELOAD", ORVANTA_NSS_WRAPPER},
                  {"NSS_WRAPPER_PASSWD", (root / "passwd").string()},
                  {"NSS_WRAPPER_GROUP", (root / "group").string()},
+                 {"NSS_WRAPPER_DISABLE_DEEPBIND", "1"},  // which the address sanitizer does not suffer
                  {"ASAN_OPTIONS", "verify_asan_link_order=0"},
                  {"ORVANTA_HOME", paths.base().string()}};
 }
