@@ -108,37 +108,43 @@ TargetState SyncEngine::preflightReplace(const Path& source, const Path& target,
   return state;
 }
 
-TargetChange SyncEngine::place(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
-                               FolderResolver& resolver) {
-  return put(source, target, mode, preflightReplace(source, target, mode, policy, resolver));
+TargetChange SyncEngine::prepare(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
+                                 FolderResolver& resolver) {
+  return prepareAt(source, target, mode, preflightReplace(source, target, mode, policy, resolver));
 }
 
-TargetChange SyncEngine::put(const Path& source, const Path& target, SyncMode mode, TargetState state) {
+TargetChange SyncEngine::prepareAt(const Path& source, const Path& target, SyncMode mode, TargetState state) {
   if (mode == SyncMode::symlink && state == TargetState::linkToSource) return {};
   FS::createDirectories(target.parent_path());
-  return mode == SyncMode::copy ? TargetChange::putCopy(source, target, kindOf(state))
-                                : TargetChange::putLink(source, target, kindOf(state));
+  return mode == SyncMode::copy ? TargetChange::copy(source, target, kindOf(state))
+                                : TargetChange::link(source, target, kindOf(state));
 }
 
 SyncMode SyncEngine::syncSkill(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy) {
   FolderResolver resolver;
-  place(source, target, mode, policy, resolver).keep();
+  TargetChange change = prepare(source, target, mode, policy, resolver);
+  change.make();
+  change.keep();
   return mode;
 }
 
-TargetChange SyncEngine::takeAwayRecorded(const Path& target, SyncMode recordedMode) {
+TargetChange SyncEngine::prepareRemoval(const Path& target, SyncMode recordedMode) {
   if (!matchesRecordedDeployment(target, recordedMode)) return {};
-  return TargetChange::takeAway(target, kindPlacedBy(recordedMode));
+  return TargetChange::removal(target, kindPlacedBy(recordedMode));
 }
 
 bool SyncEngine::removeRecordedTarget(const Path& target, SyncMode recordedMode) {
-  takeAwayRecorded(target, recordedMode).keep();
+  TargetChange change = prepareRemoval(target, recordedMode);
+  change.make();
+  change.keep();
   return !FS::exists(target);
 }
 
 void SyncEngine::removeClassifiedTarget(const Path& target, TargetState state) {
   if (state == TargetState::absent) return;
-  TargetChange::takeAway(target, kindOf(state)).keep();
+  TargetChange change = TargetChange::removal(target, kindOf(state));
+  change.make();
+  change.keep();
 }
 
 std::string SyncEngine::refusalMessage(const Path& target, const std::string& reason) {

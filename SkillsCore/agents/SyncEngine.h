@@ -84,23 +84,25 @@ TargetState authorizeReplacement(const Path& source, const Path& target, const R
 // Throws `invalidInput` when the target's place lies inside the source.
 void ensureDstNotInsideSrc(const Path& source, const Path& target, FolderResolver& resolver);
 
-// All the checks of `place`, changing nothing; what stands at the target. Throws as that does.
+// All the checks of `prepare`, changing nothing; what stands at the target. Throws as that does.
 TargetState preflightReplace(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
                              FolderResolver& resolver);
 
-// Places the skill; the change can be taken back until it is kept. A link that is right already is no change. Throws
-// `refused` or `invalidInput` with nothing changed, `io` with the target as it was.
-TargetChange place(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
-                   FolderResolver& resolver);
+// The change that will place the skill. A link that is right already is no change. Throws `refused` or `invalidInput`,
+// or `io` where what is to be placed cannot be made ready.
+TargetChange prepare(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy,
+                     FolderResolver& resolver);
 
-// The second half of `place`: puts the skill where `preflightReplace` found `state`. What has changed since is refused.
-TargetChange put(const Path& source, const Path& target, SyncMode mode, TargetState state);
+// The second half of `prepare`: for where `preflightReplace` found `state`. What changes until the change is made is
+// refused then.
+TargetChange prepareAt(const Path& source, const Path& target, SyncMode mode, TargetState state);
 
-// `place`, kept at once. Returns the mode used.
+// Prepared, made and kept at once. Returns the mode used.
 SyncMode syncSkill(const Path& source, const Path& target, SyncMode mode, const ReplacePolicy& policy);
 
-// Takes away a recorded deployment; nothing when nothing stands there or what does is to be left alone.
-TargetChange takeAwayRecorded(const Path& target, SyncMode recordedMode);
+// The change that will take away a recorded deployment; none when nothing stands there or what does is to be left
+// alone.
+TargetChange prepareRemoval(const Path& target, SyncMode recordedMode);
 
 // Removes a recorded deployment. True when the path is clear afterwards, false when it was left alone.
 bool removeRecordedTarget(const Path& target, SyncMode recordedMode);

@@ -5,10 +5,12 @@
 
 #include <cerrno>
 #include <charconv>
-#include <string_view>
+#include <functional>
+#include <optional>
 #include <utility>
 
 #include "content/Scanner.h"
+#include "files/Paths.h"
 #include "files/TreeCopy.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Uuid.h"
@@ -24,15 +26,16 @@ fs::path stageBeside(const fs::path& target) {
   return target.parent_path() / (std::string(Scanner::kStagePrefix) + std::to_string(::getpid()) + "-" + newUuid());
 }
 
-bool belongsToEndedProcess(std::string_view stageName) {
-  const std::string_view digits = stageName.substr(Scanner::kStagePrefix.size());
+// The process of a staging name. Somebody else's folder may have a name that only begins like ours.
+std::optional<pid_t> makerOf(std::string_view name) {
+  if (!name.starts_with(Scanner::kStagePrefix)) return std::nullopt;
+  const std::string_view digits = name.substr(Scanner::kStagePrefix.size());
   pid_t process = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), process);
-  if (error != std::errc{} || process <= 0) return false;
+  if (error != std::errc{} || process <= 0) return std::nullopt;
   const std::string_view rest = digits.substr(static_cast<std::size_t>(end - digits.data()));
-  // Somebody else's folder may have a name that only begins like ours.
-  if (rest.empty() || rest.front() != '-' || !isUuid(rest.substr(1))) return false;
-  return ::kill(process, 0) != 0 && errno == ESRCH;
+  if (rest.empty() || rest.front() != '-' || !isUuid(rest.substr(1))) return std::nullopt;
+  return process;
 }
 
 SkillsError notAsExpected(const fs::path& target, FS::Kind expected) {
@@ -46,127 +49,159 @@ SkillsError notAsExpected(const fs::path& target, FS::Kind expected) {
   return SkillsError::refused("Refusing to remove " + target.string() + reason);
 }
 
+// What stood at the target stays for its owner, where it cannot go back. Nothing there is no failure.
+void keepAside(const TargetChange::Note& note) noexcept {
+  try {
+    FS::renameExclusive(note.stage, note.target.string() + "-before-" + newUuid().substr(0, 8));
+  } catch (const std::exception&) {
+    return;
+  }
+}
+
+using IsOurs = std::function<bool(const fs::path&)>;
+
+// Looks once it has been moved away from where others reach it.
+void takeBackPlaced(const fs::path& target, const IsOurs& isOurs) {
+  if (!isOurs(target)) return;
+  const fs::path aside = stageBeside(target);
+  FS::renameExclusive(target, aside);
+  if (isOurs(aside)) return FS::removeAny(aside);
+  FS::renameExclusive(aside, target);
+}
+
+void takeBackExchanged(const TargetChange::Note& note) {
+  if (!FS::exists(note.stage)) return;
+  if (FS::identity(note.stage) == note.content) return FS::removeAny(note.stage);  // it was not made
+  if (FS::identity(note.target) != note.content) return keepAside(note);
+  FS::exchange(note.stage, note.target);
+  if (FS::identity(note.stage) == note.content) return FS::removeAny(note.stage);
+  FS::exchange(note.stage, note.target);
+  keepAside(note);
+}
+
 }  // namespace
 
 TargetChange::TargetChange(TargetChange&& other) noexcept
-    : kind_(std::exchange(other.kind_, Kind::none)),
-      target_(std::move(other.target_)),
-      stage_(std::move(other.stage_)),
-      placed_(other.placed_) {}
+    : note_(std::exchange(other.note_, {})), expected_(other.expected_), isMade_(other.isMade_) {}
 
 TargetChange& TargetChange::operator=(TargetChange&& other) noexcept {
   if (this == &other) return *this;
-  takeBack();
-  kind_ = std::exchange(other.kind_, Kind::none);
-  target_ = std::move(other.target_);
-  stage_ = std::move(other.stage_);
-  placed_ = other.placed_;
+  undo();
+  note_ = std::exchange(other.note_, {});
+  expected_ = other.expected_;
+  isMade_ = other.isMade_;
   return *this;
 }
 
-TargetChange::~TargetChange() { takeBack(); }
+TargetChange::~TargetChange() { undo(); }
 
-TargetChange TargetChange::putLink(const fs::path& source, const fs::path& target, FS::Kind expected) {
-  if (expected != FS::Kind::absent) {
-    return exchangeFor(target, expected, [&](const fs::path& stage) { FS::createSymlink(source, stage); });
-  }
-  try {
-    FS::createSymlink(source, target);  // fails where something stands
-  } catch (const SkillsError&) {
-    if (FS::exists(target)) throw notAsExpected(target, expected);
-    throw;
-  }
-  return {Kind::placed, target, {}, FS::identity(target)};
+TargetChange TargetChange::link(const fs::path& source, const fs::path& target, FS::Kind expected) {
+  Note note{.kind = Kind::placedLink, .target = target, .stage = {}, .linkTo = standardized(source), .content = {}};
+  if (expected == FS::Kind::absent) return {std::move(note), expected};
+  note.kind = Kind::exchanged;
+  note.stage = stageBeside(target);
+  FS::createSymlink(source, note.stage);
+  note.content = FS::identity(note.stage);
+  return {std::move(note), expected};
 }
 
-TargetChange TargetChange::putCopy(const fs::path& source, const fs::path& target, FS::Kind expected) {
-  if (expected != FS::Kind::absent) {
-    return exchangeFor(target, expected, [&](const fs::path& stage) { FS::copyTree(source, stage); });
-  }
-  const fs::path stage = stageBeside(target);
+TargetChange TargetChange::copy(const fs::path& source, const fs::path& target, FS::Kind expected) {
+  const Kind kind = expected == FS::Kind::absent ? Kind::placed : Kind::exchanged;
+  Note note{.kind = kind, .target = target, .stage = stageBeside(target), .linkTo = {}, .content = {}};
   try {
-    FS::copyTree(source, stage);
-    const FS::Identity placed = FS::identity(stage);
-    FS::renameExclusive(stage, target);
-    return {Kind::placed, target, stage, placed};
+    FS::copyTree(source, note.stage);
   } catch (const std::exception&) {
-    FS::removeQuietly(stage);
-    if (FS::exists(target)) throw notAsExpected(target, expected);
+    FS::removeQuietly(note.stage);
     throw;
   }
+  note.content = FS::identity(note.stage);
+  return {std::move(note), expected};
 }
 
-TargetChange TargetChange::takeAway(const fs::path& target, FS::Kind expected) {
-  const fs::path stage = stageBeside(target);
-  FS::renameExclusive(target, stage);
-  TargetChange change(Kind::takenAway, target, stage, {});
-  if (FS::kind(stage) != expected) throw notAsExpected(target, expected);
-  return change;
+TargetChange TargetChange::removal(const fs::path& target, FS::Kind expected) {
+  return {{.kind = Kind::takenAway, .target = target, .stage = stageBeside(target), .linkTo = {}, .content = {}},
+          expected};
 }
 
-TargetChange TargetChange::exchangeFor(const fs::path& target, FS::Kind expected, const Make& make) {
-  const fs::path stage = stageBeside(target);
-  FS::Identity placed;
+void TargetChange::make() {
   try {
-    make(stage);
-    placed = FS::identity(stage);
-    FS::exchange(stage, target);
-  } catch (...) {
-    FS::removeQuietly(stage);
+    switch (note_.kind) {
+      case Kind::none: return;
+      case Kind::placedLink:
+        FS::createSymlink(note_.linkTo, note_.target);  // fails where something stands
+        note_.content = FS::identity(note_.target);
+        break;
+      case Kind::placed: FS::renameExclusive(note_.stage, note_.target); break;
+      case Kind::exchanged:
+      case Kind::takenAway: moveAside(); break;
+    }
+    isMade_ = true;
+  } catch (const SkillsError&) {
+    undo();
+    const bool isPlaced = expected_ == FS::Kind::absent;
+    if (isPlaced && FS::exists(note_.target)) throw notAsExpected(note_.target, expected_);
     throw;
   }
-  TargetChange change(Kind::exchanged, target, stage, placed);
-  if (FS::kind(stage) != expected) throw notAsExpected(target, expected);
-  return change;
 }
 
-void TargetChange::keep() noexcept {
-  const Kind kind = std::exchange(kind_, Kind::none);
-  if (kind == Kind::exchanged || kind == Kind::takenAway) FS::removeQuietly(stage_);
+void TargetChange::moveAside() {
+  if (note_.kind == Kind::exchanged) {
+    FS::exchange(note_.stage, note_.target);
+  } else {
+    FS::renameExclusive(note_.target, note_.stage);
+  }
+  isMade_ = true;
+  if (FS::kind(note_.stage) != expected_) throw notAsExpected(note_.target, expected_);
 }
+
+void TargetChange::keep() noexcept { finish(std::exchange(note_, {})); }
 
 void TargetChange::finish() {
-  const Kind kind = std::exchange(kind_, Kind::none);
-  if (kind == Kind::exchanged || kind == Kind::takenAway) FS::removeAny(stage_);
+  const Note note = std::exchange(note_, {});
+  if (!note.stage.empty()) FS::removeAny(note.stage);
 }
 
-void TargetChange::takeBack() {
-  const Kind kind = std::exchange(kind_, Kind::none);
+void TargetChange::finish(const Note& note) noexcept {
+  if (!note.stage.empty()) FS::removeQuietly(note.stage);
+}
+
+void TargetChange::undo() noexcept {
+  const Kind kind = std::exchange(note_.kind, Kind::none);
+  if (kind == Kind::none || (kind == Kind::placedLink && !isMade_)) return;
+  Note note = note_;
+  note.kind = kind;
   try {
-    if (kind == Kind::placed) takeBackPlaced();
-    if (kind == Kind::exchanged) takeBackExchanged();
-    if (kind == Kind::takenAway) FS::renameExclusive(stage_, target_);
+    takeBack(note);
   } catch (const std::exception&) {
     // Somebody else changed the place meanwhile; what is there is theirs, and what was there before is kept for them.
-    if (kind != Kind::placed) keepAside();
+    if (isMade_ && kind != Kind::placed && kind != Kind::placedLink) keepAside(note);
   }
 }
 
-void TargetChange::keepAside() noexcept {
-  try {
-    FS::renameExclusive(stage_, target_.string() + "-before-" + newUuid().substr(0, 8));
-  } catch (const std::exception&) {
-    return;  // nothing stands under the staging name
+void TargetChange::takeBack(const Note& note) {
+  switch (note.kind) {
+    case Kind::none: return;
+    case Kind::placedLink:
+      return takeBackPlaced(note.target, [&](const fs::path& path) {
+        const bool isKnown = note.content == FS::Identity{} || FS::identity(path) == note.content;
+        return isKnown && FS::linkDestination(path) == note.linkTo;
+      });
+    case Kind::placed:
+      FS::removeAny(note.stage);
+      return takeBackPlaced(note.target, [&](const fs::path& path) { return FS::identity(path) == note.content; });
+    case Kind::exchanged: return takeBackExchanged(note);
+    case Kind::takenAway:
+      if (!FS::exists(note.stage)) return;
+      return FS::exists(note.target) ? keepAside(note) : FS::renameExclusive(note.stage, note.target);
   }
 }
 
-void TargetChange::takeBackPlaced() {
-  const fs::path stage = stageBeside(target_);
-  FS::renameExclusive(target_, stage);
-  if (FS::identity(stage) == placed_) return FS::removeAny(stage);
-  FS::renameExclusive(stage, target_);
-}
-
-void TargetChange::takeBackExchanged() {
-  FS::exchange(stage_, target_);
-  if (FS::identity(stage_) == placed_) return FS::removeAny(stage_);
-  FS::exchange(stage_, target_);
-  keepAside();
-}
+bool isStageName(std::string_view name) { return makerOf(name).has_value(); }
 
 void sweepStages(const fs::path& folder) {
   for (const auto& name : FS::childNames(folder)) {
-    if (name.starts_with(Scanner::kStagePrefix) && belongsToEndedProcess(name)) FS::removeQuietly(folder / name);
+    const auto maker = makerOf(name);
+    if (maker && ::kill(*maker, 0) != 0 && errno == ESRCH) FS::removeQuietly(folder / name);
   }
 }
 

@@ -3,13 +3,14 @@
 // One change of what stands at a path in an agent's folder, that can be taken back until it is kept. So records and
 // files agree: the files are changed, the records are written, and only then is what stood there before given up.
 //
-// New content is made complete under a staging name beside the target and exchanged with what stands there; what stood
-// there waits under the staging name. What a change takes the place of is looked at once more after it was moved aside:
-// if it is not what was expected, it is put back and the change is refused, so that nothing is removed by mistake.
+// A change is prepared first: new content is made complete under a staging name beside the target, and nobody sees it.
+// Making the change is one rename: the new content takes the name, or exchanges it with what stands there, which then
+// waits under the staging name. What a change takes the place of is looked at once more after it was moved aside: if it
+// is not what was expected, it is put back and the change is refused, so that nothing is removed by mistake.
 
 #include <filesystem>
-#include <functional>
 #include <string>
+#include <string_view>
 
 #include "files/FS.h"
 
@@ -17,19 +18,33 @@ namespace orvanta {
 
 class TargetChange {
  public:
+  enum class Kind {
+    none,
+    placedLink,  // where nothing stood; made without a staging name
+    placed,      // a copy, where nothing stood
+    exchanged,   // something new, in the place of what stood there
+    takenAway,
+  };
+
+  // What a change is about to do, for whoever finds it half done after a crash.
+  struct Note {
+    Kind kind = Kind::none;
+    std::filesystem::path target;
+    std::filesystem::path stage;
+    std::filesystem::path linkTo;  // of a placed link
+    FS::Identity content;          // what is put at the target, where it was made under the staging name
+  };
+
   // No change at all.
   TargetChange() = default;
 
-  // Puts a link to `source` at `target`, in place of an object of kind `expected` (`absent`: of nothing).
-  static TargetChange putLink(const std::filesystem::path& source, const std::filesystem::path& target,
-                              FS::Kind expected);
-  // Puts a copy of the tree `source` at `target` in the same way.
-  static TargetChange putCopy(const std::filesystem::path& source, const std::filesystem::path& target,
-                              FS::Kind expected);
-  // Takes away what stands at `target`.
-  static TargetChange takeAway(const std::filesystem::path& target, FS::Kind expected);
-  // All three throw `refused` when something else than expected stands there, `io` otherwise; the target is then as it
-  // was.
+  // Will put a link to `source` at `target`, in place of an object of kind `expected` (`absent`: of nothing).
+  static TargetChange link(const std::filesystem::path& source, const std::filesystem::path& target, FS::Kind expected);
+  // Will put a copy of the tree `source` at `target` in the same way.
+  static TargetChange copy(const std::filesystem::path& source, const std::filesystem::path& target, FS::Kind expected);
+  // Will take away what stands at `target`.
+  static TargetChange removal(const std::filesystem::path& target, FS::Kind expected);
+  // The first two throw `io` with nothing left behind.
 
   TargetChange(TargetChange&& other) noexcept;
   TargetChange& operator=(TargetChange&& other) noexcept;
@@ -39,6 +54,9 @@ class TargetChange {
   // before the change is then left beside it under a name of its own.
   ~TargetChange();
 
+  // Throws `refused` when something else than expected stands there, `io` otherwise; the target is then as it was.
+  void make();
+
   // Makes the change final and removes what stood there before. What cannot be removed stays under its staging name and
   // is swept up by a later change in the same folder.
   void keep() noexcept;
@@ -46,24 +64,28 @@ class TargetChange {
   // The same, but throws `io` when what stood there before cannot be removed.
   void finish();
 
+  [[nodiscard]] bool isNone() const { return note_.kind == Kind::none; }
+  [[nodiscard]] bool isMade() const { return isMade_; }
+  [[nodiscard]] const Note& note() const { return note_; }
+
+  // Of a process that has ended: what was noted is taken back, however far it came.
+  static void takeBack(const Note& note);
+  // The same, where the records say that it is final.
+  static void finish(const Note& note) noexcept;
+
  private:
-  enum class Kind { none, placed, exchanged, takenAway };
-  using Make = std::function<void(const std::filesystem::path&)>;
+  TargetChange(Note note, FS::Kind expected) : note_(std::move(note)), expected_(expected) {}
 
-  TargetChange(Kind kind, std::filesystem::path target, std::filesystem::path stage, const FS::Identity& placed)
-      : kind_(kind), target_(std::move(target)), stage_(std::move(stage)), placed_(placed) {}
+  void moveAside();
+  void undo() noexcept;
 
-  static TargetChange exchangeFor(const std::filesystem::path& target, FS::Kind expected, const Make& make);
-  void takeBack();
-  void takeBackPlaced();
-  void takeBackExchanged();
-  void keepAside() noexcept;
-
-  Kind kind_ = Kind::none;
-  std::filesystem::path target_;
-  std::filesystem::path stage_;
-  FS::Identity placed_;  // what was put at the target
+  Note note_;
+  FS::Kind expected_ = FS::Kind::absent;
+  bool isMade_ = false;
 };
+
+// Whether a name is one under which a change lets things wait.
+bool isStageName(std::string_view name);
 
 // Removes what changes of processes that have ended left in a folder under staging names.
 void sweepStages(const std::filesystem::path& folder);

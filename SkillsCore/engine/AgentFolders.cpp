@@ -9,6 +9,7 @@
 #include "content/Scanner.h"
 #include "content/SkillMetadata.h"
 #include "engine/DeploymentIndex.h"
+#include "engine/FolderChanges.h"
 #include "files/FS.h"
 #include "foundations/Clock.h"
 #include "foundations/SkillsError.h"
@@ -164,8 +165,15 @@ std::vector<DiscoveredGroup> AgentFolders::discover(const OperationContext& cont
 
 void AgentFolders::deleteUnmanaged(const fs::path& path, const std::string& tool) {
   const fs::path target = requireDeletable(path, agents_.adapter(tool));
-  FS::removeAny(target);
-  library_.store.logAudit({.action = "delete_unmanaged", .tool = tool, .detail = target.string()});
+  sweepStages(target.parent_path());
+  FolderChanges changes(library_);
+  TargetChange change = TargetChange::removal(target, FS::kind(target));
+  changes.make(change);
+  library_.transaction([&] {
+    changes.recorded();
+    library_.store.logAudit({.action = "delete_unmanaged", .tool = tool, .detail = target.string()});
+  });
+  change.finish();
 }
 
 Plan AgentFolders::planDelete(const fs::path& path, const std::string& tool) {

@@ -32,21 +32,30 @@ CentralSwap::CentralSwap(const fs::path& staged, const fs::path& central)
   FS::createDirectories(central.parent_path());
   try {
     bring(staged, aside_);
+    FS::flushTree(aside_);
     replaced_ = FS::exists(central_);
     replaced_ ? FS::exchange(aside_, central_) : FS::renameExclusive(aside_, central_);
   } catch (...) {
     FS::removeQuietly(aside_);
     throw;
   }
+  try {
+    FS::flushFolder(central_.parent_path());
+  } catch (...) {
+    takeBack();
+    throw;
+  }
 }
 
-CentralSwap::~CentralSwap() {
+CentralSwap::~CentralSwap() { kept_ ? FS::removeQuietly(aside_) : takeBack(); }
+
+void CentralSwap::takeBack() noexcept {
   try {
-    if (!kept_ && replaced_) FS::exchange(aside_, central_);
+    if (replaced_) FS::exchange(aside_, central_);
   } catch (const SkillsError&) {
     return;  // both stand: the next opening of the library reads the new content into the record
   }
-  FS::removeQuietly(kept_ || replaced_ ? aside_ : central_);
+  FS::removeQuietly(replaced_ ? aside_ : central_);
 }
 
 }  // namespace orvanta

@@ -25,6 +25,8 @@ class CentralSwap {
   void keep() noexcept { kept_ = true; }
 
  private:
+  void takeBack() noexcept;
+
   const std::filesystem::path central_;
   const std::filesystem::path aside_;
   bool replaced_ = false;  // the old content waits at `aside_`

@@ -43,6 +43,10 @@ PlannedStep stepFor(const DeployBatch::Pair& pair) {
           .reason = {}};
 }
 
+SkillsError takenByOther(const fs::path& target) {
+  return SkillsError::refused(SyncEngine::refusalMessage(target, "is where another skill of the library is deployed"));
+}
+
 template <typename Value>
 const Value* lookUp(const std::map<std::string, Value>& map, const std::string& key) {
   const auto found = map.find(key);
@@ -64,7 +68,8 @@ DeployBatch::DeployBatch(Library& library, DeployRequest request)
       force_(request.force),
       keepsIntact_(request.keepsIntact),
       mode_(request.mode.value_or(library.store.syncMode())),
-      index_(library.store.allTargets(), resolver_) {
+      index_(library.store.allTargets(), resolver_),
+      changes_(library) {
   std::set<std::string> skillIds;
   std::set<std::string> tools;
   for (const auto& pair : request.pairs) {
@@ -182,6 +187,17 @@ Plan DeployBatch::plan(const Plan& removals) {
 
 void DeployBatch::place(const OperationContext& context) {
   for (const auto& [tool, folder] : folders_) sweepStages(folder.path);
+  prepareAll(context);
+  std::vector<Pair*> prepared;
+  for (auto& pair : pairs_) {
+    if (pair.isPrepared) prepared.push_back(&pair);
+  }
+  const auto leaving = leavingOldFolders(prepared);
+  makeAll();
+  takeAwayOldPlacements(leaving);
+}
+
+void DeployBatch::prepareAll(const OperationContext& context) {
   const auto groups = groupsByPlace();
   std::mutex progress;
   std::size_t finished = 0;
@@ -189,18 +205,23 @@ void DeployBatch::place(const OperationContext& context) {
     const Pair* sharing = nullptr;
     for (const std::size_t i : groups[g]) {
       if (context.stop.stop_requested()) return;
-      placePair(pairs_[i], sharing);
-      if (pairs_[i].done) sharing = &pairs_[i];
+      preparePair(pairs_[i], sharing);
+      if (pairs_[i].isPrepared) sharing = &pairs_[i];
     }
     const std::lock_guard lock(progress);
     finished += groups[g].size();
     context.report("Deploying", finished, pairs_.size());
   });
-  std::vector<Pair*> placed;
+}
+
+void DeployBatch::makeAll() {
+  std::vector<TargetChange*> changes;
+  for (auto& pair : pairs_) changes.push_back(&pair.change);
+  changes_.make(changes, [&](std::size_t i, const SkillsError& error) { pairs_[i].failure = error; });
   for (auto& pair : pairs_) {
-    if (pair.done) placed.push_back(&pair);
+    if (pair.sharing != nullptr && pair.sharing->failure) pair.failure = pair.sharing->failure;
+    pair.done = pair.isPrepared && !pair.failure;
   }
-  for (Pair* pair : leavingOldFolders(placed)) takeAwayOldPlacement(*pair);
 }
 
 void DeployBatch::keep() {
@@ -247,8 +268,7 @@ DeployBatch::Need DeployBatch::examine(const Pair& pair) {
 // where it is missing, and never replaced.
 DeployBatch::Need DeployBatch::needBesideOther(const Pair& pair, const SkillTarget& other) {
   if (other.skillId != pair.skillId) {
-    throw SkillsError::refused(
-        SyncEngine::refusalMessage(pair.target, "is where another skill of the library is deployed"));
+    throw takenByOther(pair.target);
   }
   const bool standsThere = other.mode == SyncMode::symlink
                                ? SyncEngine::symlinkPointsTo(pair.target, pair.skill->centralPath)
@@ -296,13 +316,22 @@ std::vector<DeployBatch::Pair*> DeployBatch::leavingOldFolders(const std::vector
   return leaving;
 }
 
-// The skill stands in the new folder by then; an old placement that cannot be removed is no reason to undo that.
-void DeployBatch::takeAwayOldPlacement(Pair& pair) {
-  try {
-    pair.oldPlacement = SyncEngine::takeAwayRecorded(pair.record->targetPath, pair.record->mode);
-  } catch (const SkillsError&) {
-    return;
+// The skills stand in the new folders by then; an old placement that cannot be removed is no reason to undo that. What
+// failed to move, or has just been placed, keeps its place.
+void DeployBatch::takeAwayOldPlacements(const std::vector<Pair*>& leaving) {
+  if (leaving.empty()) return;
+  std::set<std::string> held;
+  for (const auto& pair : pairs_) {
+    if (pair.done) held.insert(pair.place);
+    if (pair.failure && pair.record != nullptr) held.insert(index_.place(pair.record->targetPath));
   }
+  std::vector<TargetChange*> changes;
+  for (Pair* pair : leaving) {
+    if (!pair->done || held.contains(index_.place(pair->record->targetPath))) continue;
+    pair->oldPlacement = SyncEngine::prepareRemoval(pair->record->targetPath, pair->record->mode);
+    changes.push_back(&pair->oldPlacement);
+  }
+  changes_.make(changes, [](std::size_t, const SkillsError&) {});
 }
 
 std::optional<std::string> DeployBatch::hashOf(const Pair& pair) const {
@@ -310,25 +339,27 @@ std::optional<std::string> DeployBatch::hashOf(const Pair& pair) const {
   return pair.skill->contentHash;
 }
 
-// `sharing` is the pair before this one that was given the same place.
-void DeployBatch::placePair(Pair& pair, const Pair* sharing) {
+// `sharing` is the pair before this one that is given the same place.
+void DeployBatch::preparePair(Pair& pair, const Pair* sharing) {
   try {
     Need need;
-    if (sharing != nullptr && sharing->skillId == pair.skillId) {
+    if (sharing == nullptr) {
+      need = examine(pair);
+    } else if (sharing->skillId == pair.skillId) {
+      pair.sharing = sharing;
       need.mode = sharing->mode;
       need.sourceHash = sharing->sourceHash;
     } else {
-      need = examine(pair);
+      throw takenByOther(pair.target);
     }
     if (need.action != Action::keep) {
-      pair.change = SyncEngine::put(pair.skill->centralPath, pair.target, need.mode, need.found);
+      pair.change = SyncEngine::prepareAt(pair.skill->centralPath, pair.target, need.mode, need.found);
     }
     pair.mode = need.mode;
     pair.action = need.action;
     pair.sourceHash = need.sourceHash;
-    pair.done = true;
+    pair.isPrepared = true;
   } catch (const SkillsError& error) {
-    pair.change = TargetChange();
     pair.failure = error;
   }
 }

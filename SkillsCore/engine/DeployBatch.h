@@ -13,6 +13,7 @@
 #include "agents/SyncEngine.h"
 #include "agents/ToolAdapters.h"
 #include "engine/DeploymentIndex.h"
+#include "engine/FolderChanges.h"
 #include "engine/Library.h"
 #include "engine/Reports.h"
 #include "foundations/Operation.h"
@@ -47,7 +48,9 @@ class DeployBatch {
     PlannedStep::Action action = PlannedStep::Action::keep;
     std::optional<std::string> sourceHash;
     TargetChange change;
-    TargetChange oldPlacement;  // the removal of the skill from a folder that the agent no longer uses
+    TargetChange oldPlacement;      // the removal of the skill from a folder that the agent no longer uses
+    const Pair* sharing = nullptr;  // the pair of this batch that fills the place for this one, too
+    bool isPrepared = false;
     bool done = false;
 
     [[nodiscard]] std::string name() const { return skill != nullptr ? skill->name : skillId; }
@@ -61,6 +64,8 @@ class DeployBatch {
   // Changes the agents' folders; every pair that was reached ends with `done` or a `failure`. The changes are taken
   // back when the batch goes, unless `keep` was called.
   void place(const OperationContext& context);
+  // Belongs into the transaction that writes the records.
+  void recorded() { changes_.recorded(); }
   void keep();
 
   [[nodiscard]] const std::vector<Pair>& pairs() const { return pairs_; }
@@ -87,13 +92,15 @@ class DeployBatch {
   Need needBesideOther(const Pair& pair, const SkillTarget& other);
   [[nodiscard]] bool isInPlace(const Pair& pair) const;
   [[nodiscard]] bool isIntact(const Pair& pair) const;
+  void prepareAll(const OperationContext& context);
+  void makeAll();
   // Of pairs that are done, or could be, those whose agent's folder has moved since, and whose old placement is
   // nobody's.
   std::vector<Pair*> leavingOldFolders(const std::vector<Pair*>& placed);
+  void takeAwayOldPlacements(const std::vector<Pair*>& leaving);
   [[nodiscard]] bool isRecordedAtTarget(const Pair& pair) const;
   [[nodiscard]] std::optional<std::string> hashOf(const Pair& pair) const;
-  void placePair(Pair& pair, const Pair* sharing);
-  static void takeAwayOldPlacement(Pair& pair);
+  void preparePair(Pair& pair, const Pair* sharing);
 
   Library& library_;
   const bool force_;
@@ -113,6 +120,7 @@ class DeployBatch {
   std::map<std::string, std::string> dirNames_;  // the folder name of each skill
   std::map<std::string, SkillsError> agentFailures_;
   std::map<std::string, std::optional<std::string>> currentHashes_;  // by skill, for copies
+  FolderChanges changes_;
   std::vector<Pair> pairs_;
 };
 

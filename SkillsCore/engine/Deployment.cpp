@@ -35,6 +35,7 @@ Placement Deployment::deploy(const std::string& skillId, const std::string& tool
   }
   library_.transaction([&] {
     record(pair);
+    batch.recorded();
     ActivePreset(library_).setActivePresetToggle(skillId, tool, true);
   });
   batch.keep();
@@ -64,6 +65,7 @@ PlacementReport Deployment::deploy(DeployRequest request, Asker asker, const Ope
   if (news.empty() && asker != Asker::hand) return report;
   library_.transaction([&] {
     for (const auto* pair : news) record(*pair);
+    batch.recorded();
     auto active = presetFollowing(asker);
     if (!active) return;
     for (const auto& pair : batch.pairs()) {

@@ -3,7 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <memory>
+#include <optional>
 
 #include "agents/SyncEngine.h"
 #include "content/ContentHash.h"
@@ -52,14 +52,14 @@ void refuseLoss(const fs::path& original, const fs::path& kept) {
 
 }  // namespace
 
-// The originals of one skill replaced, until the deployments are recorded.
+// The originals of one skill that are replaced, until the deployments are recorded.
 class Import::Adoption {
  public:
-  Adoption(SkillRecord skill, std::string contentHash)
-      : skill_(std::move(skill)), contentHash_(std::move(contentHash)) {}
+  Adoption(const Job& job, SkillRecord skill, std::string contentHash)
+      : job_(&job), skill_(std::move(skill)), contentHash_(std::move(contentHash)) {}
 
-  // Throws with the original as it was.
-  void replace(const Original& original, const std::optional<SkillTarget>& deployed, SyncMode mode) {
+  // Throws what forbids it; nothing has changed yet.
+  void prepare(const Original& original, const std::optional<SkillTarget>& deployed, SyncMode mode) {
     // Two paths can lead to one place, which is then done already.
     if (SyncEngine::symlinkPointsTo(original.path, skill_.centralPath)) return;
     if (ContentHash::hashDirectory(original.path) != contentHash_) {
@@ -70,39 +70,43 @@ class Import::Adoption {
     // An agent that holds the skill elsewhere already needs no second one: the original only goes.
     const bool isDeployed = deployed && deployed->status == kTargetOk && FS::resolvesToDirectory(deployed->targetPath);
     if (isDeployed || isPlacedFor(original.tool)) {
-      changes_.push_back(TargetChange::takeAway(original.path, FS::kind(original.path)));
+      steps_.push_back({TargetChange::removal(original.path, FS::kind(original.path)), {}});
       return;
     }
     SyncEngine::FolderResolver resolver;
-    changes_.push_back(
-        SyncEngine::place(skill_.centralPath, original.path, mode, ReplacePolicy::userConfirmed(), resolver));
-    targets_.push_back({.id = newUuid(),
-                        .skillId = skill_.id,
-                        .tool = original.tool,
-                        .targetPath = original.path.string(),
-                        .mode = mode,
-                        .status = std::string(kTargetOk),
-                        .syncedAt = nowMillis(),
-                        .lastError = {},
-                        .sourceHash = contentHash_});
+    steps_.push_back(
+        {SyncEngine::prepare(skill_.centralPath, original.path, mode, ReplacePolicy::userConfirmed(), resolver),
+         SkillTarget{.id = newUuid(),
+                     .skillId = skill_.id,
+                     .tool = original.tool,
+                     .targetPath = original.path.string(),
+                     .mode = mode,
+                     .status = std::string(kTargetOk),
+                     .syncedAt = nowMillis(),
+                     .lastError = {},
+                     .sourceHash = contentHash_}});
   }
 
-  void keep() {
-    for (auto& change : changes_) change.keep();
-  }
+  // One original's: the change, and the deployment that it is.
+  struct Step {
+    TargetChange change;
+    std::optional<SkillTarget> target;
+    bool isMade = true;
+  };
 
-  [[nodiscard]] const std::vector<SkillTarget>& targets() const { return targets_; }
+  [[nodiscard]] const Job& job() const { return *job_; }
+  [[nodiscard]] std::vector<Step>& steps() { return steps_; }
 
  private:
   [[nodiscard]] bool isPlacedFor(const std::string& tool) const {
-    return std::any_of(targets_.begin(), targets_.end(),
-                       [&](const SkillTarget& target) { return target.tool == tool; });
+    return std::any_of(steps_.begin(), steps_.end(),
+                       [&](const Step& step) { return step.target && step.target->tool == tool; });
   }
 
-  const SkillRecord skill_;
-  const std::string contentHash_;
-  std::vector<TargetChange> changes_;
-  std::vector<SkillTarget> targets_;
+  const Job* job_;
+  SkillRecord skill_;
+  std::string contentHash_;
+  std::vector<Step> steps_;
 };
 
 SkillSummary Import::importUnmanaged(const fs::path& path, const std::string& tool, bool adopt) {
@@ -200,6 +204,7 @@ Import::Outcome Import::run(const std::vector<Job>& jobs, const std::string& act
 std::vector<SkillRecord> Import::record(std::vector<Arrived>& arrived, const std::string& action) {
   std::vector<SkillRecord> records;
   try {
+    FS::flushFolder(library_.paths.skills());
     library_.transaction([&] {
       for (auto& skill : arrived) {
         skill.isNew = !library_.store.skillAtPath(comparablePath(skill.installed.destination)).has_value();
@@ -218,44 +223,74 @@ std::vector<SkillRecord> Import::record(std::vector<Arrived>& arrived, const std
 // A skill whose originals cannot be replaced stays imported when it is one of many; alone it goes again, if it is new,
 // so that what throws has changed nothing.
 void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
-  std::vector<std::unique_ptr<Adoption>> adoptions;
+  FolderChanges changes(library_);
+  std::vector<Adoption> adoptions = preparedAdoptions(arrived, outcome);
+  try {
+    if (arrived.size() != 1 || !outcome.failure) makeAll(changes, adoptions, outcome);
+    if (arrived.size() != 1 || !outcome.failure) recordAdoptions(changes, adoptions);
+  } catch (const SkillsError&) {
+    adoptions.clear();  // the originals come back before what holds their content goes
+    if (arrived.size() == 1) forget(arrived.front(), outcome.records.front());
+    throw;
+  }
+  if (arrived.size() == 1 && outcome.failure) {
+    adoptions.clear();
+    forget(arrived.front(), outcome.records.front());
+    outcome.records.clear();
+  }
+  for (auto& adoption : adoptions) {
+    for (auto& step : adoption.steps()) step.change.keep();
+  }
+}
+
+std::vector<Import::Adoption> Import::preparedAdoptions(const std::vector<Arrived>& arrived, Outcome& outcome) {
+  std::vector<Adoption> adoptions;
   for (std::size_t i = 0; i < arrived.size(); ++i) {
+    const Job& job = *arrived[i].job;
     const SkillRecord& skill = outcome.records[i];
-    adoptions.push_back(std::make_unique<Adoption>(skill, arrived[i].installed.contentHash));
-    for (const auto& original : arrived[i].job->originals) {
+    adoptions.emplace_back(job, skill, arrived[i].installed.contentHash);
+    for (const auto& original : job.originals) {
       try {
         if (!skill.enabled) {
           throw SkillsError::refused("'" + skill.name + "' is in the library but disabled; enable it first");
         }
-        adoptions.back()->replace(original, library_.store.target(skill.id, original.tool), library_.store.syncMode());
+        adoptions.back().prepare(original, library_.store.target(skill.id, original.tool), library_.store.syncMode());
       } catch (const SkillsError& error) {
-        outcome.fail(arrived[i].job->name, error);
+        outcome.fail(job.name, error);
       }
     }
   }
-  if (arrived.size() == 1 && outcome.failure) {
-    adoptions.clear();  // the originals come back before what holds their content goes
-    forget(arrived.front(), outcome.records.front());
-    outcome.records.clear();
-    return;
-  }
-  try {
-    recordAdoptions(adoptions);
-  } catch (const SkillsError&) {
-    adoptions.clear();
-    if (arrived.size() == 1) forget(arrived.front(), outcome.records.front());
-    throw;
-  }
-  for (const auto& adoption : adoptions) adoption->keep();
+  return adoptions;
 }
 
-void Import::recordAdoptions(const std::vector<std::unique_ptr<Adoption>>& adoptions) {
+void Import::makeAll(FolderChanges& changes, std::vector<Adoption>& adoptions, Outcome& outcome) {
+  std::vector<Adoption::Step*> steps;
+  std::vector<const Adoption*> owners;
+  std::vector<TargetChange*> prepared;
+  for (auto& adoption : adoptions) {
+    for (auto& step : adoption.steps()) {
+      steps.push_back(&step);
+      owners.push_back(&adoption);
+      prepared.push_back(&step.change);
+    }
+  }
+  std::vector<std::optional<SkillsError>> failures(prepared.size());
+  changes.make(prepared, [&](std::size_t i, const SkillsError& error) { failures[i] = error; });
+  for (std::size_t i = 0; i < failures.size(); ++i) {
+    steps[i]->isMade = !failures[i];
+    if (failures[i]) outcome.fail(owners[i]->job().name, *failures[i]);
+  }
+}
+
+void Import::recordAdoptions(FolderChanges& changes, std::vector<Adoption>& adoptions) {
   library_.transaction([&] {
+    changes.recorded();
     ActivePreset active(library_);
-    for (const auto& adoption : adoptions) {
-      for (const auto& target : adoption->targets()) {
-        library_.store.upsertTarget(target);
-        active.setActivePresetToggle(target.skillId, target.tool, true);
+    for (auto& adoption : adoptions) {
+      for (const auto& step : adoption.steps()) {
+        if (!step.isMade || !step.target) continue;
+        library_.store.upsertTarget(*step.target);
+        active.setActivePresetToggle(step.target->skillId, step.target->tool, true);
       }
     }
   });

@@ -5,13 +5,13 @@
 
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/AgentFolders.h"
 #include "engine/AgentSettings.h"
+#include "engine/FolderChanges.h"
 #include "engine/Installation.h"
 #include "engine/Library.h"
 #include "engine/Reports.h"
@@ -67,7 +67,9 @@ class Import {
   Outcome run(const std::vector<Job>& jobs, const std::string& action, const OperationContext& context);
   std::vector<SkillRecord> record(std::vector<Arrived>& arrived, const std::string& action);
   void adopt(const std::vector<Arrived>& arrived, Outcome& outcome);
-  void recordAdoptions(const std::vector<std::unique_ptr<Adoption>>& adoptions);
+  std::vector<Adoption> preparedAdoptions(const std::vector<Arrived>& arrived, Outcome& outcome);
+  static void makeAll(FolderChanges& changes, std::vector<Adoption>& adoptions, Outcome& outcome);
+  void recordAdoptions(FolderChanges& changes, std::vector<Adoption>& adoptions);
   void forget(const Arrived& arrived, const SkillRecord& skill);
 
   Library& library_;

@@ -90,7 +90,10 @@ std::vector<Installer::Destination> Installation::assignPlaces(const Paths& path
     if (destinations[i].reuse || !skill->staged) continue;
     arriving.push_back({destinations[i].path.filename().string(), FS::identity(*skill->staged)});
   }
-  if (!arriving.empty()) prepared.staging->announce(arriving);
+  if (!arriving.empty()) {
+    prepared.staging->announce(arriving);
+    FS::flushTree(paths.skills());
+  }
   return destinations;
 }
 
@@ -111,6 +114,7 @@ InstallReport Installation::settle(const PreparedInstall& prepared) {
   }
   std::vector<SkillRecord> records;
   try {
+    FS::flushFolder(library_.paths.skills());
     library_.transaction([&] {
       for (const auto& [directory, request] : installed) {
         records.push_back(skills_.storeInstalled(

@@ -5,12 +5,13 @@
 #include <string>
 
 #include "content/ContentHash.h"
+#include "engine/FolderChanges.h"
 #include "engine/Repair.h"
 #include "engine/Skills.h"
 #include "files/FS.h"
 #include "files/LibraryLock.h"
+#include "files/LockedFolder.h"
 #include "files/TemporaryFolder.h"
-#include "foundations/Clock.h"
 #include "foundations/SkillsError.h"
 #include "sources/StagingFolder.h"
 
@@ -67,7 +68,7 @@ void healUpdating(Library& library, const fs::path& leftover) {
 // Of a library that was being restored from its remote: nothing of it had taken a place.
 void removeAbandonedClones(const fs::path& folder) {
   for (const auto& name : FS::childNames(folder)) {
-    if (name.starts_with(StagingFolder::kPrefix) && !StagingFolder::isInUse(folder / name)) {
+    if (name.starts_with(StagingFolder::kPrefix) && !isFolderLocked(folder / name)) {
       FS::removeQuietly(folder / name);
     }
   }
@@ -77,7 +78,7 @@ void heal(Library& library, const fs::path& leftover) {
   const std::string name = leftover.filename().string();
   if (name.starts_with(kReplacingPrefix)) return healReplaced(library, leftover);
   if (name.starts_with(kRemovingPrefix)) return healRemoved(library, leftover);
-  if (StagingFolder::isInUse(leftover)) return;
+  if (isFolderLocked(leftover)) return;
   name.starts_with(kUpdatingPrefix) ? healUpdating(library, leftover) : healInstalling(library, leftover);
 }
 
@@ -94,11 +95,16 @@ void healLibrary(Library& library) {
   for (const auto& name : FS::childNames(library.paths.skills())) {
     if (isSetAside(name)) leftovers.push_back(library.paths.skills() / name);
   }
-  removeStaleTempDirs(library.user.temp, nowMillis());
+  removeAbandonedTempDirs(library.user.temp);
   removeAbandonedClones(library.paths.repoCache());
-  if (leftovers.empty()) return;
+  if (leftovers.empty() && !FS::exists(library.paths.changeJournal())) return;
   const auto lock = LibraryLock::tryAcquire(library.paths.lock());
   if (!lock) return;
+  try {
+    healFolderChanges(library);
+  } catch (const SkillsError&) {
+    return;
+  }
   for (const auto& leftover : leftovers) {
     try {
       heal(library, leftover);

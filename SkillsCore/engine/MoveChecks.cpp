@@ -15,9 +15,9 @@
 #include "engine/MoveJournal.h"
 #include "engine/Projects.h"
 #include "files/FS.h"
+#include "files/LockedFolder.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
-#include "sources/StagingFolder.h"
 
 namespace orvanta {
 
@@ -65,7 +65,7 @@ void MoveChecks::requireLibraryMovable() const {
     throw SkillsError::conflict(folder.string() + " is not a folder but a link or a file; put the folder itself there");
   }
   for (const auto& name : FS::childNames(from.skills())) {
-    if (!isSetAside(name) || !StagingFolder::isInUse(from.skills() / name)) continue;
+    if (!isSetAside(name) || !isFolderLocked(from.skills() / name)) continue;
     throw SkillsError::conflict("Skills are being installed or updated; wait until that has finished and try again");
   }
 }

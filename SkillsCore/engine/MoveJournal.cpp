@@ -75,8 +75,8 @@ void MoveJournal::remove(const Paths& base) {
 }
 
 bool MoveJournal::isJournalName(std::string_view name) {
-  // As `FS::writeAtomically` names what it has not finished.
-  return name == ".moving.json" || name.starts_with("..moving.json-");
+  constexpr std::string_view kName = ".moving.json";
+  return name == kName || name == FS::unfinishedName(kName).native();
 }
 
 }  // namespace orvanta

@@ -4,6 +4,7 @@
 #include "content/ContentHash.h"
 #include "engine/CentralSwap.h"
 #include "engine/DeploymentIndex.h"
+#include "engine/FolderChanges.h"
 #include "engine/Pairs.h"
 #include "engine/PlanOrRefusal.h"
 #include "engine/ProjectExportBatch.h"
@@ -53,8 +54,9 @@ ApplyReport ProjectExchange::exportSkills(const Workspace& workspace, const Proj
   batch.place(context);
   ApplyReport report;
   library_.transaction([&] {
+    batch.recorded();
     for (const auto& item : batch.items()) {
-      if (!item.done && !item.failure) continue;
+      if (!item.done && !item.failure) continue;  // it was not reached
       if (item.done && item.action == Action::keep) {
         ++report.skipped;
         continue;
@@ -73,6 +75,7 @@ ApplyReport ProjectExchange::exportSkills(const Workspace& workspace, const Proj
       }
     }
   });
+  batch.keep();
   return report;
 }
 
@@ -117,9 +120,12 @@ void ProjectExchange::pull(const Workspace& workspace, const fs::path& path) {
   const fs::path target = pair.own.path;
   sweepStages(target.parent_path());
   if (pair.isSame()) return;
-  TargetChange change = TargetChange::putCopy(pair.center.centralPath, target, FS::Kind::directory);
+  FolderChanges changes(library_);
+  TargetChange change = TargetChange::copy(pair.center.centralPath, target, FS::Kind::directory);
+  changes.make(change);
   const std::string hash = ContentHash::hashDirectory(target);
   library_.transaction([&] {
+    changes.recorded();
     // In a linked workspace the copy can be a recorded deployment.
     for (SkillTarget record : pair.deployments) {
       record.mode = SyncMode::copy;

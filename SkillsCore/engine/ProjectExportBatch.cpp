@@ -45,7 +45,8 @@ ProjectExportBatch::ProjectExportBatch(Library& library, const Workspace& worksp
     : library_(library),
       mode_(request.mode),
       force_(request.force),
-      deployments_(library.store.allTargets(), resolver_) {
+      deployments_(library.store.allTargets(), resolver_),
+      changes_(library) {
   for (auto& skill : library_.store.allSkills()) skills_.emplace(skill.id, std::move(skill));
   const auto adapters = ToolAdapters::all(library.store.toolOverrides());
   for (const auto& tool : request.agents) findDestination(tool, workspace, adapters);
@@ -98,19 +99,47 @@ void ProjectExportBatch::place(const OperationContext& context) {
   std::size_t finished = 0;
   parallelFor(groups.size(), [&](std::size_t g) {
     if (context.stop.stop_requested()) return;
-    for (Item* item : *groups[g]) placeItem(*item);
+    const Item* sharing = nullptr;
+    for (Item* item : *groups[g]) {
+      prepare(*item, sharing);
+      if (item->isPrepared) sharing = item;
+    }
     const std::lock_guard lock(progress);
     context.report("Exporting", finished += groups[g]->size(), items_.size());
   });
+  makeAll();
 }
 
-void ProjectExportBatch::placeItem(Item& item) {
+void ProjectExportBatch::keep() {
+  for (auto& item : items_) item.change.keep();
+}
+
+// `sharing` is the item before this one that is given the same place.
+void ProjectExportBatch::prepare(Item& item, const Item* sharing) {
   try {
-    examine(item);
-    if (item.action != Action::keep) SyncEngine::put(item.skill->centralPath, item.target, mode_, item.found).keep();
-    item.done = true;
+    if (sharing == nullptr) {
+      examine(item);
+    } else if (sharing->skill == item.skill) {
+      item.sharing = sharing;
+    } else {
+      throw SkillsError::refused(SyncEngine::refusalMessage(item.target, "is where another of these skills goes"));
+    }
+    if (item.action != Action::keep) {
+      item.change = SyncEngine::prepareAt(item.skill->centralPath, item.target, mode_, item.found);
+    }
+    item.isPrepared = true;
   } catch (const SkillsError& error) {
     item.failure = error;
+  }
+}
+
+void ProjectExportBatch::makeAll() {
+  std::vector<TargetChange*> changes;
+  for (auto& item : items_) changes.push_back(&item.change);
+  changes_.make(changes, [&](std::size_t i, const SkillsError& error) { items_[i].failure = error; });
+  for (auto& item : items_) {
+    if (item.sharing != nullptr && item.sharing->failure) item.failure = item.sharing->failure;
+    item.done = item.isPrepared && !item.failure;
   }
 }
 

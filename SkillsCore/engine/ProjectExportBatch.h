@@ -13,6 +13,7 @@
 #include "agents/SyncEngine.h"
 #include "agents/ToolAdapters.h"
 #include "engine/DeploymentIndex.h"
+#include "engine/FolderChanges.h"
 #include "engine/Library.h"
 #include "engine/Reports.h"
 #include "engine/Workspace.h"
@@ -33,6 +34,9 @@ class ProjectExportBatch {
     std::optional<SkillsError> failure;
     PlannedStep::Action action = PlannedStep::Action::keep;
     TargetState found = TargetState::absent;
+    TargetChange change;
+    const Item* sharing = nullptr;  // the item that fills the place for this one, too
+    bool isPrepared = false;
     bool done = false;
 
     [[nodiscard]] std::string skillName() const { return skill != nullptr ? skill->name : names.skillId; }
@@ -42,8 +46,12 @@ class ProjectExportBatch {
 
   // What each pair would need, changing nothing.
   Plan plan();
-  // Every pair that was reached before a request to stop ends with `done` or a `failure`.
+  // Every pair that was reached before a request to stop ends with `done` or a `failure`. The changes are taken back
+  // when the batch goes, unless `keep` was called.
   void place(const OperationContext& context);
+  // Belongs into the transaction that logs it.
+  void recorded() { changes_.recorded(); }
+  void keep();
 
   [[nodiscard]] const std::vector<Item>& items() const { return items_; }
 
@@ -59,7 +67,8 @@ class ProjectExportBatch {
   void findDestination(const std::string& tool, const Workspace& workspace, const std::vector<ToolAdapter>& adapters);
   void locate(Item& item);
   void examine(Item& item);
-  void placeItem(Item& item);
+  void prepare(Item& item, const Item* sharing);
+  void makeAll();
 
   Library& library_;
   const SyncMode mode_;
@@ -68,6 +77,7 @@ class ProjectExportBatch {
   DeploymentIndex deployments_;
   std::map<std::string, SkillRecord> skills_;
   std::map<std::string, Destination> destinations_;  // by agent
+  FolderChanges changes_;
   std::vector<Item> items_;
 };
 

@@ -4,6 +4,7 @@
 
 #include "agents/SyncEngine.h"
 #include "engine/DeploymentIndex.h"
+#include "engine/FolderChanges.h"
 #include "engine/PlanOrRefusal.h"
 #include "files/FS.h"
 #include "files/Paths.h"
@@ -48,6 +49,7 @@ void ProjectSkillMoves::setEnabled(const Workspace& workspace, const fs::path& p
     throw;
   }
   if (enabled) removeEmptied(fs::path(move.skill.path).parent_path(), move.folder);
+  FS::flushFolder(move.destination.parent_path());
   library_.store.logAudit({.action = enabled ? "project_enable_skill" : "project_disable_skill",
                            .skillName = move.skill.name,
                            .tool = move.skill.agent,
@@ -95,12 +97,18 @@ void ProjectSkillMoves::erase(const Workspace& workspace, const fs::path& path) 
   const fs::path target = removal.skill.path;
   sweepStages(target.parent_path());
   if (!removal.deployments.empty()) undeploy(removal);
-  const FS::Kind kind = FS::kind(target);
-  if (kind != FS::Kind::absent) TargetChange::takeAway(target, kind).finish();
-  library_.store.logAudit({.action = "project_delete_skill",
-                           .skillName = removal.skill.name,
-                           .tool = removal.skill.agent,
-                           .detail = removal.skill.path});
+  FolderChanges changes(library_);
+  TargetChange change;
+  if (FS::exists(target)) change = TargetChange::removal(target, FS::kind(target));
+  changes.make(change);
+  library_.transaction([&] {
+    changes.recorded();
+    library_.store.logAudit({.action = "project_delete_skill",
+                             .skillName = removal.skill.name,
+                             .tool = removal.skill.agent,
+                             .detail = removal.skill.path});
+  });
+  change.finish();
 }
 
 Plan ProjectSkillMoves::planErase(const Workspace& workspace, const fs::path& path) {

@@ -12,6 +12,17 @@ namespace orvanta {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// Each is final at once: until the last is done, the old place leads to the new one.
+void relink(const fs::path& link, const fs::path& destination) {
+  TargetChange change = TargetChange::link(destination, link, FS::Kind::symlink);
+  change.make();
+  change.keep();
+}
+
+}  // namespace
+
 std::vector<Relinking::Item> Relinking::items() {
   std::map<std::string, SkillRecord> skills;
   for (auto& skill : store_.allSkills()) skills.emplace(skill.id, std::move(skill));
@@ -62,7 +73,7 @@ void Relinking::relinkDeployments(Report& report) {
     try {
       if (!leadsToOldPlace(item)) continue;
       SyncEngine::ensureDstNotInsideSrc(item.newPlace, target, resolver);
-      TargetChange::putLink(item.newPlace, target, FS::Kind::symlink).keep();
+      relink(target, item.newPlace);
       ++report.relinked;
     } catch (const SkillsError& error) {
       report.errors.push_back(item.skillName + " → " + item.record.tool + ": " + error.message());
@@ -80,7 +91,7 @@ void Relinking::relinkDeployments(Report& report) {
 void Relinking::relinkProjects(Report& report) {
   for (const auto& link : projectLinks()) {
     try {
-      TargetChange::putLink(to_.skills() / FS::linkDestination(link)->filename(), link, FS::Kind::symlink).keep();
+      relink(link, to_.skills() / FS::linkDestination(link)->filename());
       ++report.relinked;
     } catch (const SkillsError& error) {
       report.errors.push_back(link.string() + ": " + error.message());

@@ -51,6 +51,7 @@ bool holds(const fs::path& copy, const std::string& hash) {
 }  // namespace
 
 ApplyReport Repair::repairDeployments(const OperationContext& context) {
+  FolderChanges changes(library_);
   auto all = items();
   std::set<std::string> folders;
   for (const auto& item : all) folders.insert(fs::path(item.record.targetPath).parent_path().string());
@@ -67,15 +68,17 @@ ApplyReport Repair::repairDeployments(const OperationContext& context) {
     if (context.stop.stop_requested()) return;
     const Item* mended = nullptr;
     for (Item* item : *work[i]) {
-      mend(*item, mended);
+      prepare(*item, mended);
       if (item->repaired) mended = item;
     }
     const std::lock_guard lock(progress);
     context.report("Repairing", finished += work[i]->size(), all.size());
   });
 
+  makeAll(changes, all);
   ApplyReport report;
   library_.transaction([&] {
+    changes.recorded();
     for (const auto& orphan : orphans_) library_.store.deleteTarget(orphan.skillId, orphan.tool);
     report.removed = static_cast<std::int64_t>(orphans_.size());
     for (auto& item : all) {
@@ -111,22 +114,36 @@ Plan Repair::plan() {
 void Repair::resyncCopyTargets(const SkillRecord& skill) {
   resolver_.emplace();
   const std::string hash = ContentHash::hashDirectory(skill.centralPath);
-  for (auto& target : staleCopies(skill, hash)) {
-    TargetChange change;
+  auto targets = staleCopies(skill, hash);
+  FolderChanges folderChanges(library_);
+  std::vector<TargetChange> changes(targets.size());
+  std::vector<TargetChange*> prepared;
+  std::vector<std::optional<std::string>> failures(targets.size());
+  for (std::size_t i = 0; i < targets.size(); ++i) {
     try {
       // What a push came from has the content already.
-      if (!holds(target.targetPath, hash)) change = replaceCopy(skill, target);
-      target.status = kTargetOk;
-      target.lastError.reset();
-      target.syncedAt = nowMillis();
-      target.sourceHash = hash;
+      if (!holds(targets[i].targetPath, hash)) changes[i] = prepareCopy(skill, targets[i]);
     } catch (const SkillsError& error) {
-      target.status = kTargetError;
-      target.lastError = error.message();
+      failures[i] = error.message();
     }
-    library_.store.upsertTarget(target);
-    change.keep();
+    prepared.push_back(&changes[i]);
   }
+  folderChanges.make(prepared, [&](std::size_t i, const SkillsError& error) { failures[i] = error.message(); });
+  library_.transaction([&] {
+    folderChanges.recorded();
+    for (std::size_t i = 0; i < targets.size(); ++i) recordCopy(targets[i], hash, failures[i]);
+  });
+  for (auto& change : changes) change.keep();
+}
+
+void Repair::recordCopy(SkillTarget& target, const std::string& hash, const std::optional<std::string>& failure) {
+  target.lastError = failure;
+  target.status = failure ? kTargetError : kTargetOk;
+  if (!failure) {
+    target.syncedAt = nowMillis();
+    target.sourceHash = hash;
+  }
+  library_.store.upsertTarget(target);
 }
 
 std::vector<SkillTarget> Repair::staleCopies(const SkillRecord& skill, const std::optional<std::string>& hash) {
@@ -138,10 +155,10 @@ std::vector<SkillTarget> Repair::staleCopies(const SkillRecord& skill, const std
   return targets;
 }
 
-TargetChange Repair::replaceCopy(const SkillRecord& skill, const SkillTarget& target) {
+TargetChange Repair::prepareCopy(const SkillRecord& skill, const SkillTarget& target) {
   if (FS::isDirectory(target.targetPath)) refuseRepository(target.targetPath, kRepositoryAdvice);
-  return SyncEngine::place(skill.centralPath, target.targetPath, SyncMode::copy,
-                           ReplacePolicy::recorded(SyncMode::copy), *resolver_);
+  return SyncEngine::prepare(skill.centralPath, target.targetPath, SyncMode::copy,
+                             ReplacePolicy::recorded(SyncMode::copy), *resolver_);
 }
 
 bool Repair::isCurrent(const fs::path& source, const SkillTarget& record,
@@ -191,20 +208,31 @@ Action Repair::examine(const Item& item) {
   return FS::exists(record.targetPath) ? Action::replace : Action::place;
 }
 
-// `sharing` is another record of this place that was mended just now.
-void Repair::mend(Item& item, const Item* sharing) {
+// `sharing` is another record of this place that is to be mended.
+void Repair::prepare(Item& item, const Item* sharing) {
   if (sharing != nullptr && sharing->skill == item.skill && sharing->record.mode == item.record.mode) {
+    item.sharing = sharing;
     item.repaired = true;
     return;
   }
   try {
     item.intact = examine(item) == Action::keep;
     if (item.intact) return;
-    item.change = SyncEngine::place(item.skill->centralPath, item.record.targetPath, item.record.mode,
-                                    ReplacePolicy::recorded(item.record.mode), *resolver_);
+    item.change = SyncEngine::prepare(item.skill->centralPath, item.record.targetPath, item.record.mode,
+                                      ReplacePolicy::recorded(item.record.mode), *resolver_);
     item.repaired = true;
   } catch (const SkillsError& error) {
     item.failure = error.message();
+  }
+}
+
+void Repair::makeAll(FolderChanges& changes, std::vector<Item>& items) {
+  std::vector<TargetChange*> prepared;
+  for (auto& item : items) prepared.push_back(&item.change);
+  changes.make(prepared, [&](std::size_t i, const SkillsError& error) { items[i].failure = error.message(); });
+  for (auto& item : items) {
+    if (item.sharing != nullptr) item.failure = item.sharing->failure;
+    item.repaired = item.repaired && !item.failure;
   }
 }
 

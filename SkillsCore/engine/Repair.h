@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "agents/SyncEngine.h"
+#include "engine/FolderChanges.h"
 #include "engine/Library.h"
 #include "engine/Reports.h"
 #include "foundations/Operation.h"
@@ -41,6 +42,7 @@ class Repair {
     const SkillRecord* skill = nullptr;
     std::optional<std::string> currentHash;  // known for copies
     std::string place;
+    const Item* sharing = nullptr;  // another record of the place, which is mended for this one, too
     bool repaired = false;
     bool intact = false;
     std::optional<std::string> failure;
@@ -48,11 +50,13 @@ class Repair {
   };
 
   // Throws what refuses it.
-  TargetChange replaceCopy(const SkillRecord& skill, const SkillTarget& target);
+  TargetChange prepareCopy(const SkillRecord& skill, const SkillTarget& target);
   std::vector<Item> items();
   PlannedStep::Action examine(const Item& item);
-  void mend(Item& item, const Item* sharing);
+  void prepare(Item& item, const Item* sharing);
+  static void makeAll(FolderChanges& changes, std::vector<Item>& items);
   void record(Item& item);
+  void recordCopy(SkillTarget& target, const std::string& hash, const std::optional<std::string>& failure);
 
   Library& library_;
   std::optional<SyncEngine::FolderResolver> resolver_;  // of the operation that runs

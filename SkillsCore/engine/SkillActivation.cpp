@@ -63,36 +63,63 @@ ActivationReport SkillActivation::enable(const std::vector<SkillRecord>& skills,
   });
 
   ActivationReport report;
+  FolderChanges changes(library_);
   std::vector<Restored> restored;
-  std::vector<const SkillRecord*> enabled;
   for (const auto& skill : skills) {
     report.interrupted = context.stop.stop_requested();
     if (report.interrupted) break;
     try {
-      restored.push_back(restore(skill, std::move(targets[skill.id])));
-      enabled.push_back(&skill);
+      restored.push_back(prepareToRestore(skill, std::move(targets[skill.id])));
     } catch (const SkillsError& error) {
-      report.errors.push_back(skill.name + ": " + error.message());
-      if (!report.failure) report.failure = error;
+      restored.push_back({.skill = &skill, .changes = {}, .records = {}, .failure = error});
     }
-    context.report("Enabling", enabled.size(), skills.size());
+    context.report("Enabling", restored.size(), skills.size());
   }
+  makeWhole(changes, restored);
   library_.transaction([&] {
-    for (const auto* skill : enabled) recordEnabled(*skill, true);
+    changes.recorded();
     for (const auto& skill : restored) {
+      if (skill.failure) continue;
+      recordEnabled(*skill.skill, true);
       for (const auto& record : skill.records) library_.store.upsertTarget(record);
     }
   });
   for (auto& skill : restored) {
     for (auto& change : skill.changes) change.keep();
+    if (!skill.failure) {
+      report.changedIds.push_back(skill.skill->id);
+      continue;
+    }
+    report.errors.push_back(skill.skill->name + ": " + skill.failure->message());
+    if (!report.failure) report.failure = skill.failure;
   }
-  for (const auto* skill : enabled) report.changedIds.push_back(skill->id);
   return report;
+}
+
+// A skill of which a part cannot be placed is not placed at all.
+void SkillActivation::makeWhole(FolderChanges& changes, std::vector<Restored>& skills) {
+  std::vector<TargetChange*> all;
+  std::vector<Restored*> owners;
+  for (auto& skill : skills) {
+    for (auto& change : skill.changes) {
+      all.push_back(&change);
+      owners.push_back(&skill);
+    }
+  }
+  std::vector<std::optional<SkillsError>> failures(all.size());
+  changes.make(all, [&](std::size_t i, const SkillsError& error) { failures[i] = error; });
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    if (failures[i] && !owners[i]->failure) owners[i]->failure = failures[i];
+  }
+  for (auto& skill : skills) {
+    if (skill.failure) skill.changes.clear();
+  }
 }
 
 // The places were left to their owner when the skill was disabled, so nothing there is replaced but what is right
 // already.
-SkillActivation::Restored SkillActivation::restore(const SkillRecord& skill, std::vector<SkillTarget> targets) {
+SkillActivation::Restored SkillActivation::prepareToRestore(const SkillRecord& skill,
+                                                            std::vector<SkillTarget> targets) {
   if (!FS::resolvesToDirectory(skill.centralPath)) {
     throw SkillsError::notFound("Library directory missing for '" + skill.name + "'");
   }
@@ -100,11 +127,11 @@ SkillActivation::Restored SkillActivation::restore(const SkillRecord& skill, std
   const DeploymentIndex places({}, resolver);
   std::optional<std::string> hash;  // read when the first copy needs it
   std::set<std::string> filled;     // places that agents share are filled once
-  Restored restored;
+  Restored restored{.skill = &skill, .changes = {}, .records = {}, .failure = {}};
   for (auto& target : targets) {
     if (filled.insert(places.place(target.targetPath)).second) {
       restored.changes.push_back(
-          SyncEngine::place(skill.centralPath, target.targetPath, target.mode, ReplacePolicy::noClobber(), resolver));
+          SyncEngine::prepare(skill.centralPath, target.targetPath, target.mode, ReplacePolicy::noClobber(), resolver));
     }
     if (target.mode == SyncMode::copy) {
       if (!hash) hash = ContentHash::hashDirectory(skill.centralPath);
@@ -130,6 +157,7 @@ ActivationReport SkillActivation::disable(const std::vector<SkillRecord>& skills
   if (report.interrupted) return report;
   batch.takeOut({});
   library_.transaction([&] {
+    batch.recorded();
     for (const auto& skill : skills) recordEnabled(skill, false);
     for (const auto& pair : batch.pairs()) {
       SkillTarget record = pair.record;

@@ -4,6 +4,7 @@
 
 #include "engine/FolderRemoval.h"
 #include "engine/UndeployBatch.h"
+#include "files/FS.h"
 #include "foundations/SkillsError.h"
 
 namespace orvanta {
@@ -51,7 +52,9 @@ RemovalReport SkillRemoval::remove(const std::vector<std::string>& ids, bool del
   UndeployBatch batch(library_, targetsOf(gone));
   batch.takeOut({});
   auto left = leftovers(batch);
+  if (!folders.empty()) FS::flushFolder(library_.paths.skills());
   library_.transaction([&] {
+    batch.recorded();
     for (const auto& skill : gone) {
       library_.store.deleteSkill(skill.id);
       library_.store.logAudit({.action = "remove_skill",

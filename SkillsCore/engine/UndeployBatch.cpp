@@ -29,7 +29,7 @@ std::map<std::string, Skill> skillsById(Library& library) {
 }  // namespace
 
 UndeployBatch::UndeployBatch(Library& library, std::vector<SkillTarget> records)
-    : index_(library.store.allTargets(), resolver_) {
+    : index_(library.store.allTargets(), resolver_), changes_(library) {
   const auto skills = skillsById(library);
   pairs_.reserve(records.size());
   for (auto& record : records) {
@@ -68,10 +68,21 @@ void UndeployBatch::takeOut(const OperationContext& context) {
   for (const auto& folder : folders) sweepStages(folder);
   std::size_t finished = 0;
   for (auto& pair : pairs_) {
-    if (context.stop.stop_requested()) return;
-    takeOutPair(pair);
+    if (context.stop.stop_requested()) break;
+    prepare(pair);
     context.report("Removing", ++finished, pairs_.size());
   }
+  makeAll();
+}
+
+void UndeployBatch::makeAll() {
+  std::vector<TargetChange*> changes;
+  for (auto& pair : pairs_) changes.push_back(&pair.change);
+  changes_.make(changes, [&](std::size_t i, const SkillsError& error) {
+    pairs_[i].cleared = false;
+    pairs_[i].failed = true;
+    pairs_[i].note = "remove failed: " + error.message();
+  });
 }
 
 void UndeployBatch::keep() {
@@ -92,22 +103,16 @@ UndeployBatch::Fate UndeployBatch::fateOf(const Pair& pair) {
 }
 
 // A place shared by several records of the list goes with the last of them.
-void UndeployBatch::takeOutPair(Pair& pair) {
+void UndeployBatch::prepare(Pair& pair) {
   const Fate fate = fateOf(pair);
   pair.cleared = fate == Fate::clear || fate == Fate::absent;
   pair.isShared = fate == Fate::kept;
   if (fate == Fate::kept) pair.note = kKept;
   if (fate == Fate::preserved) pair.note = kPreserved;
   if (fate == Fate::clear) {
-    try {
-      pair.change = pair.record.status == kTargetDisabled
-                        ? TargetChange::takeAway(pair.record.targetPath, FS::Kind::symlink)
-                        : SyncEngine::takeAwayRecorded(pair.record.targetPath, pair.record.mode);
-    } catch (const SkillsError& error) {
-      pair.cleared = false;
-      pair.failed = true;
-      pair.note = "remove failed: " + error.message();
-    }
+    pair.change = pair.record.status == kTargetDisabled
+                      ? TargetChange::removal(pair.record.targetPath, FS::Kind::symlink)
+                      : SyncEngine::prepareRemoval(pair.record.targetPath, pair.record.mode);
   }
   if (const SkillTarget* known = index_.find(pair.record.skillId, pair.record.tool)) index_.remove(*known);
   pair.done = true;

@@ -9,6 +9,7 @@
 
 #include "agents/SyncEngine.h"
 #include "engine/DeploymentIndex.h"
+#include "engine/FolderChanges.h"
 #include "engine/Library.h"
 #include "engine/Reports.h"
 #include "foundations/Operation.h"
@@ -35,6 +36,8 @@ class UndeployBatch {
   Plan plan();
   // Changes the agents' folders; the changes are taken back when the batch goes, unless `keep` was called.
   void takeOut(const OperationContext& context);
+  // Belongs into the transaction that writes the records.
+  void recorded() { changes_.recorded(); }
   void keep();
 
   [[nodiscard]] const std::vector<Pair>& pairs() const { return pairs_; }
@@ -43,10 +46,12 @@ class UndeployBatch {
   enum class Fate { clear, absent, kept, preserved };
 
   Fate fateOf(const Pair& pair);
-  void takeOutPair(Pair& pair);
+  void prepare(Pair& pair);
+  void makeAll();
 
   SyncEngine::FolderResolver resolver_;
   DeploymentIndex index_;
+  FolderChanges changes_;
   std::vector<Pair> pairs_;
 };
 

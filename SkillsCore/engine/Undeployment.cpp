@@ -46,6 +46,7 @@ PlacementReport Deployment::undeploy(const std::vector<SkillToolPair>& pairs, As
   batch.takeOut(context);
   PlacementReport report;
   library_.transaction([&] {
+    batch.recorded();
     auto active = presetFollowing(asker);
     for (const auto& pair : batch.pairs()) {
       if (!pair.done) {

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -89,6 +90,20 @@ void empty(UniqueFd& folder, const fs::path& shown) {
     if (::unlinkat(folder.get(), name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
       throw SkillsError::system("Cannot remove " + (shown / name).string(), errno);
     }
+  }
+}
+
+// The file, made where it is missing, while no other process writes it: one that has finished gives it another name.
+UniqueFd openAlone(const fs::path& file, unsigned permissions) {
+  for (;;) {
+    UniqueFd fd(::open(file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, permissions));
+    struct stat opened {};
+    if (!fd || ::flock(fd.get(), LOCK_EX) != 0 || ::fstat(fd.get(), &opened) != 0) {
+      throw SkillsError::system("Cannot write " + file.string(), errno);
+    }
+    struct stat named {};
+    const bool isNamed = ::lstat(file.c_str(), &named) == 0;
+    if (isNamed && opened.st_ino == named.st_ino && opened.st_dev == named.st_dev) return fd;
   }
 }
 
@@ -192,6 +207,11 @@ void flushFolder(const fs::path& folder) {
   }
 }
 
+void flushFile(const fs::path& file) {
+  const UniqueFd fd(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!fd || ::fsync(fd.get()) != 0) throw SkillsError::system("Cannot write " + file.string() + " to the disk", errno);
+}
+
 void flushTree(const fs::path& folder) {
   if (const int error = orvanta::flushTree(folder.c_str())) {
     throw SkillsError::system("Cannot write " + folder.string() + " to the disk", error);
@@ -210,22 +230,28 @@ fs::path freeStampedFile(const fs::path& folder, std::string_view prefix, std::s
 }
 
 void writeAtomically(const fs::path& file, std::string_view content, unsigned permissions) {
-  // The backup of the library leaves such names out.
-  const std::string name = "." + file.filename().string() + "-" + newUuid().substr(0, 8) + ".tmp";
-  const fs::path temporary = file.parent_path() / name;
+  const fs::path temporary = unfinishedName(file);
+  const UniqueFd fd = openAlone(temporary, permissions);
   try {
-    const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
-    if (!fd) throw SkillsError::system("Cannot write " + file.string(), errno);
-    if (!writeAll(fd.get(), content) || ::fsync(fd.get()) != 0) {
-      throw SkillsError::system("Cannot write " + file.string(), errno);
-    }
-    if (::rename(temporary.c_str(), file.c_str()) != 0) {
+    if (::ftruncate(fd.get(), 0) != 0 || !writeAll(fd.get(), content) || ::fsync(fd.get()) != 0 ||
+        ::rename(temporary.c_str(), file.c_str()) != 0) {
       throw SkillsError::system("Cannot write " + file.string(), errno);
     }
   } catch (...) {
     ::unlink(temporary.c_str());
     throw;
   }
+  flushFolder(file.parent_path());
+}
+
+// The backup of the library leaves such names out.
+fs::path unfinishedName(const fs::path& file) {
+  return file.parent_path() / ("." + file.filename().string() + ".orvanta.tmp");
+}
+
+void writeOver(const fs::path& file, std::string_view content) {
+  const UniqueFd fd(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666));
+  if (!fd || !writeAll(fd.get(), content)) throw SkillsError::system("Cannot write " + file.string(), errno);
 }
 
 void copyPermissions(const fs::path& from, const fs::path& to) {

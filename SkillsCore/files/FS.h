@@ -60,7 +60,10 @@ void createDirectories(const std::filesystem::path& folder);
 // Waits until what was made, renamed and removed in the folder is on the disk.
 void flushFolder(const std::filesystem::path& folder);
 
-// The same for everything in and below it.
+// The same for the content of one file. The name of one that was just made goes to the disk with it.
+void flushFile(const std::filesystem::path& file);
+
+// The same for everything in and below a folder.
 void flushTree(const std::filesystem::path& folder);
 
 // A name in the folder that is free: PREFIX, the time of now without ":" and SUFFIX; with a number before it where
@@ -68,9 +71,16 @@ void flushTree(const std::filesystem::path& folder);
 std::filesystem::path freeStampedFile(const std::filesystem::path& folder, std::string_view prefix,
                                       std::string_view suffix);
 
-// Writes a temporary file beside `file` and renames it into place: readers see the old content or the new.
+// Writes a temporary file beside `file` and renames it into place: readers see the old content or the new, also after a
+// power cut, and the new one once this has returned. What a killed process left of it is used up by the next write.
 // `permissions` are those of a new file, within what the user's own mask leaves.
 void writeAtomically(const std::filesystem::path& file, std::string_view content, unsigned permissions = 0666);
+
+// The temporary file of `writeAtomically`.
+std::filesystem::path unfinishedName(const std::filesystem::path& file);
+
+// Gives the file this content, in place: a crash can leave a part of it. For a file whose readers know that.
+void writeOver(const std::filesystem::path& file, std::string_view content);
 
 // Gives `to` the permission bits of `from`; links are followed.
 void copyPermissions(const std::filesystem::path& from, const std::filesystem::path& to);

@@ -57,6 +57,9 @@ class Paths {
   // Stands while the library is on its way from or to this folder.
   [[nodiscard]] std::filesystem::path moveJournal() const { return base_ / ".moving.json"; }
 
+  // Says what is about to change in agents' folders.
+  [[nodiscard]] std::filesystem::path changeJournal() const { return base_ / ".changing"; }
+
   [[nodiscard]] bool isRelocated(const UserFolders& user) const;
 
   // Creates the folders of the library where they are missing. Throws `io` at the first that cannot be made.

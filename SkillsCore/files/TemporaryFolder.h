@@ -2,27 +2,24 @@
 
 // Folders for work in progress that are removed when the work ends, however it ends.
 
-#include <cstdint>
 #include <filesystem>
 #include <string_view>
 #include <utility>
 
+#include "platform/UniqueFd.h"
+
 namespace orvanta {
-
-namespace FS {
-
-// A new folder in `root` named `prefix` and the first eight characters of a fresh UUID; its parents are made.
-// Throws `io`.
-std::filesystem::path makeTempDir(const std::filesystem::path& root, std::string_view prefix);
-
-}  // namespace FS
 
 class TemporaryFolder {
  public:
-  TemporaryFolder(const std::filesystem::path& root, std::string_view prefix) : path_(FS::makeTempDir(root, prefix)) {}
-  TemporaryFolder(TemporaryFolder&& other) noexcept : path_(std::exchange(other.path_, {})) {}
+  // A new folder in `root` named `prefix` and the first eight characters of a fresh UUID; its parents are made. Throws
+  // `io`.
+  TemporaryFolder(const std::filesystem::path& root, std::string_view prefix);
+  TemporaryFolder(TemporaryFolder&& other) noexcept
+      : path_(std::exchange(other.path_, {})), lock_(std::move(other.lock_)) {}
   TemporaryFolder& operator=(TemporaryFolder&& other) noexcept {
     std::swap(path_, other.path_);
+    std::swap(lock_, other.lock_);
     return *this;
   }
   TemporaryFolder(const TemporaryFolder&) = delete;
@@ -33,10 +30,11 @@ class TemporaryFolder {
 
  private:
   std::filesystem::path path_;
+  UniqueFd lock_;
 };
 
-// Removes what a killed process left behind: temporary folders of ours in `root` that belong to this user and were last
-// changed more than a day before `now`. Never throws.
-void removeStaleTempDirs(const std::filesystem::path& root, std::int64_t now);
+// Removes what killed processes left behind: temporary folders of ours in `root` that belong to this user and in which
+// nobody works. Never throws.
+void removeAbandonedTempDirs(const std::filesystem::path& root);
 
 }  // namespace orvanta

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <system_error>
 #include <thread>
 
 #include "foundations/SkillsError.h"
@@ -17,6 +19,15 @@ constexpr std::string_view kRunning = " — while running: ";
 constexpr std::string_view kQuerying = " — while querying: ";
 
 constexpr int kBusyMillis = 5000;
+
+// SQLite says that a file could not be read, written or opened; the system says why.
+std::string messageOf(sqlite3* db) {
+  constexpr int kPrimaryCode = 0xff;
+  const std::string message = sqlite3_errmsg(db);
+  const int code = sqlite3_errcode(db) & kPrimaryCode;
+  const int cause = code == SQLITE_IOERR || code == SQLITE_CANTOPEN ? sqlite3_system_errno(db) : 0;
+  return cause == 0 ? message : message + " (" + std::generic_category().message(cause) + ")";
+}
 
 void requireIdentifier(const std::string& name) {
   const bool valid = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
@@ -96,12 +107,25 @@ SQLiteConnection::SQLiteConnection(const std::string& path) {
                                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
   db_.reset(handle);
   if (result != SQLITE_OK) {
-    const std::string text = handle != nullptr ? sqlite3_errmsg(handle) : "unknown error";
+    const std::string text = handle != nullptr ? messageOf(handle) : "unknown error";
     throw SkillsError::database("Cannot open database at " + path + ": " + text);
   }
   sqlite3_busy_timeout(handle, kBusyMillis);
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   execute("PRAGMA foreign_keys = ON;");
   useWriteAheadLog();
+  mergeLargeLog(path);
+}
+
+// What is committed stays in the log, which is one flush; to merge it takes three more, and is done where it has grown
+// so that reading it would be felt at every start. Where that fails, as on a full disk, the log can still be read.
+void SQLiteConnection::mergeLargeLog(const std::string& path) {
+  constexpr std::uintmax_t kLarge = 1U << 20;
+  std::error_code error;
+  const auto size = std::filesystem::file_size(path + "-wal", error);
+  execute("PRAGMA wal_autocheckpoint = 16000;");
+  if (error || size <= kLarge) return;
+  sqlite3_wal_checkpoint_v2(db_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
 }
 
 // SQLite does not wait for other processes before it changes the journal, so waiting is done here: several may open a
@@ -159,7 +183,10 @@ void SQLiteConnection::copyTo(const std::string& path) {
   sqlite3_backup_step(backup, kAllPages);
   // Ends the copy and says how it went, the step before included.
   if (sqlite3_backup_finish(backup) != SQLITE_OK) copy.fail(kExecuting, "copy to " + path);
+  copy.mergeLog();
 }
+
+void SQLiteConnection::mergeLog() { execute("PRAGMA wal_checkpoint(TRUNCATE)"); }
 
 void SQLiteConnection::requireSound() {
   const auto answer = scalarString("PRAGMA quick_check(1)");
@@ -203,7 +230,7 @@ void SQLiteConnection::bind(sqlite3_stmt* statement, const Params& params) {
 
 void SQLiteConnection::fail(std::string_view phrase, std::string_view sql) const {
   constexpr std::size_t kShown = 120;
-  std::string message = sqlite3_errmsg(db_.get());
+  std::string message = messageOf(db_.get());
   message += phrase;
   message += Text::prefixCharacters(sql, kShown);
   throw SkillsError::database(message);

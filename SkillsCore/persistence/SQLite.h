@@ -118,6 +118,8 @@ class SQLiteConnection {
 
   // Writes all that is committed to a new database file, also what is still in the log, whoever reads meanwhile.
   void copyTo(const std::string& path);
+  // Brings what is committed from the log into the file, as far as nobody reads it from there.
+  void mergeLog();
   // Throws `database` when the file is damaged.
   void requireSound();
 
@@ -157,6 +159,7 @@ class SQLiteConnection {
   void bind(sqlite3_stmt* statement, const Params& params);
   [[noreturn]] void fail(std::string_view phrase, std::string_view sql) const;
   void useWriteAheadLog();
+  void mergeLargeLog(const std::string& path);
   void requireTransaction(std::string_view phrase, std::string_view sql) const;
 
   std::unique_ptr<sqlite3, Close> db_;

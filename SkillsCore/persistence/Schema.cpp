@@ -243,6 +243,8 @@ void migrate(SQLiteConnection& connection) {
   for (int version = connection.userVersion(); version != kLatestVersion; version = connection.userVersion()) {
     if (version > kLatestVersion) throw newer(version);
     migrateFrom(connection, version);
+    // From the log into the file, where whoever only looks at that finds the version.
+    if (connection.userVersion() == kLatestVersion) connection.mergeLog();
   }
 }
 

@@ -1,14 +1,10 @@
 #include "sources/StagingFolder.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <string>
 
 #include "content/SkillMetadata.h"
 #include "files/FS.h"
+#include "files/LockedFolder.h"
 #include "foundations/ModelsJSON.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Uuid.h"
@@ -21,25 +17,10 @@ namespace {
 
 constexpr const char* kJournal = "announced.json";
 
-UniqueFd openForLock(const fs::path& folder) {
-  return UniqueFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
 }  // namespace
 
 StagingFolder::StagingFolder(const fs::path& skillsFolder, std::string_view prefix)
-    : path_(skillsFolder / (std::string(prefix) + newUuid())) {
-  // Another process that heals the library may take the folder for a leftover until it is locked; it is then made anew.
-  constexpr int kAttempts = 5;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (::mkdir(path_.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-      throw SkillsError::system("Cannot create " + path_.string(), errno);
-    }
-    lock_ = openForLock(path_);
-    if (lock_ && ::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0 && FS::isDirectory(path_)) return;
-  }
-  throw SkillsError::io("Cannot keep the folder " + path_.string() + "; another process removes it");
-}
+    : path_(skillsFolder / (std::string(prefix) + newUuid())), lock_(makeLockedFolder(path_)) {}
 
 StagingFolder::~StagingFolder() {
   if (!path_.empty()) FS::removeQuietly(path_);
@@ -51,7 +32,7 @@ void StagingFolder::announce(const std::vector<Announced>& skills) const {
     const FS::Identity& id = skill.identity;
     list.push_back({skill.name, id.device, id.inode, id.type, id.modifiedNs});
   }
-  FS::writeAtomically(path_ / kJournal, jsonText(list));
+  FS::writeOver(path_ / kJournal, jsonText(list));
 }
 
 std::vector<StagingFolder::Announced> StagingFolder::announced(const fs::path& folder) {
@@ -71,11 +52,6 @@ std::vector<StagingFolder::Announced> StagingFolder::announced(const fs::path& f
   }
   std::erase_if(skills, [](const Announced& skill) { return !SkillMetadata::isSafeFolderName(skill.name); });
   return skills;
-}
-
-bool StagingFolder::isInUse(const fs::path& folder) {
-  const UniqueFd fd = openForLock(folder);
-  return fd && ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0;
 }
 
 }  // namespace orvanta

@@ -43,9 +43,6 @@ class StagingFolder {
   // What was noted in a folder that a killed process left.
   static std::vector<Announced> announced(const std::filesystem::path& folder);
 
-  // Whether a living process works in the folder.
-  static bool isInUse(const std::filesystem::path& folder);
-
  private:
   std::filesystem::path path_;
   UniqueFd lock_;

@@ -28,7 +28,7 @@ std::optional<std::string> textOf(const std::optional<ContentEntry>& entry) {
 
 void put(const fs::path& folder, const std::string& path, const std::string& text) {
   FS::createDirectories((folder / path).parent_path());
-  FS::writeAtomically(folder / path, text);
+  FS::writeOver(folder / path, text);
 }
 
 }  // namespace

@@ -88,7 +88,7 @@ class Fetch {
   void takeMarker() {
     const auto file = folder_ / kMarker;
     if (entry_.hasSkillText()) {
-      FS::writeAtomically(file, *entry_.skillMd);
+      FS::writeOver(file, *entry_.skillMd);
     } else {
       download(addressOf(base_, *entry_.skillMd), file);
     }

@@ -168,6 +168,11 @@ TEST_F(SyncEngineTest, AFailedCopyLeavesTheTargetAsItWas) {
   }
 }
 
+TargetChange made(TargetChange change) {
+  change.make();
+  return change;
+}
+
 TEST_F(SyncEngineTest, AChangeIsTakenBackUntilItIsKept) {
   SyncEngine::FolderResolver resolver;
   for (const auto& situation : situations) {
@@ -175,13 +180,13 @@ TEST_F(SyncEngineTest, AChangeIsTakenBackUntilItIsKept) {
       SCOPED_TRACE(situation.name + ", " + std::string(rawValue(mode)));
       situation.make(target);
       const std::string was = before();
-      { const auto change = SyncEngine::place(source, target, mode, ReplacePolicy::userConfirmed(), resolver); }
+      { const auto change = made(SyncEngine::prepare(source, target, mode, ReplacePolicy::userConfirmed(), resolver)); }
       EXPECT_EQ(before(), was);
       if (situation.state != TargetState::absent) {
-        { const auto change = TargetChange::takeAway(target, FS::kind(target)); }
+        { const auto change = made(TargetChange::removal(target, FS::kind(target))); }
         EXPECT_EQ(before(), was);
       }
-      auto change = SyncEngine::place(source, target, mode, ReplacePolicy::userConfirmed(), resolver);
+      auto change = made(SyncEngine::prepare(source, target, mode, ReplacePolicy::userConfirmed(), resolver));
       TargetChange other = std::move(change);
       other.keep();
       change = std::move(other);
@@ -200,9 +205,9 @@ TEST_F(SyncEngineTest, WhatSomebodyElsePutThereMeanwhileIsNeverRemoved) {
       situation.make(target);
       const std::string was = before();
       if (FS::kind(target) != expected && situation.state != TargetState::absent) {
-        errorOf([&] { TargetChange::putLink(source, target, expected); });
-        errorOf([&] { TargetChange::putCopy(source, target, expected); });
-        errorOf([&] { TargetChange::takeAway(target, expected); });
+        errorOf([&] { made(TargetChange::link(source, target, expected)); });
+        errorOf([&] { made(TargetChange::copy(source, target, expected)); });
+        errorOf([&] { made(TargetChange::removal(target, expected)); });
         EXPECT_EQ(before(), was);
       }
       fs::remove_all(target);
@@ -221,7 +226,7 @@ TEST_F(SyncEngineTest, WhatSomebodyElsePutThereMeanwhileIsNeverRemoved) {
       if (replaces) folder(target, {{"old", ""}});
       {
         SyncEngine::FolderResolver resolver;
-        const auto change = SyncEngine::place(source, target, mode, ReplacePolicy::userConfirmed(), resolver);
+        const auto change = made(SyncEngine::prepare(source, target, mode, ReplacePolicy::userConfirmed(), resolver));
         fs::remove_all(target);
         folder(target, {{"somebody else's", "work"}});
       }
@@ -234,7 +239,7 @@ TEST_F(SyncEngineTest, WhatSomebodyElsePutThereMeanwhileIsNeverRemoved) {
 
 TEST_F(SyncEngineTest, WhatAnEndedProcessLeftIsSweptUpAndNothingElse) {
   OtherProcess worker([&](const auto& waitForTheEnd) {
-    const auto change = TargetChange::putLink(source, target, FS::Kind::absent);
+    const auto change = made(TargetChange::link(source, target, FS::Kind::absent));
     const Path ours = target.parent_path() / (".orvanta-stage-" + std::to_string(::getpid()));
     folder(ours.string() + "-" + newUuid(), {{"f", ""}});
     folder(ours.string() + "-somebody-else", {{"f", ""}});

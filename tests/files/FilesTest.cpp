@@ -120,21 +120,21 @@ TEST_F(FilesTest, RenamingNeverReplacesAndExchangingLosesNothing) {
   EXPECT_EQ(read(root / "b/1/1"), "a");
 }
 
-TEST_F(FilesTest, OnlyOldTemporaryFoldersOfOursAreSweptUp) {
-  const Path old = FS::makeTempDir(user.temp, "orvanta-clone-");
-  write(old / "file", "");
-  const Path diff = FS::makeTempDir(user.temp, "orvanta-diff-");
-  const Path fresh = FS::makeTempDir(user.temp, "orvanta-clone-");
+TEST_F(FilesTest, OnlyAbandonedTemporaryFoldersOfOursAreSweptUp) {
+  const TemporaryFolder used(user.temp, "orvanta-clone-");
+  OtherProcess worker([&](const auto& waitForTheEnd) {
+    const TemporaryFolder left(user.temp, "orvanta-diff-");
+    write(left.path() / "file", "");
+    waitForTheEnd();
+  });
   for (const auto* other : {"orvanta-clone-notes-2024", "somebody-12345678"}) fs::create_directory(user.temp / other);
-  fs::create_directory_symlink(fresh, user.temp / "orvanta-clone-12345678");
-  const auto twoDaysAgo = fs::file_time_type::clock::now() - 48h;
-  for (const auto& entry : fs::directory_iterator(user.temp)) {
-    if (entry.path() != fresh) fs::last_write_time(entry.path(), twoDaysAgo);
-  }
-  fs::last_write_time(fresh, fs::file_time_type::clock::now());
-  removeStaleTempDirs(user.temp, nowMillis());
-  EXPECT_FALSE(FS::exists(old) || FS::exists(diff));
+  fs::create_directory_symlink(used.path(), user.temp / "orvanta-clone-12345678");
+  removeAbandonedTempDirs(user.temp);
+  EXPECT_EQ(FS::children(user.temp).size(), 5U);
+  worker.kill();
+  removeAbandonedTempDirs(user.temp);
   EXPECT_EQ(FS::children(user.temp).size(), 4U);
+  EXPECT_TRUE(FS::exists(used.path()));
 }
 
 TEST_F(TreeCopyTest, ACopyIsTheSameTreeWithPermissionsTimesAndLinks) {

@@ -1,0 +1,60 @@
+#pragma once
+
+// The changes that one operation makes in folders outside of the library, from their announcement to the records: what
+// makes disk and records agree after a crash or a power cut at any moment.
+//
+//   FolderChanges changes(library);
+//   changes.make(prepared, …);                  // announced, flushed, made, flushed
+//   library.transaction([&] { …; changes.recorded(); });
+//   for (auto& change : prepared) change.keep();
+//
+// Before the first change is made, all of them stand in the library's ChangeJournal and what they hold is on the disk.
+// The transaction that writes the records also notes which operation that was. So the next start knows what a crash
+// left half done: where the records do not know the journal's operation, all of it is taken back; else it is cleared
+// up.
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "agents/ChangeJournal.h"
+#include "agents/TargetChange.h"
+#include "engine/Library.h"
+
+namespace orvanta {
+
+class FolderChanges {
+ public:
+  explicit FolderChanges(Library& library) : library_(library) {}
+  // The journal goes, for by now the changes are kept, or taken back. Declare it before them.
+  ~FolderChanges();
+  FolderChanges(const FolderChanges&) = delete;
+  FolderChanges& operator=(const FolderChanges&) = delete;
+
+  using Failed = std::function<void(std::size_t index, const SkillsError& error)>;
+
+  // Makes the prepared changes, on all cores, after those that were made before; those that are no change are passed
+  // over. What fails is told, for any of
+  // them and from any thread, and is as it was. Throws `io` when the disk takes no journal, with nothing made, or does
+  // not say that it has what was made; the caller then lets the changes go, which takes them back.
+  void make(const std::vector<TargetChange*>& changes, const Failed& failed);
+  // One change. Throws what it throws.
+  void make(TargetChange& change);
+
+  // Belongs into the transaction that writes the records of what was made.
+  void recorded();
+
+ private:
+  void announce(const std::vector<TargetChange*>& changes);
+  void settle(const std::vector<TargetChange*>& changes);
+
+  Library& library_;
+  ChangeJournal journal_;  // without an id until something was announced
+};
+
+// Takes back, or clears up behind, what a process that has ended left half done in agents' folders. For whoever holds
+// the library's lock. Throws `io` where that fails; the next start tries again.
+void healFolderChanges(Library& library);
+
+}  // namespace orvanta

@@ -1,0 +1,42 @@
+#include "files/LockedFolder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "files/FS.h"
+#include "foundations/SkillsError.h"
+
+namespace orvanta {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+UniqueFd openForLock(const fs::path& folder) {
+  return UniqueFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+}  // namespace
+
+UniqueFd makeLockedFolder(const fs::path& folder) {
+  // Another process that clears up may take the folder for a leftover until it is locked; it is then made anew.
+  constexpr int kAttempts = 5;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+      throw SkillsError::system("Cannot create " + folder.string(), errno);
+    }
+    UniqueFd lock = openForLock(folder);
+    if (lock && ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0 && FS::isDirectory(folder)) return lock;
+  }
+  throw SkillsError::io("Cannot keep the folder " + folder.string() + "; another process removes it");
+}
+
+bool isFolderLocked(const fs::path& folder) {
+  const UniqueFd fd = openForLock(folder);
+  return fd && ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0;
+}
+
+}  // namespace orvanta

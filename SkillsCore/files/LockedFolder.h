@@ -1,0 +1,18 @@
+#pragma once
+
+// A new folder that its maker keeps locked while it works in it. The system drops the lock when the process ends,
+// however it ends, so what a killed one left can be told from work in progress.
+
+#include <filesystem>
+
+#include "platform/UniqueFd.h"
+
+namespace orvanta {
+
+// Makes the folder, for this user alone; the lock holds as long as the descriptor is open. Throws `io`.
+UniqueFd makeLockedFolder(const std::filesystem::path& folder);
+
+// Whether a living process holds the lock of a folder.
+bool isFolderLocked(const std::filesystem::path& folder);
+
+}  // namespace orvanta
