@@ -1,26 +1,14 @@
 // Whatever a stranger writes as a SKILL.md, reading it ends, stays inside its memory and gives usable texts.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <string_view>
-
 #include "content/FrontMatter.h"
 #include "content/SkillMetadata.h"
 #include "foundations/Text.h"
-
-namespace {
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
-
-}  // namespace
+#include "fuzz/Fuzzing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace orvanta;  // NOLINT(google-build-using-namespace)
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  using fuzzing::require;
+  const auto text = fuzzing::textOf(data, size);
   const bool isUTF8 = Text::isValidUTF8(text);
 
   const auto values = SkillMetadata::parseFrontmatter(text);

@@ -1,35 +1,29 @@
 // Feeds arbitrary bytes to the readers of the community directory's answers.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
 #include "foundations/ModelsJSON.h"
-#include "foundations/SkillsError.h"
+#include "foundations/Text.h"
+#include "fuzz/Fuzzing.h"
 #include "sources/PlazzaAPI.h"
 
 namespace {
 
-void check(const std::vector<orvanta::PlazzaSkill>& skills) {
+using namespace orvanta;  // NOLINT(google-build-using-namespace)
+using fuzzing::require;
+
+void check(const std::vector<PlazzaSkill>& skills) {
   for (const auto& skill : skills) {
-    if (skill.source.empty() || skill.skillId.empty() || skill.name.empty() || skill.id.empty() || skill.installs < 0) {
-      std::abort();
-    }
+    require(!skill.source.empty() && !skill.skillId.empty() && !skill.name.empty() && !skill.id.empty());
+    require(skill.installs >= 0);
+    for (const auto& text : {skill.source, skill.skillId, skill.name, skill.id}) require(Text::isValidUTF8(text));
   }
-  if (orvanta::Json::parse(orvanta::jsonText(skills)).get<std::vector<orvanta::PlazzaSkill>>() != skills) std::abort();
+  require(Json::parse(jsonText(skills)).get<std::vector<PlazzaSkill>>() == skills);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast)
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
-  check(orvanta::PlazzaAPI::parseLeaderboardHTML(text));
-  try {
-    check(orvanta::PlazzaAPI::parseSearchJSON(text));
-  } catch (const orvanta::SkillsError& error) {
-    if (error.kind() != orvanta::SkillsError::Kind::network) std::abort();
-  }
+  const auto text = fuzzing::textOf(data, size);
+  check(PlazzaAPI::parseLeaderboardHTML(text));
+  fuzzing::allowing(SkillsError::Kind::network, [&] { check(PlazzaAPI::parseSearchJSON(text)); });
   return 0;
 }

@@ -1,24 +1,15 @@
 // Whatever a site sends as its index, reading it ends, and what may be installed of it stays in its folder and on the
 // site.
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-
-#include "foundations/SkillsError.h"
 #include "foundations/Text.h"
+#include "fuzz/Fuzzing.h"
 #include "platform/WebAddress.h"
 #include "sources/WellKnownIndex.h"
 
 namespace {
 
 using namespace orvanta;  // NOLINT(google-build-using-namespace)
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
+using fuzzing::require;
 
 void requireOnSite(const WebAddress& base, const std::string& reference) {
   const auto address = base.resolve(reference);
@@ -42,14 +33,12 @@ void requireSafe(const WebAddress& base, const WellKnownIndex::Entry& entry) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const auto base = WebAddress::parse("https://example.com/.well-known/agent-skills/index.json");
-  try {
-    const auto index = WellKnownIndex::parse({reinterpret_cast<const char*>(data), size}, "example.com", base->text);
+  fuzzing::allowing(SkillsError::Kind::network, [&] {
+    const auto index = WellKnownIndex::parse(fuzzing::textOf(data, size), "example.com", base->text);
     for (const auto& entry : index.entries) {
       require(!entry.name.empty() && Text::singleLine(entry.name) == entry.name);
       if (!entry.flaw) requireSafe(*base, entry);
     }
-  } catch (const SkillsError& error) {
-    require(error.kind() == SkillsError::Kind::network);
-  }
+  });
   return 0;
 }

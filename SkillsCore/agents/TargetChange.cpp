@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <charconv>
-#include <functional>
 #include <optional>
 #include <utility>
 
@@ -58,23 +57,28 @@ void keepAside(const TargetChange::Note& note) noexcept {
   }
 }
 
-using IsOurs = std::function<bool(const fs::path&)>;
+bool isWhatWasPut(const fs::path& path, const TargetChange::Note& note) {
+  const bool isLink = note.kind == TargetChange::Kind::placedLink;
+  const bool isKnown = note.content != FS::Identity{};  // a link only once it is made
+  if (isKnown && !FS::isKnownAs(path, note.content)) return false;
+  return isLink ? FS::linkDestination(path) == note.linkTo : isKnown;
+}
 
-// Looks once it has been moved away from where others reach it.
-void takeBackPlaced(const fs::path& target, const IsOurs& isOurs) {
-  if (!isOurs(target)) return;
-  const fs::path aside = stageBeside(target);
-  FS::renameExclusive(target, aside);
-  if (isOurs(aside)) return FS::removeAny(aside);
-  FS::renameExclusive(aside, target);
+// Looks once more when it has been moved away from where others reach it.
+void takeBackPlaced(const TargetChange::Note& note) {
+  if (!isWhatWasPut(note.target, note)) return;
+  const fs::path aside = stageBeside(note.target);
+  FS::renameExclusive(note.target, aside);
+  if (isWhatWasPut(aside, note)) return FS::removeAny(aside);
+  FS::renameExclusive(aside, note.target);
 }
 
 void takeBackExchanged(const TargetChange::Note& note) {
   if (!FS::exists(note.stage)) return;
-  if (FS::identity(note.stage) == note.content) return FS::removeAny(note.stage);  // it was not made
-  if (FS::identity(note.target) != note.content) return keepAside(note);
+  if (FS::isKnownAs(note.stage, note.content)) return FS::removeAny(note.stage);  // it was not made
+  if (!FS::isKnownAs(note.target, note.content)) return keepAside(note);
   FS::exchange(note.stage, note.target);
-  if (FS::identity(note.stage) == note.content) return FS::removeAny(note.stage);
+  if (FS::isKnownAs(note.stage, note.content)) return FS::removeAny(note.stage);
   FS::exchange(note.stage, note.target);
   keepAside(note);
 }
@@ -178,17 +182,15 @@ void TargetChange::undo() noexcept {
   }
 }
 
+bool TargetChange::isInPlace(const Note& note) {
+  return note.kind != Kind::takenAway && isWhatWasPut(note.target, note);
+}
+
 void TargetChange::takeBack(const Note& note) {
   switch (note.kind) {
     case Kind::none: return;
-    case Kind::placedLink:
-      return takeBackPlaced(note.target, [&](const fs::path& path) {
-        const bool isKnown = note.content == FS::Identity{} || FS::identity(path) == note.content;
-        return isKnown && FS::linkDestination(path) == note.linkTo;
-      });
-    case Kind::placed:
-      FS::removeAny(note.stage);
-      return takeBackPlaced(note.target, [&](const fs::path& path) { return FS::identity(path) == note.content; });
+    case Kind::placedLink: return takeBackPlaced(note);
+    case Kind::placed: FS::removeAny(note.stage); return takeBackPlaced(note);
     case Kind::exchanged: return takeBackExchanged(note);
     case Kind::takenAway:
       if (!FS::exists(note.stage)) return;

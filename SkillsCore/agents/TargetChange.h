@@ -68,6 +68,8 @@ class TargetChange {
   [[nodiscard]] bool isMade() const { return isMade_; }
   [[nodiscard]] const Note& note() const { return note_; }
 
+  // Whether what was noted stands at the target.
+  static bool isInPlace(const Note& note);
   // Of a process that has ended: what was noted is taken back, however far it came.
   static void takeBack(const Note& note);
   // The same, where the records say that it is final.

@@ -165,7 +165,6 @@ std::vector<DiscoveredGroup> AgentFolders::discover(const OperationContext& cont
 
 void AgentFolders::deleteUnmanaged(const fs::path& path, const std::string& tool) {
   const fs::path target = requireDeletable(path, agents_.adapter(tool));
-  sweepStages(target.parent_path());
   FolderChanges changes(library_);
   TargetChange change = TargetChange::removal(target, FS::kind(target));
   changes.make(change);

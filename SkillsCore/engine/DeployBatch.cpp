@@ -186,7 +186,6 @@ Plan DeployBatch::plan(const Plan& removals) {
 }
 
 void DeployBatch::place(const OperationContext& context) {
-  for (const auto& [tool, folder] : folders_) sweepStages(folder.path);
   prepareAll(context);
   std::vector<Pair*> prepared;
   for (auto& pair : pairs_) {

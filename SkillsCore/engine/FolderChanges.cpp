@@ -23,12 +23,29 @@ namespace {
 // The setting that names the last operation whose changes are recorded.
 constexpr const char* kRecorded = "folder_changes_recorded";
 
+bool isRecorded(Library& library, const ChangeJournal& journal) {
+  return !journal.id.empty() && library.store.setting(kRecorded) == journal.id;
+}
+
 bool holdsContent(const TargetChange::Note& note) { return !note.stage.empty() && note.content.inode != 0; }
 
 }  // namespace
 
 FolderChanges::~FolderChanges() {
-  if (!journal_.id.empty()) FS::removeQuietly(library_.paths.changeJournal());
+  try {
+    if (!journal_.id.empty() && isSettled()) FS::removeAny(library_.paths.changeJournal());
+  } catch (const SkillsError&) {
+    return;  // the next opening of the library reads it
+  }
+}
+
+// On a failing disk not everything can be cleared up, or taken back, at once.
+bool FolderChanges::isSettled() {
+  const auto& notes = journal_.notes;
+  const bool isFinal = isRecorded(library_, journal_);
+  return std::none_of(notes.begin(), notes.end(), [&](const TargetChange::Note& note) {
+    return (!note.stage.empty() && FS::exists(note.stage)) || (!isFinal && TargetChange::isInPlace(note));
+  });
 }
 
 void FolderChanges::make(const std::vector<TargetChange*>& changes, const Failed& failed) {
@@ -60,12 +77,15 @@ void FolderChanges::make(TargetChange& change) {
 void FolderChanges::announce(const std::vector<TargetChange*>& changes) {
   if (journal_.id.empty()) journal_.id = newUuid();
   std::map<std::uint64_t, fs::path> disks;  // with new content on them, and a folder there
+  std::set<fs::path> folders;
   for (const auto* change : changes) {
     journal_.notes.push_back(change->note());
+    folders.insert(change->note().target.parent_path());
     if (holdsContent(change->note())) {
       disks.try_emplace(change->note().content.device, change->note().stage.parent_path());
     }
   }
+  for (const auto& folder : folders) sweepStages(folder);
   const fs::path file = library_.paths.changeJournal();
   journal_.write(file);
   for (const auto& [device, folder] : disks) FS::flushTree(folder);
@@ -88,12 +108,12 @@ void healFolderChanges(Library& library) {
   const fs::path file = library.paths.changeJournal();
   const auto journal = ChangeJournal::read(file);
   if (!journal) return;
-  const bool isRecorded = !journal->id.empty() && library.store.setting(kRecorded) == journal->id;
+  const bool isFinal = isRecorded(library, *journal);
   for (const auto& note : journal->notes) {
-    isRecorded ? TargetChange::finish(note) : TargetChange::takeBack(note);
+    isFinal ? TargetChange::finish(note) : TargetChange::takeBack(note);
   }
   FS::removeAny(file);
-  if (isRecorded || journal->notes.empty()) return;
+  if (isFinal || journal->notes.empty()) return;
   library.store.logAudit(
       {.action = "recover", .detail = fmt::format("{} unfinished changes taken back", journal->notes.size())});
 }

@@ -27,17 +27,18 @@ namespace orvanta {
 class FolderChanges {
  public:
   explicit FolderChanges(Library& library) : library_(library) {}
-  // The journal goes, for by now the changes are kept, or taken back. Declare it before them.
+  // The journal goes, for by now the changes are kept, or taken back: declare this before them. It stays where that
+  // failed, for the next opening of the library.
   ~FolderChanges();
   FolderChanges(const FolderChanges&) = delete;
   FolderChanges& operator=(const FolderChanges&) = delete;
 
   using Failed = std::function<void(std::size_t index, const SkillsError& error)>;
 
-  // Makes the prepared changes, on all cores, after those that were made before; those that are no change are passed
-  // over. What fails is told, for any of
-  // them and from any thread, and is as it was. Throws `io` when the disk takes no journal, with nothing made, or does
-  // not say that it has what was made; the caller then lets the changes go, which takes them back.
+  // Makes the prepared changes, on all cores, in folders from which it first sweeps what ended processes left, after
+  // those that were made before; those that are no change are passed over. What fails is told, for any of them and from
+  // any thread, and is as it was. Throws `io` when the disk takes no journal, with nothing made, or does not say that
+  // it has what was made; the caller then lets the changes go, which takes them back.
   void make(const std::vector<TargetChange*>& changes, const Failed& failed);
   // One change. Throws what it throws.
   void make(TargetChange& change);
@@ -46,6 +47,7 @@ class FolderChanges {
   void recorded();
 
  private:
+  bool isSettled();
   void announce(const std::vector<TargetChange*>& changes);
   void settle(const std::vector<TargetChange*>& changes);
 

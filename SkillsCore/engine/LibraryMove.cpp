@@ -101,14 +101,17 @@ LibraryMove::Completion LibraryMove::finish(SkillStore& store, const UserFolders
   succeeds(
       [&] { MoveJournal::write(to, MoveJournal::Arrival{.from = from.base(), .renames = renames, .moved = true}); });
   const bool isSaved = succeeds([&] { done.isChosen = choose(user); });
+  bool isEveryLinkDone = false;
   const bool isRelinked = succeeds([&] {
     auto links = Relinking(store, user, from, to).run();
     done.relinked = links.relinked;
+    isEveryLinkDone = !links.isUnfinished;
     done.errors.insert(done.errors.end(), std::make_move_iterator(links.errors.begin()),
                        std::make_move_iterator(links.errors.end()));
   });
-  // Until then the journal in the old place is what leads the next start to the new one.
-  if (isSaved && isRelinked) succeeds([&] { leaveOldPlace(done.leftBehind); });
+  // Until then the journal in the old place leads the next start to the new one, and the old links still lead to
+  // skills.
+  if (isSaved && isRelinked && isEveryLinkDone) succeeds([&] { leaveOldPlace(done.leftBehind); });
   return done;
 }
 

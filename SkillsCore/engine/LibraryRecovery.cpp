@@ -54,7 +54,7 @@ void healInstalling(Library& library, const fs::path& leftover) {
   for (const auto& announced : StagingFolder::announced(leftover)) {
     const fs::path folder = library.paths.skills() / announced.name;
     const bool isRecorded = library.store.skillAtPath(comparablePath(folder)).has_value();
-    if (!isRecorded && FS::identity(folder) == announced.identity) FS::removeAny(folder);
+    if (!isRecorded && FS::isKnownAs(folder, announced.identity)) FS::removeAny(folder);
   }
   FS::removeAny(leftover);
 }

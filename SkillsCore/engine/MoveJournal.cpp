@@ -3,7 +3,7 @@
 #include <string>
 
 #include "files/FS.h"
-#include "foundations/ModelsJSON.h"
+#include "foundations/ForeignJSON.h"
 
 namespace orvanta {
 
@@ -16,11 +16,13 @@ constexpr int kMostFolders = 1000;
 // An object with this member, which is an absolute path in its standard form; anything else is not ours.
 Json noteWithPath(const Paths& base, const char* key) {
   constexpr std::size_t kLargest = 64 << 10;
-  const auto text = FS::readText(base.moveJournal(), kLargest);
-  Json note = text ? Json::parse(*text, nullptr, /*allow_exceptions=*/false) : Json();
+  const auto content = FS::readText(base.moveJournal(), kLargest);
+  Json note = content ? parseForeignJSON(*content) : Json();
   if (!note.is_object() || !note.contains(key) || !note[key].is_string()) return {};
-  const fs::path path = note[key].get<std::string>();
-  const bool isUsable = path.is_absolute() && path == standardized(path) && path != base.base();
+  const auto& text = note[key].get_ref<const std::string&>();
+  const fs::path path = text;
+  const bool isStandard = path.is_absolute() && path == standardized(path) && text.find('\0') == std::string::npos;
+  const bool isUsable = isStandard && path != base.base();
   return isUsable ? note : Json();
 }
 
@@ -37,11 +39,11 @@ std::optional<MoveJournal::Departure> MoveJournal::departure(const Paths& base) 
   const Json note = noteWithPath(base, "to");
   if (note.is_null()) return std::nullopt;
   try {
-    Departure departure{.to = note.at("to").get<std::string>(),
-                        .createdFolders = note.at("createdFolders").get<int>(),
-                        .moved = note.at("moved").get<bool>()};
-    const bool isUsable = departure.createdFolders >= 0 && departure.createdFolders <= kMostFolders;
-    return isUsable ? std::optional(departure) : std::nullopt;
+    const auto createdFolders = wholeNumber(note.at("createdFolders"));
+    if (!createdFolders || *createdFolders < 0 || *createdFolders > kMostFolders) return std::nullopt;
+    return Departure{.to = note.at("to").get<std::string>(),
+                     .createdFolders = static_cast<int>(*createdFolders),
+                     .moved = note.at("moved").get<bool>()};
   } catch (const Json::exception&) {
     return std::nullopt;
   }
@@ -75,8 +77,8 @@ void MoveJournal::remove(const Paths& base) {
 }
 
 bool MoveJournal::isJournalName(std::string_view name) {
-  constexpr std::string_view kName = ".moving.json";
-  return name == kName || name == FS::unfinishedName(kName).native();
+  // The names of what is not finished begin with a dot more.
+  return name == ".moving.json" || name.starts_with("..moving.json");
 }
 
 }  // namespace orvanta

@@ -118,7 +118,6 @@ InstallRequest ProjectExchange::importRequest(const Workspace& workspace, const 
 void ProjectExchange::pull(const Workspace& workspace, const fs::path& path) {
   const Counterparts pair = checkPull(workspace, path);
   const fs::path target = pair.own.path;
-  sweepStages(target.parent_path());
   if (pair.isSame()) return;
   FolderChanges changes(library_);
   TargetChange change = TargetChange::copy(pair.center.centralPath, target, FS::Kind::directory);

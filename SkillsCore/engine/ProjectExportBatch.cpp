@@ -85,14 +85,11 @@ Plan ProjectExportBatch::plan() {
 }
 
 void ProjectExportBatch::place(const OperationContext& context) {
-  std::set<fs::path> folders;
   std::map<fs::path, std::vector<Item*>> byPlace;  // agents that share a folder take turns
   for (auto& item : items_) {
     if (item.failure) continue;
-    folders.insert(item.target.parent_path());
     byPlace[item.place].push_back(&item);
   }
-  for (const auto& folder : folders) sweepStages(folder);
   std::vector<std::vector<Item*>*> groups;
   for (auto& [place, group] : byPlace) groups.push_back(&group);
   std::mutex progress;

@@ -95,7 +95,6 @@ ProjectSkillMoves::Move ProjectSkillMoves::checkMove(const Workspace& workspace,
 void ProjectSkillMoves::erase(const Workspace& workspace, const fs::path& path) {
   const Removal removal = checkRemoval(workspace, path);
   const fs::path target = removal.skill.path;
-  sweepStages(target.parent_path());
   if (!removal.deployments.empty()) undeploy(removal);
   FolderChanges changes(library_);
   TargetChange change;

@@ -12,17 +12,6 @@ namespace orvanta {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-// Each is final at once: until the last is done, the old place leads to the new one.
-void relink(const fs::path& link, const fs::path& destination) {
-  TargetChange change = TargetChange::link(destination, link, FS::Kind::symlink);
-  change.make();
-  change.keep();
-}
-
-}  // namespace
-
 std::vector<Relinking::Item> Relinking::items() {
   std::map<std::string, SkillRecord> skills;
   for (auto& skill : store_.allSkills()) skills.emplace(skill.id, std::move(skill));
@@ -60,7 +49,17 @@ Relinking::Report Relinking::run() {
   Report report;
   relinkDeployments(report);
   relinkProjects(report);
+  for (const auto& folder : folders_) FS::flushFolder(folder);
   return report;
+}
+
+// Each is final at once: until the last is done, the old place leads to the new one.
+void Relinking::relink(const fs::path& link, const fs::path& destination, Report& report) {
+  TargetChange change = TargetChange::link(destination, link, FS::Kind::symlink);
+  change.make();
+  change.finish();
+  folders_.insert(link.parent_path());
+  ++report.relinked;
 }
 
 void Relinking::relinkDeployments(Report& report) {
@@ -73,10 +72,11 @@ void Relinking::relinkDeployments(Report& report) {
     try {
       if (!leadsToOldPlace(item)) continue;
       SyncEngine::ensureDstNotInsideSrc(item.newPlace, target, resolver);
-      relink(target, item.newPlace);
-      ++report.relinked;
+      relink(target, item.newPlace, report);
     } catch (const SkillsError& error) {
       report.errors.push_back(item.skillName + " → " + item.record.tool + ": " + error.message());
+      report.isUnfinished = report.isUnfinished || error.kind() == SkillsError::Kind::io;
+      if (error.kind() == SkillsError::Kind::io) continue;
       item.record.status = kTargetError;
       item.record.lastError = error.message();
       broken.push_back(std::move(item.record));
@@ -91,9 +91,9 @@ void Relinking::relinkDeployments(Report& report) {
 void Relinking::relinkProjects(Report& report) {
   for (const auto& link : projectLinks()) {
     try {
-      relink(link, to_.skills() / FS::linkDestination(link)->filename());
-      ++report.relinked;
+      relink(link, to_.skills() / FS::linkDestination(link)->filename(), report);
     } catch (const SkillsError& error) {
+      report.isUnfinished = report.isUnfinished || error.kind() == SkillsError::Kind::io;
       report.errors.push_back(link.string() + ": " + error.message());
     }
   }

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,10 +25,11 @@ class Relinking {
 
   struct Report {
     std::size_t relinked = 0;
-    std::vector<std::string> errors;  // "SKILL → AGENT: why it could not be", recorded on the deployment as well
+    std::vector<std::string> errors;  // "SKILL → AGENT: why it could not be"
+    bool isUnfinished = false;        // the system failed: tried once more, it may go
   };
-  // Goes on past failures. Links that lead to the new place already are left alone, and so is a place where nothing
-  // stands. Throws `database`.
+  // Goes on past failures. What is refused is recorded as broken. Links that lead to the new place already are left
+  // alone, and so is a place where nothing stands. Throws `database`.
   Report run();
   Plan plan();
 
@@ -42,6 +44,7 @@ class Relinking {
 
   std::vector<Item> items();
   void relinkDeployments(Report& report);
+  void relink(const std::filesystem::path& link, const std::filesystem::path& destination, Report& report);
   void relinkProjects(Report& report);
   [[nodiscard]] std::vector<std::filesystem::path> projectLinks();
   static bool leadsToOldPlace(const Item& item);
@@ -50,6 +53,7 @@ class Relinking {
   const UserFolders& user_;
   Paths from_;
   Paths to_;
+  std::set<std::filesystem::path> folders_;  // whose links were changed
 };
 
 }  // namespace orvanta

@@ -178,8 +178,8 @@ void Relocation::takeNewPlace(LibraryMove& move, Stage& stage, std::optional<Lib
   const MoveChecks checks(library_, move.to);
   checks.requireEmpty();  // whoever had the lock before may have filled it
   move.renames = checks.isOnOneDisk() && canRename(move.from, move.to);
-  MoveJournal::write(move.to, MoveJournal::Arrival{.from = move.from.base(), .renames = move.renames});
   stage = Stage::begun;
+  MoveJournal::write(move.to, MoveJournal::Arrival{.from = move.from.base(), .renames = move.renames});
 }
 
 SkillStore Relocation::storeAtNewPlace(const LibraryMove& move) {

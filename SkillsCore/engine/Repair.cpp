@@ -53,9 +53,6 @@ bool holds(const fs::path& copy, const std::string& hash) {
 ApplyReport Repair::repairDeployments(const OperationContext& context) {
   FolderChanges changes(library_);
   auto all = items();
-  std::set<std::string> folders;
-  for (const auto& item : all) folders.insert(fs::path(item.record.targetPath).parent_path().string());
-  for (const auto& folder : folders) sweepStages(folder);
 
   // Records that share a place are mended one after the other.
   std::unordered_map<std::string, std::vector<Item*>> groups;

@@ -168,6 +168,11 @@ ActivationReport SkillActivation::disable(const std::vector<SkillRecord>& skills
     }
   });
   batch.keep();
+  for (const auto& pair : batch.pairs()) {
+    if (!pair.failed) continue;
+    report.errors.push_back(pair.skillName + " → " + pair.record.tool + ": " + pair.record.targetPath + ": " +
+                            pair.note.value_or(""));
+  }
   report.changedIds = ids;
   return report;
 }

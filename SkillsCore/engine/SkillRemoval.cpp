@@ -29,7 +29,7 @@ void SkillRemoval::remove(const std::string& id, bool deleteFiles) {
   const SkillRecord skill = skills_.require(id);
   if (deleteFiles) FolderRemoval::requireRemovable(library_.paths.skills(), skill);
   const RemovalReport report = remove(std::vector{id}, deleteFiles, {});
-  if (!report.errors.empty()) throw SkillsError::io(report.errors.front());
+  if (report.removed.empty()) throw SkillsError::io(report.errors.front());
 }
 
 RemovalReport SkillRemoval::remove(const std::vector<std::string>& ids, bool deleteFiles,
@@ -68,7 +68,8 @@ RemovalReport SkillRemoval::remove(const std::vector<std::string>& ids, bool del
   for (auto& folder : folders) folder.keep();
   for (const auto& pair : batch.pairs()) {
     if (!pair.cleared && !pair.isShared) {
-      report.notes.push_back(pair.record.targetPath + " was left in place (" + pair.note.value_or("left") + ")");
+      (pair.failed ? report.errors : report.notes)
+          .push_back(pair.record.targetPath + " was left in place (" + pair.note.value_or("left") + ")");
     }
   }
   return report;

@@ -174,7 +174,7 @@ void SkillsEngine::setBackupRemote(const std::optional<std::string>& url, const 
   state_->library.store.setSetting(kRemote, remote ? std::optional(GitSource::withoutCredentials(*remote)) : remote);
   state_->components.backup.clearConflicts();
   state_->library.store.logAudit(
-      {.action = "backup_set_remote", .detail = remote ? std::optional(Text::maskCredentials(*remote)) : std::nullopt});
+      {.action = "backup_set_remote", .detail = remote ? std::optional(GitSource::masked(*remote)) : std::nullopt});
 }
 
 void SkillsEngine::pushBackup(const OperationContext& context) {
@@ -293,7 +293,7 @@ ReconcileReport SkillsEngine::restoreLibraryFromRemote(const std::string& url, c
   FS::replaceEmptyFolder(incoming.root(), state_->paths().skills());
   FS::flushFolder(state_->paths().base());
   ReconcileReport report = reconcile(gitBackup(context), std::nullopt, context);
-  noteBackup("backup_clone", Text::maskCredentials(address));
+  noteBackup("backup_clone", GitSource::masked(address));
   return report;
 }
 

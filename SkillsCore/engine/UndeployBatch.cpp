@@ -63,9 +63,6 @@ Plan UndeployBatch::plan() {
 }
 
 void UndeployBatch::takeOut(const OperationContext& context) {
-  std::set<std::filesystem::path> folders;
-  for (const auto& pair : pairs_) folders.insert(std::filesystem::path(pair.record.targetPath).parent_path());
-  for (const auto& folder : folders) sweepStages(folder);
   std::size_t finished = 0;
   for (auto& pair : pairs_) {
     if (context.stop.stop_requested()) break;

@@ -124,6 +124,12 @@ Identity identity(const fs::path& path) {
           .modifiedNs = static_cast<std::int64_t>(modified.tv_sec) * 1'000'000'000 + modified.tv_nsec};
 }
 
+bool isKnownAs(const fs::path& path, Identity noted) {
+  const Identity found = identity(path);
+  noted.device = found.device;
+  return found == noted;
+}
+
 bool exists(const fs::path& path) { return kind(path) != Kind::absent; }
 
 bool isCertainlyAbsent(const fs::path& path) {

@@ -29,6 +29,10 @@ struct Identity {
 };
 Identity identity(const std::filesystem::path& path);
 
+// Whether that object stands at the path. For identities that were written down: devices are counted anew at each start
+// of the machine, so theirs does not count.
+bool isKnownAs(const std::filesystem::path& path, Identity noted);
+
 bool exists(const std::filesystem::path& path);
 // Nothing stands there. False as well where the system does not let us see.
 bool isCertainlyAbsent(const std::filesystem::path& path);

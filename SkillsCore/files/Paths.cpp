@@ -2,9 +2,8 @@
 
 #include <algorithm>
 
-#include <nlohmann/json.hpp>
-
 #include "files/FS.h"
+#include "foundations/ForeignJSON.h"
 #include "foundations/SkillsError.h"
 
 namespace orvanta {
@@ -13,14 +12,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Json = nlohmann::json;
-
 // The saved choices as an object; whatever cannot be read as one counts as empty.
 Json readConfig(const fs::path& file) {
   constexpr std::size_t kLargest = 1 << 20;
   const auto text = FS::readText(file, kLargest);
   if (!text) return Json::object();
-  Json json = Json::parse(*text, nullptr, /*allow_exceptions=*/false);
+  Json json = parseForeignJSON(*text);
   return json.is_object() ? json : Json::object();
 }
 
@@ -70,7 +67,7 @@ void Paths::writeRepoPath(const UserFolders& user, const std::optional<fs::path>
     config.erase("repo_path");
   }
   FS::createDirectories(file.parent_path());
-  FS::writeAtomically(file, config.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+  FS::writeAtomically(file, jsonText(config, 2) + "\n");
 }
 
 bool Paths::isRelocated(const UserFolders& user) const {

@@ -1,5 +1,7 @@
 #include "foundations/ModelsJSON.h"
 
+#include <utility>
+
 #include "foundations/Clock.h"
 
 namespace orvanta {
@@ -21,6 +23,18 @@ std::optional<std::string> optionalText(const Json& json, const char* key) {
 
 std::string jsonText(const Json& json, int indent) {
   return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+std::optional<std::int64_t> wholeNumber(const Json& json) {
+  constexpr double kLimit = 9223372036854775808.0;  // 2^63, the first value that does not fit
+  if (json.is_number_unsigned()) {
+    const auto number = json.get<std::uint64_t>();
+    return std::in_range<std::int64_t>(number) ? std::optional(static_cast<std::int64_t>(number)) : std::nullopt;
+  }
+  if (json.is_number_integer()) return json.get<std::int64_t>();
+  if (!json.is_number_float()) return std::nullopt;
+  const auto number = json.get<double>();
+  return number >= -kLimit && number < kLimit ? std::optional(static_cast<std::int64_t>(number)) : std::nullopt;
 }
 
 void to_json(Json& json, const SkillRecord& record) {
@@ -202,7 +216,7 @@ void from_json(const Json& json, PlazzaSkill& skill) {
   json.at("skillId").get_to(skill.skillId);
   json.at("name").get_to(skill.name);
   json.at("source").get_to(skill.source);
-  json.at("installs").get_to(skill.installs);
+  skill.installs = wholeNumber(json.at("installs")).value_or(0);
 }
 
 void to_json(Json& json, const BackupCommit& commit) {

@@ -3,6 +3,10 @@
 // The JSON form of the records: objects whose keys are the field names, enumerations as their raw values. An absent
 // optional field is left out. Kept apart from the records so that only what speaks JSON pays for it.
 
+#include <cstdint>
+#include <optional>
+#include <string>
+
 #include <nlohmann/json.hpp>
 
 #include "foundations/Models.h"
@@ -14,6 +18,9 @@ using Json = nlohmann::json;
 // The document as text. Texts that are not valid UTF-8 (file names, mostly) are repaired, so that it is always JSON.
 // `indent` of -1 gives one line.
 std::string jsonText(const Json& json, int indent = -1);
+
+// The whole number there, without fractions; nothing for what is no number or does not fit.
+std::optional<std::int64_t> wholeNumber(const Json& json);
 
 void to_json(Json& json, const SkillRecord& record);
 void to_json(Json& json, const SkillTarget& target);
@@ -35,7 +42,7 @@ void to_json(Json& json, const ScannedProject& project);
 void to_json(Json& json, const GitPreviewSkill& skill);
 void to_json(Json& json, const GitPreview& preview);
 void to_json(Json& json, const PlazzaSkill& skill);
-// Requires all keys; throws nlohmann's exception otherwise.
+// Requires all keys; throws nlohmann's exception otherwise. Installs that are no number count as none.
 void from_json(const Json& json, PlazzaSkill& skill);
 // The date in ISO 8601.
 void to_json(Json& json, const BackupCommit& commit);

@@ -8,6 +8,7 @@
 
 #include "foundations/SkillsError.h"
 #include "foundations/Text.h"
+#include "persistence/DatabaseFiles.h"
 
 namespace orvanta {
 
@@ -23,10 +24,15 @@ constexpr int kBusyMillis = 5000;
 // SQLite says that a file could not be read, written or opened; the system says why.
 std::string messageOf(sqlite3* db) {
   constexpr int kPrimaryCode = 0xff;
-  const std::string message = sqlite3_errmsg(db);
   const int code = sqlite3_errcode(db) & kPrimaryCode;
-  const int cause = code == SQLITE_IOERR || code == SQLITE_CANTOPEN ? sqlite3_system_errno(db) : 0;
-  return cause == 0 ? message : message + " (" + std::generic_category().message(cause) + ")";
+  const int error = code == SQLITE_IOERR ? sqlite3_system_errno(db) : 0;
+  auto cause = error != 0 ? std::optional(std::generic_category().message(error)) : std::nullopt;
+  const std::string message = sqlite3_errmsg(db);
+  // The last error would be that of a second try, to open the file for reading only.
+  const bool isClosed = code == SQLITE_READONLY || code == SQLITE_CANTOPEN;
+  const char* const file = isClosed ? sqlite3_db_filename(db, "main") : nullptr;
+  if (file != nullptr) cause = whyNotWritable(file);
+  return cause ? message + " (" + *cause + ")" : message;
 }
 
 void requireIdentifier(const std::string& name) {
@@ -103,8 +109,8 @@ class SQLiteConnection::Borrowed {
 
 SQLiteConnection::SQLiteConnection(const std::string& path) {
   sqlite3* handle = nullptr;
-  const int result = sqlite3_open_v2(path.c_str(), &handle,
-                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
+  const int result = sqlite3_open_v2(
+      path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, databaseFileLayer());
   db_.reset(handle);
   if (result != SQLITE_OK) {
     const std::string text = handle != nullptr ? messageOf(handle) : "unknown error";
@@ -258,8 +264,22 @@ SQLiteConnection::Transaction::~Transaction() {
 }
 
 void SQLiteConnection::Transaction::commit() {
-  connection_.execute(isPart_ ? "RELEASE part" : "COMMIT");
+  try {
+    connection_.execute(isPart_ ? "RELEASE part" : "COMMIT");
+  } catch (const SkillsError&) {
+    if (!isPart_) connection_.disown();
+    throw;
+  }
   open_ = false;
+}
+
+// Where only the flush of a commit failed, all of it stands in the log, and the next to open the database would take it
+// for committed. Another transaction takes its place there; if that fails as well, the log holds nothing whole.
+void SQLiteConnection::disown() {
+  sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  const char* const other = "BEGIN IMMEDIATE; CREATE TABLE disowned (x); DROP TABLE disowned; COMMIT";
+  if (sqlite3_exec(db_.get(), other, nullptr, nullptr, nullptr) == SQLITE_OK) return;
+  sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 }  // namespace orvanta

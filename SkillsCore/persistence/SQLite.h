@@ -160,6 +160,7 @@ class SQLiteConnection {
   [[noreturn]] void fail(std::string_view phrase, std::string_view sql) const;
   void useWriteAheadLog();
   void mergeLargeLog(const std::string& path);
+  void disown();
   void requireTransaction(std::string_view phrase, std::string_view sql) const;
 
   std::unique_ptr<sqlite3, Close> db_;

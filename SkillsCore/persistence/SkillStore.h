@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "foundations/ForeignJSON.h"
 #include "foundations/Models.h"
 #include "foundations/ModelsJSON.h"
 #include "foundations/SkillsError.h"
@@ -42,8 +43,10 @@ class SkillStore {
   std::optional<T> jsonSetting(const std::string& key) {
     const auto text = setting(key);
     if (!text) return std::nullopt;
+    const Json json = parseForeignJSON(*text);
+    if (json.is_discarded()) throw unreadableSetting(key, "it is no JSON");
     try {
-      return Json::parse(*text).get<T>();
+      return json.get<T>();
     } catch (const Json::exception& error) {
       throw unreadableSetting(key, error.what());
     }

@@ -61,9 +61,13 @@ std::optional<BackupManifest> BackupManifest::parse(std::string_view text) {
   const Json json = parseForeignJSON(text);
   try {
     BackupManifest manifest;
-    json.at("version").get_to(manifest.version);
+    const auto version = wholeNumber(json.at("version"));
+    if (!version) return std::nullopt;
+    manifest.version = *version;
     if (manifest.isOfLaterFormat()) return manifest;
-    json.at("exportedAt").get_to(manifest.exportedAt);
+    const auto exportedAt = wholeNumber(json.at("exportedAt"));
+    if (!exportedAt) return std::nullopt;
+    manifest.exportedAt = *exportedAt;
     json.at("device").get_to(manifest.device);
     const Json& skills = json.at("skills");
     if (!skills.is_array()) return std::nullopt;

@@ -12,6 +12,7 @@
 #include "files/Paths.h"
 #include "foundations/Text.h"
 #include "platform/Host.h"
+#include "sources/GitLeftovers.h"
 #include "sources/GitSource.h"
 
 namespace orvanta {
@@ -43,13 +44,22 @@ std::optional<Number> numberIn(std::string_view text) {
   return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
+// Whoever made a commit chose its time: one that no calendar shows becomes the nearest that it does.
+std::optional<std::int64_t> secondsIn(std::string_view text) {
+  constexpr std::int64_t last = 253'402'300'799;  // of the year 9999
+  std::int64_t seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  if (error == std::errc::invalid_argument || end != text.data() + text.size()) return std::nullopt;
+  return error == std::errc::result_out_of_range ? last : std::clamp(seconds, std::int64_t{0}, last);
+}
+
 // "HASH<tab>SECONDS<tab>SUBJECT"; the subject may hold tabs.
 std::optional<BackupCommit> commitIn(std::string_view line) {
   const auto first = line.find('\t');
   if (first == std::string_view::npos) return std::nullopt;
   const auto second = line.find('\t', first + 1);
   if (second == std::string_view::npos) return std::nullopt;
-  const auto seconds = numberIn<std::int64_t>(line.substr(first + 1, second - first - 1));
+  const auto seconds = secondsIn(line.substr(first + 1, second - first - 1));
   if (!seconds) return std::nullopt;
   return BackupCommit{.sha = std::string(line.substr(0, first)),
                       .date = *seconds * 1000,
@@ -149,7 +159,7 @@ BackupStatus GitBackup::status(const OperationContext& context) const {
   status.isRepository = isRepository();
   if (!status.isRepository || !status.gitAvailable) return status;
   const auto remote = remoteURL(context);
-  if (remote) status.remoteURL = Text::maskCredentials(*remote);
+  if (remote) status.remoteURL = GitSource::masked(*remote);
   const auto name = run({"rev-parse", "--abbrev-ref", "HEAD"}, shortest, context);
   if (name.succeeded() && trimmed(name) != "HEAD") status.branch = trimmed(name);
   const auto changes = run({"status", "--porcelain", "--ignore-submodules=dirty"}, local, context);
@@ -330,7 +340,7 @@ std::string GitBackup::fetch(const OperationContext& context) const {
     const bool isEmpty = failure.message().find("find remote ref") != std::string::npos;
     if (!isEmpty) throw failure;
     throw SkillsError::git(fmt::format("The remote {} has no branch '{}': there is nothing to pull yet. Push first.",
-                                       Text::maskCredentials(*remote), name));
+                                       GitSource::masked(*remote), name));
   }
   return trimmed(check({"rev-parse", "--verify", "FETCH_HEAD^{commit}"}, shortest, context));
 }
@@ -408,6 +418,7 @@ void GitBackup::checkOut(const OperationContext& context) const {
   ensureAttributes(gitFolder(context));
   ensureIdentity(context);
   check({"reset", "--hard", "--quiet"}, longLocal, context);
+  clearGitLeftovers(gitFolder(context));  // of locks that could not be removed
   FS::flushTree(root_);
 }
 

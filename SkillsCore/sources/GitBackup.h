@@ -149,6 +149,7 @@ class GitBackup {
   // An address with a password in it is for its owner's eyes.
   void setOrigin(const std::string& verb, const std::string& url, const OperationContext& context) const;
 
+  void makeRepository(const OperationContext& context) const;
   void ensureGitignore() const;
   void ensureIdentity(const OperationContext& context) const;
   void ensureAttributes(const std::filesystem::path& gitFolder) const;

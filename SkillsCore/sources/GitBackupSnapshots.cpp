@@ -12,6 +12,7 @@
 #include "foundations/Text.h"
 #include "sources/GitBackup.h"
 #include "sources/GitLeftovers.h"
+#include "sources/StagingFolder.h"
 
 namespace orvanta {
 
@@ -121,12 +122,28 @@ fs::path GitBackup::gitFolder(const OperationContext& context) const {
   return std::string(Text::trim(check({"rev-parse", "--absolute-git-dir"}, shortest, context).standardOutput));
 }
 
+// Made aside and brought to the disk, it takes its place whole: git neither flushes a new repository nor recognises a
+// part of one.
+void GitBackup::makeRepository(const OperationContext& context) const {
+  const StagingFolder staging(root_);
+  const fs::path made = staging.slot(0);
+  check({"init", "--initial-branch=main", "--quiet", "--", made.string()}, local, context);
+  FS::flushTree(made);
+  FS::renameExclusive(made / ".git", root_ / ".git");
+  FS::flushFolder(root_);
+}
+
 void GitBackup::initialize(const OperationContext& context) const {
   FS::createDirectories(root_);
   // Where a git was killed while it made the repository, this finishes it.
   const bool isWhole = isRepository() && (!FS::isDirectory(root_ / ".git") || FS::exists(root_ / ".git" / "HEAD"));
-  if (isWhole) clearGitLeftovers(gitFolder(context));
-  if (!isWhole) check({"init", "--initial-branch=main", "--quiet"}, local, context);
+  if (isWhole) {
+    clearGitLeftovers(gitFolder(context));
+  } else if (isRepository()) {
+    check({"init", "--initial-branch=main", "--quiet"}, local, context);
+  } else {
+    makeRepository(context);
+  }
   ensureGitignore();
   ensureIdentity(context);
   makeReady(context);

@@ -144,7 +144,7 @@ bool callsItself(const fs::path& folder, const std::string& name) {
 }  // namespace
 
 std::string ParsedGitSource::shortName() const {
-  auto canonical = Text::maskCredentials(GitSource::canonicalize(cloneURL));
+  auto canonical = GitSource::masked(GitSource::canonicalize(cloneURL));
   const auto host = fmt::format("{}/", GitSource::githubHost);
   if (const auto found = canonical.find(host); found != npos) return canonical.substr(found + host.size());
   if (canonical.starts_with("git@")) return canonical.substr(std::min(canonical.find(':') + 1, canonical.size()));
@@ -176,13 +176,23 @@ std::string canonicalize(std::string_view text) {
   return std::string(withoutSuffix(text, ".git"));
 }
 
+std::string masked(std::string_view address) {
+  const auto scheme = address.find("://");
+  if (scheme == npos) return std::string(address);
+  const auto begin = scheme + 3;
+  const auto end = std::min(address.find_first_of("/?#", begin), address.size());
+  const auto at = address.substr(begin, end - begin).rfind('@');
+  if (at == npos) return Text::maskCredentials(address);
+  return fmt::format("{}***{}", address.substr(0, begin), Text::maskCredentials(address.substr(begin + at)));
+}
+
 std::string withoutCredentials(std::string_view text) {
   constexpr std::string_view kMask = "***@";
   const auto lower = Text::lowercase(text);
   if (!lower.starts_with("https://") && !lower.starts_with("http://")) return std::string(text);
-  auto masked = Text::maskCredentials(text);
-  const auto mask = masked.find(kMask);
-  return mask == npos ? masked : masked.erase(mask, kMask.size());
+  auto address = masked(text);
+  const auto mask = address.find(kMask);
+  return mask == npos ? address : address.erase(mask, kMask.size());
 }
 
 bool isSafeSubpath(const fs::path& checkout, std::string_view subpath) {

@@ -40,6 +40,10 @@ void validate(std::string_view text);
 // The form in which two sources are compared: without white space around it, slashes at the end, and ".git".
 [[nodiscard]] std::string canonicalize(std::string_view text);
 
+// The address with the user name and password in it hidden, whatever characters they are made of: in other texts, some
+// of these would end an address.
+[[nodiscard]] std::string masked(std::string_view address);
+
 // The address without the user name and password of an http or https URL: what may be recorded and shown.
 [[nodiscard]] std::string withoutCredentials(std::string_view text);
 

@@ -1,11 +1,13 @@
 #include "sources/StagingFolder.h"
 
+#include <algorithm>
+#include <array>
 #include <string>
 
 #include "content/SkillMetadata.h"
 #include "files/FS.h"
 #include "files/LockedFolder.h"
-#include "foundations/ModelsJSON.h"
+#include "foundations/ForeignJSON.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Uuid.h"
 
@@ -16,6 +18,12 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kJournal = "announced.json";
+
+// Behind the name. Others need not fit.
+bool holdsWholeNumbers(const Json& item) {
+  constexpr std::array<std::size_t, 4> places{1, 2, 3, 4};
+  return std::all_of(places.begin(), places.end(), [&](auto place) { return item.at(place).is_number_integer(); });
+}
 
 }  // namespace
 
@@ -39,10 +47,11 @@ std::vector<StagingFolder::Announced> StagingFolder::announced(const fs::path& f
   constexpr std::size_t kLargest = std::size_t{64} << 20;
   std::vector<Announced> skills;
   const auto text = FS::readText(folder / kJournal, kLargest);
-  const Json list = text ? Json::parse(*text, nullptr, /*allow_exceptions=*/false) : Json();
+  const Json list = text ? parseForeignJSON(*text) : Json();
   if (!list.is_array()) return skills;
   try {
     for (const auto& item : list) {
+      if (!holdsWholeNumbers(item)) return {};
       const FS::Identity identity{
           .device = item.at(1), .inode = item.at(2), .type = item.at(3), .modifiedNs = item.at(4)};
       skills.push_back({.name = item.at(0), .identity = identity});

@@ -117,6 +117,15 @@ void showProblemsBesideArray(const Session& session, const std::vector<std::stri
   writeError(session.err().stream(), interrupted ? "interrupted" : "refused", Text::join(texts, "\n"));
 }
 
+std::vector<std::string> copiesThatDidNotFollow(const SkillSummary& summary) {
+  std::vector<std::string> errors;
+  for (const SkillTarget& target : summary.targets) {
+    if (target.mode != SyncMode::copy || target.status != kTargetError) continue;
+    errors.push_back(fmt::format("The copy at {} is an old one: {}", target.targetPath, target.lastError.value_or("")));
+  }
+  return errors;
+}
+
 std::filesystem::path pathInAgentFolder(Session& session, const std::string& typed, const std::string& agent) {
   const std::filesystem::path path(typed);
   if (path.is_absolute() || FS::exists(path)) return standardized(path);

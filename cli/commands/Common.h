@@ -63,6 +63,9 @@ void showProblems(const Session& session, const std::vector<std::string>& errors
 // stream.
 void showProblemsBesideArray(const Session& session, const std::vector<std::string>& errors, bool interrupted);
 
+// The copies in agents' folders that could not be made anew after the skill changed, and why.
+std::vector<std::string> copiesThatDidNotFollow(const SkillSummary& summary);
+
 // A path as it was typed: absolute, from the working folder, or below an agent's folder.
 std::filesystem::path pathInAgentFolder(Session& session, const std::string& typed, const std::string& agent);
 

@@ -72,15 +72,6 @@ std::string warningFor(SkillsEngine& engine, const ChosenSkill& chosen) {
                      Text::singleLine(record.sourceRef.value_or(std::string(label(record.sourceType)))));
 }
 
-std::vector<std::string> copiesThatDidNotFollow(const SkillSummary& summary) {
-  std::vector<std::string> errors;
-  for (const SkillTarget& target : summary.targets) {
-    if (target.mode != SyncMode::copy || target.status != kTargetError) continue;
-    errors.push_back(fmt::format("The copy at {} is an old one: {}", target.targetPath, target.lastError.value_or("")));
-  }
-  return errors;
-}
-
 ExitStatus push(Session& session, const ProjectSkillOptions& options) {
   SkillsEngine& engine = session.engine();
   const ChosenSkill chosen = chosenSkill(session, options);

@@ -98,6 +98,14 @@ std::string sentenceOf(const UpdateReport& report) {
 
 FetchPurpose purposeOf(bool dryRun) { return dryRun ? FetchPurpose::preview : FetchPurpose::update; }
 
+std::vector<std::string> copiesThatStayed(SkillsEngine& engine, const std::vector<std::string>& ids) {
+  std::vector<std::string> errors;
+  for (const std::string& id : ids) {
+    for (std::string& error : copiesThatDidNotFollow(engine.summary(id))) errors.push_back(std::move(error));
+  }
+  return errors;
+}
+
 // What was fetched, brought in and shown; as the skill itself when there is only one.
 ExitStatus bringIn(Session& session, FetchedUpdates fetched, bool dryRun, bool isOne) {
   SkillsEngine& engine = session.engine();
@@ -109,14 +117,20 @@ ExitStatus bringIn(Session& session, FetchedUpdates fetched, bool dryRun, bool i
   if (isOne && !fetched.failures.empty()) throw fetched.failures.begin()->second.error;
   const UpdateReport report =
       session.change([&](const OperationContext& context) { return engine.applyUpdates(fetched, context); });
-  if (!isOne) return showReport(session, report.asApplied(), sentenceOf(report));
+  const auto broken = copiesThatStayed(engine, report.updatedIds);
+  if (!isOne) {
+    ApplyReport figures = report.asApplied();
+    figures.errors.insert(figures.errors.end(), broken.begin(), broken.end());
+    return showReport(session, figures, sentenceOf(report));
+  }
   if (!report.failures.empty()) throw report.failures.front().error;
   if (report.interrupted) throw SkillsError::refused("Stopped on request. Nothing was changed.");
   const SkillSummary summary = engine.summary(fetched.updates.front().skill().id);
-  return showSummary(session, summary,
-                     report.updatedIds.empty()
-                         ? fmt::format("There is nothing new for {}.", inQuotes(summary.record.name))
-                         : fmt::format("{} is updated.", inQuotes(summary.record.name)));
+  showSummary(session, summary,
+              report.updatedIds.empty() ? fmt::format("There is nothing new for {}.", inQuotes(summary.record.name))
+                                        : fmt::format("{} is updated.", inQuotes(summary.record.name)));
+  showProblemsBesideArray(session, broken, /*interrupted=*/false);
+  return bulkStatus(1, broken.size(), /*interrupted=*/false);
 }
 
 ExitStatus run(Session& session, const Options& options) {

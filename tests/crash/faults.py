@@ -22,10 +22,10 @@ FLUSHES = ("fsync", "fdatasync", "syncfs")
 ERRORS = {"enospc": errno.ENOSPC, "eio": errno.EIO, "eacces": errno.EACCES, "eintr": errno.EINTR,
           "full-on": errno.ENOSPC, "eio-on": errno.EIO}
 # What a message says of its cause, in the words of the system, of git or of SQLite.
-CAUSES = {errno.ENOSPC: "no space left on device|disk is full|disk full|out of disk ?space|disk I/O error",
-          errno.EIO: "input/output error|disk I/O error",
+CAUSES = {errno.ENOSPC: "no space left on device|unable to open database|disk is full|disk full|out of disk ?space|disk I/O error|readonly database",
+          errno.EIO: "unable to open database|input/output error|disk I/O error|readonly database",
           errno.EACCES: "permission denied|read-?only|unable to open database|disk I/O error|access permission",
-          errno.EINTR: "interrupted system call|disk I/O error"}
+          errno.EINTR: "unable to open database|interrupted system call|disk I/O error|readonly database"}
 LIBRARY = re.compile(r"/home/(\.orvanta|moved)(/|$)")
 HOLD = "300"  # milliseconds that a command stands still at most
 SPREAD = 0.02  # seconds between two commands that race

@@ -22,7 +22,7 @@ NOTE = "note"
 # the backup's manifest holds times and ids.
 VOLATILE = re.compile(r"/orvanta\.db(-wal|-shm|-journal)?$|/\.orvanta\.lock$|/(cache|logs|bin|\.git)$"
                       r"|/skills/\.orvanta$")
-LEFTOVER = re.compile(r"^\.(orvanta-stage|installing|removing|replacing|updating|placing|\.?moving)|\.tmp$|\.lock$"
+LEFTOVER = re.compile(r"^\.(orvanta-stage|installing|removing|replacing|updating|changing|\.?moving)|\.tmp$|\.lock$"
                       r"|^orvanta-")
 KEPT = (".orvanta.lock",)
 CHANGING = [(re.compile(r"\b[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\b"), "ID"),
@@ -96,7 +96,7 @@ def add_files(values: Dict[str, str], folder: str, root: str) -> None:
         if VOLATILE.search(path):
             continue
         text = described(path)
-        if text != "folder" or os.listdir(path):
+        if text != "folder" or any(not LEFTOVER.search(child) for child in os.listdir(path)):
             values[path[len(root):]] = text
         if text == "folder":
             add_files(values, path, root)

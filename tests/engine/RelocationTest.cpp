@@ -372,6 +372,7 @@ TEST_F(RelocationTest, AStrangersJournalRemovesNothing) {
     std::string there;
     bool opens;
   };
+  const auto deep = R"({"to":"/x","y":)" + std::string(30'000, '[') + std::string(30'000, ']') + "}";
   const std::vector<Case> cases{{departing(victim, false), "", true},
                                 {departing(victim, true), "", false},
                                 {departing(victim, false), arriving(home, false), true},
@@ -385,6 +386,9 @@ TEST_F(RelocationTest, AStrangersJournalRemovesNothing) {
                                 {"", "", false},
                                 {"[]", "", false},
                                 {"{\"to\":7}", "", false},
+                                {R"({"to":"/x","moved":false,"createdFolders":4294967296})", "", false},
+                                {R"({"to":"/x\u0000y","moved":false,"createdFolders":0})", "", false},
+                                {deep, "", false},
                                 {"{\"to\":\"/x\",\"moved\":\"yes\",\"createdFolders\":-1}", "", false}};
   reopen();
   const std::string before = everythingAsText();

@@ -53,6 +53,8 @@ TEST_F(PathsTest, AnUnusableSavedChoiceNeverStopsTheStart) {
     write(file, content);
     EXPECT_EQ(Paths::resolveDefault(user, std::nullopt), Paths(home / ".orvanta")) << content;
   }
+  write(file, R"({"x":)" + std::string(100'000, '[') + std::string(100'000, ']') + "}");
+  EXPECT_EQ(Paths::resolveDefault(user, std::nullopt), Paths(home / ".orvanta")) << "however deep it is";
   fs::remove(file);
   ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
   EXPECT_EQ(Paths::resolveDefault(user, std::nullopt), Paths(home / ".orvanta")) << "and does not wait";

@@ -194,6 +194,8 @@ TEST_F(SkillStoreTest, ASettingThatCannotBeReadIsNamed) {
     }
     store.setSetting(key, std::nullopt);
   }
+  store.setSetting("x", std::string(100'000, '[') + std::string(100'000, ']'));
+  EXPECT_THAT(errorOf([&] { store.jsonSetting<Json>("x"); }), IsError(Kind::database, "'x'"));
 }
 
 TEST_F(MigrationTest, AnOldDatabaseIsBroughtUpToDateWithItsRecords) {

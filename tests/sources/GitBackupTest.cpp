@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "files/FS.h"
+#include "foundations/Clock.h"
 #include "foundations/Text.h"
 #include "platform/ProcessRunner.h"
 #include "platform/UniqueFd.h"
@@ -437,6 +438,21 @@ TEST_F(GitBackupTest, RemotesAreCheckedAndNeverShowTheirPasswords) {
   EXPECT_THAT(errorOf([&] { backup().push({}); }), IsError(Kind::invalidInput, "No backup remote configured"));
 }
 
+TEST_F(GitBackupTest, ASnapshotOfAnyTimeIsListed) {
+  backup().initialize({});
+  ASSERT_TRUE(snapshot());
+  const auto tree = git({"rev-parse", "HEAD^{tree}"}, skills);
+  const auto listed = [&](const std::string& seconds) {
+    const auto signature = " a <a> " + seconds + " +0000\n";
+    write(root / "commit", "tree " + tree + "\nauthor" + signature + "committer" + signature + "\nsubject\n");
+    const auto id = git({"hash-object", "-t", "commit", "-w", "--literally", (root / "commit").string()}, skills);
+    git({"update-ref", "HEAD", id}, skills);
+    return iso8601(backup().history(1, {}).at(0).date);
+  };
+  EXPECT_EQ(listed("1700000000"), "2023-11-14T22:13:20Z");
+  EXPECT_EQ(listed("9223372036854775807"), "9999-12-31T23:59:59Z");
+}
+
 TEST_F(GitBackupTest, AManifestIsReadOnlyWhenItIsOne) {
   const BackupManifest manifest{
       .exportedAt = 5,
@@ -456,6 +472,7 @@ TEST_F(GitBackupTest, AManifestIsReadOnlyWhenItIsOne) {
   const std::string rest = R"(,"exportedAt":1,"device":"d","skills":)";
   EXPECT_TRUE(BackupManifest::parse(R"({"version":2,"skills":7})")->isOfLaterFormat());
   for (const auto& wrong : {std::string(), std::string("[]"), std::string("{"), R"({"version":"1")" + rest + "[]}",
+                            R"({"version":1e300)" + rest + "[]}", R"({"version":18446744073709551615)" + rest + "[]}",
                             R"({"version":1)" + rest + "{}}", R"({"version":1)" + rest + "[1]}",
                             R"({"version":1)" + rest +
                                 R"([{"id":1,"name":"n","dirName":"d","sourceType":"git","enabled":true,"tags":[]}]})",
