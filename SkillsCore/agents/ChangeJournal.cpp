@@ -21,8 +21,11 @@ using Kind = TargetChange::Kind;
 // Paths can hold any byte but this one, so it ends each field.
 constexpr char kEnd = '\0';
 constexpr std::string_view kTitle = "orvanta changes 1";
-constexpr std::array<std::pair<Kind, std::string_view>, 4> kKinds{
-    {{Kind::placedLink, "link"}, {Kind::placed, "copy"}, {Kind::exchanged, "exchange"}, {Kind::takenAway, "removal"}}};
+constexpr std::array<std::pair<Kind, std::string_view>, 5> kKinds{{{Kind::placedLink, "link"},
+                                                                   {Kind::placed, "copy"},
+                                                                   {Kind::exchanged, "exchange"},
+                                                                   {Kind::takenAway, "removal"},
+                                                                   {Kind::leftBehind, "leftover"}}};
 
 std::string_view nameOf(Kind kind) {
   return std::find_if(kKinds.begin(), kKinds.end(), [&](const auto& known) { return known.first == kind; })->second;

@@ -130,7 +130,8 @@ TargetChange TargetChange::removal(const fs::path& target, FS::Kind expected) {
 void TargetChange::make() {
   try {
     switch (note_.kind) {
-      case Kind::none: return;
+      case Kind::none:
+      case Kind::leftBehind: return;
       case Kind::placedLink:
         FS::createSymlink(note_.linkTo, note_.target);  // fails where something stands
         note_.content = FS::identity(note_.target);
@@ -183,7 +184,7 @@ void TargetChange::undo() noexcept {
 }
 
 bool TargetChange::isInPlace(const Note& note) {
-  return note.kind != Kind::takenAway && isWhatWasPut(note.target, note);
+  return note.kind != Kind::takenAway && note.kind != Kind::leftBehind && isWhatWasPut(note.target, note);
 }
 
 void TargetChange::takeBack(const Note& note) {
@@ -192,6 +193,7 @@ void TargetChange::takeBack(const Note& note) {
     case Kind::placedLink: return takeBackPlaced(note);
     case Kind::placed: FS::removeAny(note.stage); return takeBackPlaced(note);
     case Kind::exchanged: return takeBackExchanged(note);
+    case Kind::leftBehind: return FS::removeAny(note.stage);
     case Kind::takenAway:
       if (!FS::exists(note.stage)) return;
       return FS::exists(note.target) ? keepAside(note) : FS::renameExclusive(note.stage, note.target);

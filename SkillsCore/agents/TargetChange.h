@@ -24,6 +24,7 @@ class TargetChange {
     placed,      // a copy, where nothing stood
     exchanged,   // something new, in the place of what stood there
     takenAway,
+    leftBehind,  // by an earlier change that is final: only to be cleared up
   };
 
   // What a change is about to do, for whoever finds it half done after a crash.

@@ -75,7 +75,10 @@ void FolderChanges::make(TargetChange& change) {
 }
 
 void FolderChanges::announce(const std::vector<TargetChange*>& changes) {
-  if (journal_.id.empty()) journal_.id = newUuid();
+  if (journal_.id.empty()) {
+    journal_.notes = healFolderChanges(library_);
+    journal_.id = newUuid();
+  }
   std::map<std::uint64_t, fs::path> disks;  // with new content on them, and a folder there
   std::set<fs::path> folders;
   for (const auto* change : changes) {
@@ -104,18 +107,22 @@ void FolderChanges::recorded() {
   if (!journal_.id.empty()) library_.store.setSetting(kRecorded, journal_.id);
 }
 
-void healFolderChanges(Library& library) {
+std::vector<TargetChange::Note> healFolderChanges(Library& library) {
   const fs::path file = library.paths.changeJournal();
-  const auto journal = ChangeJournal::read(file);
-  if (!journal) return;
+  auto journal = ChangeJournal::read(file);
+  if (!journal) return {};
   const bool isFinal = isRecorded(library, *journal);
+  const std::size_t count = journal->notes.size();
   for (const auto& note : journal->notes) {
     isFinal ? TargetChange::finish(note) : TargetChange::takeBack(note);
   }
-  FS::removeAny(file);
-  if (isFinal || journal->notes.empty()) return;
-  library.store.logAudit(
-      {.action = "recover", .detail = fmt::format("{} unfinished changes taken back", journal->notes.size())});
+  std::erase_if(journal->notes, [](const auto& note) { return note.stage.empty() || !FS::exists(note.stage); });
+  for (auto& note : journal->notes) note.kind = TargetChange::Kind::leftBehind;
+  if (journal->notes.empty()) FS::removeAny(file);
+  if (!isFinal && count > 0) {
+    library.store.logAudit({.action = "recover", .detail = fmt::format("{} unfinished changes taken back", count)});
+  }
+  return std::move(journal->notes);
 }
 
 }  // namespace orvanta

@@ -55,8 +55,9 @@ class FolderChanges {
   ChangeJournal journal_;  // without an id until something was announced
 };
 
-// Takes back, or clears up behind, what a process that has ended left half done in agents' folders. For whoever holds
-// the library's lock. Throws `io` where that fails; the next start tries again.
-void healFolderChanges(Library& library);
+// Takes back, or clears up behind, what an operation that has ended left half done in agents' folders. For whoever
+// holds the library's lock. What could not be cleared up stays in the journal and is returned, to stand in the next one
+// as well. Throws `io` where something cannot be taken back; the next start tries again.
+std::vector<TargetChange::Note> healFolderChanges(Library& library);
 
 }  // namespace orvanta

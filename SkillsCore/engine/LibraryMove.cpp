@@ -132,6 +132,7 @@ void LibraryMove::leaveOldPlace(std::vector<std::string>& leftBehind) const {
   MoveJournal::remove(from);
   FS::removeIfEmpty(from.base());
   MoveJournal::remove(to);
+  FS::flushFolder(from.base().parent_path());
 }
 
 void LibraryMove::emptyOldPlace() const {

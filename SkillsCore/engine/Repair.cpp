@@ -125,7 +125,15 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
     }
     prepared.push_back(&changes[i]);
   }
-  folderChanges.make(prepared, [&](std::size_t i, const SkillsError& error) { failures[i] = error.message(); });
+  try {
+    folderChanges.make(prepared, [&](std::size_t i, const SkillsError& error) { failures[i] = error.message(); });
+  } catch (const SkillsError& error) {
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+      if (changes[i].isNone()) continue;
+      changes[i] = TargetChange();
+      failures[i] = error.message();
+    }
+  }
   library_.transaction([&] {
     folderChanges.recorded();
     for (std::size_t i = 0; i < targets.size(); ++i) recordCopy(targets[i], hash, failures[i]);

@@ -129,6 +129,8 @@ bool Updates::bringIn(const IncomingUpdate& update, const StagingFolder& near) {
   const bool cameAlready = update.hash == record.contentHash && update.skill().contentHash != record.contentHash;
   if (update.changesNothing() || cameAlready) {
     library_.transaction([&] { recordArrival(record, update, /*isReplaced=*/false); });
+    // An update that came before may have been ended before its copies followed.
+    if (!repair_.staleCopies(record, record.contentHash).empty()) repair_.resyncCopyTargets(record);
     return false;
   }
   refuseRepository(record.centralPath, kRepositoryAdvice);
@@ -142,21 +144,8 @@ bool Updates::bringIn(const IncomingUpdate& update, const StagingFolder& near) {
     return refreshed;
   });
   swap.keep();
-  resyncCopies(fresh);
+  repair_.resyncCopyTargets(fresh);
   return true;
-}
-
-// The update has come whatever becomes of the copies; those that cannot follow are for a repair.
-void Updates::resyncCopies(const SkillRecord& skill) {
-  try {
-    repair_.resyncCopyTargets(skill);
-  } catch (const SkillsError& error) {
-    library_.store.logAudit({.action = "deploy",
-                             .skillId = skill.id,
-                             .skillName = skill.name,
-                             .success = false,
-                             .detail = error.message()});
-  }
 }
 
 Plan Updates::plan(const IncomingUpdate& update) {

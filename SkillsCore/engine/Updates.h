@@ -55,7 +55,6 @@ class Updates {
   SkillSummary changeSource(SkillRecord record, const std::string& action, const std::optional<std::string>& source);
   SkillRecord requireSameOrigin(const IncomingUpdate& update);
   void recordArrival(SkillRecord record, const IncomingUpdate& update, bool isReplaced);
-  void resyncCopies(const SkillRecord& skill);
 
   Library& library_;
   Skills& skills_;
