@@ -1,14 +1,17 @@
 #include "agents/ChangeJournal.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <iterator>
+#include <optional>
 #include <string_view>
 
 #include <fmt/format.h>
 
-#include "foundations/Text.h"
+#include "foundations/SkillsError.h"
 
 namespace orvanta {
 
@@ -20,12 +23,8 @@ using Kind = TargetChange::Kind;
 
 // Paths can hold any byte but this one, so it ends each field.
 constexpr char kEnd = '\0';
-constexpr std::string_view kTitle = "orvanta changes 1";
-constexpr std::array<std::pair<Kind, std::string_view>, 5> kKinds{{{Kind::placedLink, "link"},
-                                                                   {Kind::placed, "copy"},
-                                                                   {Kind::exchanged, "exchange"},
-                                                                   {Kind::takenAway, "removal"},
-                                                                   {Kind::leftBehind, "leftover"}}};
+constexpr std::array<std::pair<Kind, std::string_view>, 4> kKinds{
+    {{Kind::placedLink, "link"}, {Kind::placed, "copy"}, {Kind::exchanged, "exchange"}, {Kind::takenAway, "removal"}}};
 
 std::string_view nameOf(Kind kind) {
   return std::find_if(kKinds.begin(), kKinds.end(), [&](const auto& known) { return known.first == kind; })->second;
@@ -72,49 +71,75 @@ bool isBelievable(const TargetChange::Note& note) {
 
 // Nothing when the text ends before the note does.
 std::optional<TargetChange::Note> noteIn(Fields& fields) {
-  std::array<std::string_view, 5> values;
+  std::array<std::string_view, 7> values;
   for (auto& value : values) {
     const auto field = fields.next();
     if (!field) return std::nullopt;
     value = *field;
   }
-  const auto& [kind, target, stage, linkTo, content] = values;
-  const std::string_view kindName = kind;
+  const std::string_view kindName = values[1];
   const auto known =
       std::find_if(kKinds.begin(), kKinds.end(), [&](const auto& each) { return each.second == kindName; });
-  const auto identity = identityIn(content);
-  if (known == kKinds.end() || !identity) return TargetChange::Note{};
-  return TargetChange::Note{
-      .kind = known->first, .target = target, .stage = stage, .linkTo = linkTo, .content = *identity};
+  const auto content = identityIn(values[5]);
+  const auto replaced = identityIn(values[6]);
+  if (known == kKinds.end() || !content || !replaced) return TargetChange::Note{};
+  return TargetChange::Note{.operation = std::string(values[0]),
+                            .kind = known->first,
+                            .target = values[2],
+                            .stage = values[3],
+                            .linkTo = values[4],
+                            .content = *content,
+                            .replaced = *replaced};
+}
+
+std::string textOf(const FS::Identity& identity) {
+  return fmt::format("{} {} {} {}", identity.device, identity.inode, identity.type, identity.modifiedNs);
+}
+
+std::string textOf(const ChangeJournal::Notes& notes) {
+  std::string text;
+  for (const auto& note : notes) {
+    for (const std::string_view field :
+         {std::string_view(note.operation), nameOf(note.kind), std::string_view(note.target.native()),
+          std::string_view(note.stage.native()), std::string_view(note.linkTo.native())}) {
+      text.append(field).push_back(kEnd);
+    }
+    text.append(textOf(note.content)).push_back(kEnd);
+    text.append(textOf(note.replaced)).push_back(kEnd);
+  }
+  return text;
+}
+
+constexpr unsigned kOwnersAlone = S_IRUSR | S_IWUSR;
+
+bool isOwn(const fs::path& file) {
+  struct stat status {};
+  return ::lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid() &&
+         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 }  // namespace
 
-void ChangeJournal::write(const fs::path& file) const {
-  std::string text;
-  const auto out = std::back_inserter(text);
-  fmt::format_to(out, "{}{}{}{}", kTitle, kEnd, id, kEnd);
-  for (const auto& note : notes) {
-    const FS::Identity& content = note.content;
-    fmt::format_to(out, "{}{}{}{}{}{}{}{}{} {} {} {}{}", nameOf(note.kind), kEnd, note.target.native(), kEnd,
-                   note.stage.native(), kEnd, note.linkTo.native(), kEnd, content.device, content.inode, content.type,
-                   content.modifiedNs, kEnd);
+void ChangeJournal::append(const fs::path& file, const Notes& notes) {
+  if (FS::exists(file) && !isOwn(file)) {
+    throw SkillsError::io(file.string() + " is not this user's own file; remove it, and try again");
   }
-  FS::writeOver(file, text);
+  FS::append(file, textOf(notes), kOwnersAlone);
 }
 
-std::optional<ChangeJournal> ChangeJournal::read(const fs::path& file) {
+void ChangeJournal::rewrite(const fs::path& file, const Notes& notes) {
+  FS::writeAtomically(file, textOf(notes), kOwnersAlone);
+}
+
+ChangeJournal::Notes ChangeJournal::read(const fs::path& file) {
   constexpr std::size_t kLargest = std::size_t{1} << 30;
-  const auto text = FS::readText(file, kLargest);
-  if (!text) return std::nullopt;
-  Fields fields(*text);
-  ChangeJournal journal;
-  if (fields.next() != kTitle) return journal;  // cut off before anything was changed
-  journal.id = fields.next().value_or("");
+  Notes notes;
+  const auto text = isOwn(file) ? FS::readText(file, kLargest) : std::nullopt;
+  Fields fields(text ? std::string_view(*text) : std::string_view());
   while (auto note = noteIn(fields)) {
-    if (isBelievable(*note)) journal.notes.push_back(std::move(*note));
+    if (isBelievable(*note)) notes.push_back(std::move(*note));
   }
-  return journal;
+  return notes;
 }
 
 }  // namespace orvanta

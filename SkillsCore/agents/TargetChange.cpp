@@ -20,20 +20,33 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The name carries the process, so that what is left by one that has ended can be told from work in progress.
-fs::path stageBeside(const fs::path& target) {
-  return target.parent_path() / (std::string(Scanner::kStagePrefix) + std::to_string(::getpid()) + "-" + newUuid());
+// New content waits under the prefix, what it replaces under the prefix and this.
+constexpr std::string_view kAside = "old-";
+
+// The names carry the process, so that what is left by one that has ended can be told from work in progress.
+fs::path beside(const fs::path& target, std::string_view mark) {
+  std::string name(Scanner::kStagePrefix);
+  name.append(mark).append(std::to_string(::getpid())).append("-").append(newUuid());
+  return target.parent_path() / name;
+}
+
+// Where the content that goes to `aside` first is made.
+fs::path preparedFor(const fs::path& aside) {
+  std::string name = aside.filename().string();
+  return aside.parent_path() / name.erase(Scanner::kStagePrefix.size(), kAside.size());
 }
 
 // The process of a staging name. Somebody else's folder may have a name that only begins like ours.
-std::optional<pid_t> makerOf(std::string_view name) {
-  if (!name.starts_with(Scanner::kStagePrefix)) return std::nullopt;
-  const std::string_view digits = name.substr(Scanner::kStagePrefix.size());
+std::optional<pid_t> makerOf(std::string_view name, std::string_view mark) {
+  for (const std::string_view part : {Scanner::kStagePrefix, mark}) {
+    if (!name.starts_with(part)) return std::nullopt;
+    name.remove_prefix(part.size());
+  }
   pid_t process = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), process);
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
   if (error != std::errc{} || process <= 0) return std::nullopt;
-  const std::string_view rest = digits.substr(static_cast<std::size_t>(end - digits.data()));
-  if (rest.empty() || rest.front() != '-' || !isUuid(rest.substr(1))) return std::nullopt;
+  name.remove_prefix(static_cast<std::size_t>(end - name.data()));
+  if (name.empty() || name.front() != '-' || !isUuid(name.substr(1))) return std::nullopt;
   return process;
 }
 
@@ -48,13 +61,15 @@ SkillsError notAsExpected(const fs::path& target, FS::Kind expected) {
   return SkillsError::refused("Refusing to remove " + target.string() + reason);
 }
 
-// What stood at the target stays for its owner, where it cannot go back. Nothing there is no failure.
-void keepAside(const TargetChange::Note& note) noexcept {
-  try {
-    FS::renameExclusive(note.stage, note.target.string() + "-before-" + newUuid().substr(0, 8));
-  } catch (const std::exception&) {
-    return;
-  }
+// What waits aside stays for its owner, where it cannot go back.
+void keepAside(const TargetChange::Note& note) {
+  FS::renameExclusive(note.stage, note.target.string() + "-before-" + newUuid().substr(0, 8));
+}
+
+// Whatever was changed in it since: a part of it may be removed already.
+bool isObject(const fs::path& path, const FS::Identity& noted) {
+  const FS::Identity found = FS::identity(path);
+  return found.inode == noted.inode && found.type == noted.type;
 }
 
 bool isWhatWasPut(const fs::path& path, const TargetChange::Note& note) {
@@ -67,13 +82,15 @@ bool isWhatWasPut(const fs::path& path, const TargetChange::Note& note) {
 // Looks once more when it has been moved away from where others reach it.
 void takeBackPlaced(const TargetChange::Note& note) {
   if (!isWhatWasPut(note.target, note)) return;
-  const fs::path aside = stageBeside(note.target);
+  const fs::path aside = beside(note.target, kAside);
   FS::renameExclusive(note.target, aside);
   if (isWhatWasPut(aside, note)) return FS::removeAny(aside);
   FS::renameExclusive(aside, note.target);
 }
 
 void takeBackExchanged(const TargetChange::Note& note) {
+  FS::settleExchange(note.stage, note.target);
+  FS::removeAny(preparedFor(note.stage));
   if (!FS::exists(note.stage)) return;
   if (FS::isKnownAs(note.stage, note.content)) return FS::removeAny(note.stage);  // it was not made
   if (!FS::isKnownAs(note.target, note.content)) return keepAside(note);
@@ -100,38 +117,45 @@ TargetChange& TargetChange::operator=(TargetChange&& other) noexcept {
 TargetChange::~TargetChange() { undo(); }
 
 TargetChange TargetChange::link(const fs::path& source, const fs::path& target, FS::Kind expected) {
-  Note note{.kind = Kind::placedLink, .target = target, .stage = {}, .linkTo = standardized(source), .content = {}};
-  if (expected == FS::Kind::absent) return {std::move(note), expected};
-  note.kind = Kind::exchanged;
-  note.stage = stageBeside(target);
-  FS::createSymlink(source, note.stage);
-  note.content = FS::identity(note.stage);
+  if (expected == FS::Kind::absent) {
+    return {{.kind = Kind::placedLink, .target = target, .linkTo = standardized(source)}, expected};
+  }
+  Note note{
+      .kind = Kind::exchanged, .target = target, .stage = beside(target, kAside), .replaced = FS::identity(target)};
+  FS::createSymlink(source, preparedFor(note.stage));
+  note.content = FS::identity(preparedFor(note.stage));
   return {std::move(note), expected};
 }
 
 TargetChange TargetChange::copy(const fs::path& source, const fs::path& target, FS::Kind expected) {
-  const Kind kind = expected == FS::Kind::absent ? Kind::placed : Kind::exchanged;
-  Note note{.kind = kind, .target = target, .stage = stageBeside(target), .linkTo = {}, .content = {}};
+  Note note{.kind = Kind::placed, .target = target, .stage = beside(target, {})};
+  fs::path made = note.stage;
+  if (expected != FS::Kind::absent) {
+    note.kind = Kind::exchanged;
+    note.stage = beside(target, kAside);
+    note.replaced = FS::identity(target);
+    made = preparedFor(note.stage);
+  }
   try {
-    FS::copyTree(source, note.stage);
+    FS::copyTree(source, made);
   } catch (const std::exception&) {
-    FS::removeQuietly(note.stage);
+    FS::removeQuietly(made);
     throw;
   }
-  note.content = FS::identity(note.stage);
+  note.content = FS::identity(made);
   return {std::move(note), expected};
 }
 
 TargetChange TargetChange::removal(const fs::path& target, FS::Kind expected) {
-  return {{.kind = Kind::takenAway, .target = target, .stage = stageBeside(target), .linkTo = {}, .content = {}},
-          expected};
+  return {
+      {.kind = Kind::takenAway, .target = target, .stage = beside(target, kAside), .replaced = FS::identity(target)},
+      expected};
 }
 
 void TargetChange::make() {
   try {
     switch (note_.kind) {
-      case Kind::none:
-      case Kind::leftBehind: return;
+      case Kind::none: return;
       case Kind::placedLink:
         FS::createSymlink(note_.linkTo, note_.target);  // fails where something stands
         note_.content = FS::identity(note_.target);
@@ -151,6 +175,7 @@ void TargetChange::make() {
 
 void TargetChange::moveAside() {
   if (note_.kind == Kind::exchanged) {
+    FS::renameExclusive(preparedFor(note_.stage), note_.stage);
     FS::exchange(note_.stage, note_.target);
   } else {
     FS::renameExclusive(note_.target, note_.stage);
@@ -159,32 +184,38 @@ void TargetChange::moveAside() {
   if (FS::kind(note_.stage) != expected_) throw notAsExpected(note_.target, expected_);
 }
 
-void TargetChange::keep() noexcept { finish(std::exchange(note_, {})); }
+void TargetChange::keep() noexcept {
+  try {
+    finish();
+  } catch (const std::exception&) {
+    return;
+  }
+}
 
 void TargetChange::finish() {
+  if (!isMade_) return undo();
   const Note note = std::exchange(note_, {});
   if (!note.stage.empty()) FS::removeAny(note.stage);
 }
 
-void TargetChange::finish(const Note& note) noexcept {
-  if (!note.stage.empty()) FS::removeQuietly(note.stage);
+void TargetChange::finish(const Note& note) {
+  if (note.kind != Kind::exchanged && note.kind != Kind::takenAway) return;
+  FS::settleExchange(note.stage, note.target);
+  if (!FS::exists(note.stage)) return;
+  const bool isExpected = isObject(note.stage, note.replaced) || isObject(note.stage, note.content);
+  isExpected ? FS::removeAny(note.stage) : keepAside(note);
 }
 
+// What cannot be taken back now, the next start takes back by the journal.
 void TargetChange::undo() noexcept {
-  const Kind kind = std::exchange(note_.kind, Kind::none);
-  if (kind == Kind::none || (kind == Kind::placedLink && !isMade_)) return;
   Note note = note_;
-  note.kind = kind;
+  note_.kind = Kind::none;
+  if (note.kind == Kind::none || (note.kind == Kind::placedLink && !isMade_)) return;
   try {
     takeBack(note);
   } catch (const std::exception&) {
-    // Somebody else changed the place meanwhile; what is there is theirs, and what was there before is kept for them.
-    if (isMade_ && kind != Kind::placed && kind != Kind::placedLink) keepAside(note);
+    return;
   }
-}
-
-bool TargetChange::isInPlace(const Note& note) {
-  return note.kind != Kind::takenAway && note.kind != Kind::leftBehind && isWhatWasPut(note.target, note);
 }
 
 void TargetChange::takeBack(const Note& note) {
@@ -193,18 +224,17 @@ void TargetChange::takeBack(const Note& note) {
     case Kind::placedLink: return takeBackPlaced(note);
     case Kind::placed: FS::removeAny(note.stage); return takeBackPlaced(note);
     case Kind::exchanged: return takeBackExchanged(note);
-    case Kind::leftBehind: return FS::removeAny(note.stage);
     case Kind::takenAway:
       if (!FS::exists(note.stage)) return;
       return FS::exists(note.target) ? keepAside(note) : FS::renameExclusive(note.stage, note.target);
   }
 }
 
-bool isStageName(std::string_view name) { return makerOf(name).has_value(); }
+bool isStageName(std::string_view name) { return makerOf(name, {}) || makerOf(name, kAside); }
 
 void sweepStages(const fs::path& folder) {
   for (const auto& name : FS::childNames(folder)) {
-    const auto maker = makerOf(name);
+    const auto maker = makerOf(name, {});
     if (maker && ::kill(*maker, 0) != 0 && errno == ESRCH) FS::removeQuietly(folder / name);
   }
 }

@@ -5,8 +5,9 @@
 //
 // A change is prepared first: new content is made complete under a staging name beside the target, and nobody sees it.
 // Making the change is one rename: the new content takes the name, or exchanges it with what stands there, which then
-// waits under the staging name. What a change takes the place of is looked at once more after it was moved aside: if it
-// is not what was expected, it is put back and the change is refused, so that nothing is removed by mistake.
+// waits aside, under another name that nobody sweeps up. What a change takes the place of is looked at once more after
+// it was moved aside: if it is not what was expected, it is put back and the change is refused, so that nothing is
+// removed by mistake.
 
 #include <filesystem>
 #include <string>
@@ -24,16 +25,17 @@ class TargetChange {
     placed,      // a copy, where nothing stood
     exchanged,   // something new, in the place of what stood there
     takenAway,
-    leftBehind,  // by an earlier change that is final: only to be cleared up
   };
 
   // What a change is about to do, for whoever finds it half done after a crash.
   struct Note {
+    std::string operation = {};  // of which it is a part
     Kind kind = Kind::none;
-    std::filesystem::path target;
-    std::filesystem::path stage;
-    std::filesystem::path linkTo;  // of a placed link
-    FS::Identity content;          // what is put at the target, where it was made under the staging name
+    std::filesystem::path target = {};
+    std::filesystem::path stage = {};   // where a placed copy comes from, or what is replaced or removed waits
+    std::filesystem::path linkTo = {};  // of a placed link
+    FS::Identity content = {};          // what is put at the target, where it was made beside it
+    FS::Identity replaced = {};         // what stood there
   };
 
   // No change at all.
@@ -58,8 +60,7 @@ class TargetChange {
   // Throws `refused` when something else than expected stands there, `io` otherwise; the target is then as it was.
   void make();
 
-  // Makes the change final and removes what stood there before. What cannot be removed stays under its staging name and
-  // is swept up by a later change in the same folder.
+  // Makes the change final and removes what stood there before. What cannot be removed stays where it waits.
   void keep() noexcept;
 
   // The same, but throws `io` when what stood there before cannot be removed.
@@ -69,12 +70,11 @@ class TargetChange {
   [[nodiscard]] bool isMade() const { return isMade_; }
   [[nodiscard]] const Note& note() const { return note_; }
 
-  // Whether what was noted stands at the target.
-  static bool isInPlace(const Note& note);
-  // Of a process that has ended: what was noted is taken back, however far it came.
+  // What was noted is taken back, however far it came.
   static void takeBack(const Note& note);
-  // The same, where the records say that it is final.
-  static void finish(const Note& note) noexcept;
+  // What was noted is final: what waits aside goes, if it is what was replaced.
+  static void finish(const Note& note);
+  // Both throw `io`; what is somebody else's gets a name of its own beside the target.
 
  private:
   TargetChange(Note note, FS::Kind expected) : note_(std::move(note)), expected_(expected) {}
@@ -90,7 +90,7 @@ class TargetChange {
 // Whether a name is one under which a change lets things wait.
 bool isStageName(std::string_view name);
 
-// Removes what changes of processes that have ended left in a folder under staging names.
+// Removes new content that processes which have ended left in a folder under staging names.
 void sweepStages(const std::filesystem::path& folder);
 
 }  // namespace orvanta

@@ -325,12 +325,14 @@ void DeployBatch::takeAwayOldPlacements(const std::vector<Pair*>& leaving) {
     if (pair.failure && pair.record != nullptr) held.insert(index_.place(pair.record->targetPath));
   }
   std::vector<TargetChange*> changes;
+  std::vector<Pair*> moving;
   for (Pair* pair : leaving) {
     if (!pair->done || held.contains(index_.place(pair->record->targetPath))) continue;
     pair->oldPlacement = SyncEngine::prepareRemoval(pair->record->targetPath, pair->record->mode);
     changes.push_back(&pair->oldPlacement);
+    moving.push_back(pair);
   }
-  changes_.make(changes, [](std::size_t, const SkillsError&) {});
+  changes_.make(changes, [&](std::size_t i, const SkillsError& error) { moving[i]->oldFailure = error; });
 }
 
 std::optional<std::string> DeployBatch::hashOf(const Pair& pair) const {

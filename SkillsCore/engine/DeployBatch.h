@@ -48,8 +48,9 @@ class DeployBatch {
     PlannedStep::Action action = PlannedStep::Action::keep;
     std::optional<std::string> sourceHash;
     TargetChange change;
-    TargetChange oldPlacement;      // the removal of the skill from a folder that the agent no longer uses
-    const Pair* sharing = nullptr;  // the pair of this batch that fills the place for this one, too
+    TargetChange oldPlacement;              // the removal of the skill from a folder that the agent no longer uses
+    std::optional<SkillsError> oldFailure;  // why that could not be
+    const Pair* sharing = nullptr;          // the pair of this batch that fills the place for this one, too
     bool isPrepared = false;
     bool done = false;
 

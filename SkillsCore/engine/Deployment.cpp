@@ -55,6 +55,7 @@ PlacementReport Deployment::deploy(DeployRequest request, Asker asker, const Ope
         news.push_back(&pair);
       }
       report.done.push_back(placementOf(pair));
+      if (pair.oldFailure) report.errors.push_back(failureText(pair.name(), pair.agentName(), *pair.oldFailure));
     } else if (pair.failure) {
       news.push_back(&pair);
       report.errors.push_back(failureText(pair.name(), pair.agentName(), *pair.failure));

@@ -8,8 +8,8 @@
 
 #include <fmt/format.h>
 
-#include "agents/ChangeJournal.h"
 #include "files/FS.h"
+#include "files/Paths.h"
 #include "foundations/Parallel.h"
 #include "foundations/SkillsError.h"
 #include "foundations/Uuid.h"
@@ -22,30 +22,53 @@ namespace {
 
 // The setting that names the last operation whose changes are recorded.
 constexpr const char* kRecorded = "folder_changes_recorded";
+// The operation of notes that only have to be cleared up, whatever is recorded since.
+constexpr const char* kFinal = "final";
 
-bool isRecorded(Library& library, const ChangeJournal& journal) {
-  return !journal.id.empty() && library.store.setting(kRecorded) == journal.id;
+bool holdsContent(const TargetChange::Note& note) { return note.content.inode != 0; }
+
+// A link that we place leads into the library, and no note of another is believed.
+bool isForeign(const TargetChange::Note& note, const fs::path& skills) {
+  if (note.kind != TargetChange::Kind::placedLink) return false;
+  return !isInside(note.linkTo, skills) && !isInside(FS::resolved(note.linkTo), FS::resolved(skills));
 }
 
-bool holdsContent(const TargetChange::Note& note) { return !note.stage.empty() && note.content.inode != 0; }
+// Brings what was noted to its end, the last first; returns what that failed for. What was taken back is on the disk.
+ChangeJournal::Notes settled(Library& library, const ChangeJournal::Notes& notes) {
+  const auto recorded = library.store.setting(kRecorded);
+  ChangeJournal::Notes kept;
+  std::set<fs::path> folders;
+  for (auto note = notes.rbegin(); note != notes.rend(); ++note) {
+    if (isForeign(*note, library.paths.skills())) continue;
+    const fs::path folder = note->target.parent_path();
+    const bool isFinal = note->operation == kFinal || note->operation == recorded;
+    try {
+      if (!FS::isDirectory(folder)) throw SkillsError::io(folder.string() + " is not there");
+      isFinal ? TargetChange::finish(*note) : TargetChange::takeBack(*note);
+      if (!isFinal) folders.insert(folder);
+    } catch (const SkillsError&) {
+      kept.insert(kept.begin(), *note);
+      if (isFinal) kept.front().operation = kFinal;
+    }
+  }
+  for (const auto& folder : folders) FS::flushFolder(folder);
+  return kept;
+}
+
+void leaveInJournal(const Library& library, const ChangeJournal::Notes& notes) {
+  const fs::path file = library.paths.changeJournal();
+  notes.empty() ? FS::removeAny(file) : ChangeJournal::rewrite(file, notes);
+}
 
 }  // namespace
 
 FolderChanges::~FolderChanges() {
+  if (notes_.empty()) return;
   try {
-    if (!journal_.id.empty() && isSettled()) FS::removeAny(library_.paths.changeJournal());
+    leaveInJournal(library_, settled(library_, notes_));
   } catch (const SkillsError&) {
     return;  // the next opening of the library reads it
   }
-}
-
-// On a failing disk not everything can be cleared up, or taken back, at once.
-bool FolderChanges::isSettled() {
-  const auto& notes = journal_.notes;
-  const bool isFinal = isRecorded(library_, journal_);
-  return std::none_of(notes.begin(), notes.end(), [&](const TargetChange::Note& note) {
-    return (!note.stage.empty() && FS::exists(note.stage)) || (!isFinal && TargetChange::isInPlace(note));
-  });
 }
 
 void FolderChanges::make(const std::vector<TargetChange*>& changes, const Failed& failed) {
@@ -65,7 +88,7 @@ void FolderChanges::make(const std::vector<TargetChange*>& changes, const Failed
       failed(indices[i], error);
     }
   });
-  settle(real);
+  flush(real);
 }
 
 void FolderChanges::make(TargetChange& change) {
@@ -75,27 +98,27 @@ void FolderChanges::make(TargetChange& change) {
 }
 
 void FolderChanges::announce(const std::vector<TargetChange*>& changes) {
-  if (journal_.id.empty()) {
-    journal_.notes = healFolderChanges(library_);
-    journal_.id = newUuid();
-  }
+  const fs::path file = library_.paths.changeJournal();
+  if (notes_.empty()) notes_ = ChangeJournal::read(file);  // what an earlier operation could not clear up
+  if (id_.empty()) id_ = newUuid();
+  ChangeJournal::Notes added;
   std::map<std::uint64_t, fs::path> disks;  // with new content on them, and a folder there
   std::set<fs::path> folders;
   for (const auto* change : changes) {
-    journal_.notes.push_back(change->note());
-    folders.insert(change->note().target.parent_path());
-    if (holdsContent(change->note())) {
-      disks.try_emplace(change->note().content.device, change->note().stage.parent_path());
-    }
+    added.push_back(change->note());
+    added.back().operation = id_;
+    const fs::path folder = change->note().target.parent_path();
+    folders.insert(folder);
+    if (holdsContent(change->note())) disks.try_emplace(change->note().content.device, folder);
   }
   for (const auto& folder : folders) sweepStages(folder);
-  const fs::path file = library_.paths.changeJournal();
-  journal_.write(file);
+  notes_.insert(notes_.end(), added.begin(), added.end());
+  ChangeJournal::append(file, added);
   for (const auto& [device, folder] : disks) FS::flushTree(folder);
   if (!disks.contains(FS::identity(file).device)) FS::flushFile(file);
 }
 
-void FolderChanges::settle(const std::vector<TargetChange*>& changes) {
+void FolderChanges::flush(const std::vector<TargetChange*>& changes) {
   std::set<fs::path> folders;
   for (const auto* change : changes) {
     if (change->isMade()) folders.insert(change->note().target.parent_path());
@@ -104,25 +127,18 @@ void FolderChanges::settle(const std::vector<TargetChange*>& changes) {
 }
 
 void FolderChanges::recorded() {
-  if (!journal_.id.empty()) library_.store.setSetting(kRecorded, journal_.id);
+  if (!id_.empty()) library_.store.setSetting(kRecorded, id_);
 }
 
-std::vector<TargetChange::Note> healFolderChanges(Library& library) {
-  const fs::path file = library.paths.changeJournal();
-  auto journal = ChangeJournal::read(file);
-  if (!journal) return {};
-  const bool isFinal = isRecorded(library, *journal);
-  const std::size_t count = journal->notes.size();
-  for (const auto& note : journal->notes) {
-    isFinal ? TargetChange::finish(note) : TargetChange::takeBack(note);
-  }
-  std::erase_if(journal->notes, [](const auto& note) { return note.stage.empty() || !FS::exists(note.stage); });
-  for (auto& note : journal->notes) note.kind = TargetChange::Kind::leftBehind;
-  if (journal->notes.empty()) FS::removeAny(file);
-  if (!isFinal && count > 0) {
-    library.store.logAudit({.action = "recover", .detail = fmt::format("{} unfinished changes taken back", count)});
-  }
-  return std::move(journal->notes);
+void healFolderChanges(Library& library) {
+  const auto notes = ChangeJournal::read(library.paths.changeJournal());
+  if (notes.empty()) return;
+  const auto kept = settled(library, notes);
+  leaveInJournal(library, kept);
+  if (kept.size() == notes.size()) return;
+  library.store.logAudit(
+      {.action = "recover",
+       .detail = fmt::format("{} unfinished changes brought to their end", notes.size() - kept.size())});
 }
 
 }  // namespace orvanta

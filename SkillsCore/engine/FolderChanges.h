@@ -47,17 +47,16 @@ class FolderChanges {
   void recorded();
 
  private:
-  bool isSettled();
   void announce(const std::vector<TargetChange*>& changes);
-  void settle(const std::vector<TargetChange*>& changes);
+  static void flush(const std::vector<TargetChange*>& changes);
 
   Library& library_;
-  ChangeJournal journal_;  // without an id until something was announced
+  std::string id_;              // of the operation; empty until something was announced
+  ChangeJournal::Notes notes_;  // all that stands in the journal
 };
 
 // Takes back, or clears up behind, what an operation that has ended left half done in agents' folders. For whoever
-// holds the library's lock. What could not be cleared up stays in the journal and is returned, to stand in the next one
-// as well. Throws `io` where something cannot be taken back; the next start tries again.
-std::vector<TargetChange::Note> healFolderChanges(Library& library);
+// holds the library's lock, before anything is looked at. What that fails for stays in the journal and is tried again.
+void healFolderChanges(Library& library);
 
 }  // namespace orvanta

@@ -178,7 +178,7 @@ InstallReport Import::importDiscovered(const std::vector<DiscoveredGroup>& group
 // First the skills are in the library and recorded, then their originals are replaced: a process that is killed in
 // between leaves the originals, and one that is killed later leaves a library that has them.
 Import::Outcome Import::run(const std::vector<Job>& jobs, const std::string& action, const OperationContext& context) {
-  Outcome outcome;
+  Outcome outcome{.records = {}, .errors = {}, .failure = {}, .interrupted = false, .isAlone = jobs.size() == 1};
   std::vector<InstallRequest> requests;
   for (const auto& job : jobs) requests.push_back(job.request);
   const PreparedInstall prepared = Installation::prepare(library_.paths, std::move(requests), context);
@@ -226,14 +226,14 @@ void Import::adopt(const std::vector<Arrived>& arrived, Outcome& outcome) {
   FolderChanges changes(library_);
   std::vector<Adoption> adoptions = preparedAdoptions(arrived, outcome);
   try {
-    if (arrived.size() != 1 || !outcome.failure) makeAll(changes, adoptions, outcome);
-    if (arrived.size() != 1 || !outcome.failure) recordAdoptions(changes, adoptions);
+    if (!outcome.isAlone || !outcome.failure) makeAll(changes, adoptions, outcome);
+    if (!outcome.isAlone || !outcome.failure) recordAdoptions(changes, adoptions);
   } catch (const SkillsError&) {
     adoptions.clear();  // the originals come back before what holds their content goes
-    if (arrived.size() == 1) forget(arrived.front(), outcome.records.front());
+    if (outcome.isAlone && !arrived.empty()) forget(arrived.front(), outcome.records.front());
     throw;
   }
-  if (arrived.size() == 1 && outcome.failure) {
+  if (outcome.isAlone && outcome.failure && !arrived.empty()) {
     adoptions.clear();
     forget(arrived.front(), outcome.records.front());
     outcome.records.clear();

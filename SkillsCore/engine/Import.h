@@ -54,6 +54,7 @@ class Import {
     std::vector<std::string> errors;
     std::optional<SkillsError> failure;  // the first of them
     bool interrupted = false;
+    bool isAlone = false;  // it was the one skill that was asked for
 
     void fail(const std::string& name, const SkillsError& error);
   };

@@ -13,6 +13,7 @@
 #include "files/LockedFolder.h"
 #include "files/TemporaryFolder.h"
 #include "foundations/SkillsError.h"
+#include "platform/AtomicRename.h"
 #include "sources/StagingFolder.h"
 
 namespace orvanta {
@@ -68,17 +69,23 @@ void healUpdating(Library& library, const fs::path& leftover) {
 // Of a library that was being restored from its remote: nothing of it had taken a place.
 void removeAbandonedClones(const fs::path& folder) {
   for (const auto& name : FS::childNames(folder)) {
-    if (name.starts_with(StagingFolder::kPrefix) && !isFolderLocked(folder / name)) {
-      FS::removeQuietly(folder / name);
-    }
+    if (!name.starts_with(StagingFolder::kPrefix)) continue;
+    if (const auto lock = lockOfAbandoned(folder / name)) FS::removeQuietly(folder / name);
   }
 }
 
 void heal(Library& library, const fs::path& leftover) {
   const std::string name = leftover.filename().string();
+  if (name.starts_with(kReplacingPrefix) && name.ends_with(kExchangeSuffix)) {
+    const fs::path aside =
+        leftover.string().substr(0, leftover.string().size() - std::string_view(kExchangeSuffix).size());
+    FS::settleExchange(aside, leftover.parent_path() / setAsideName(aside.filename().string(), kReplacingPrefix));
+    return healReplaced(library, aside);
+  }
   if (name.starts_with(kReplacingPrefix)) return healReplaced(library, leftover);
   if (name.starts_with(kRemovingPrefix)) return healRemoved(library, leftover);
-  if (isFolderLocked(leftover)) return;
+  const auto lock = lockOfAbandoned(leftover);
+  if (!lock) return;
   name.starts_with(kUpdatingPrefix) ? healUpdating(library, leftover) : healInstalling(library, leftover);
 }
 

@@ -48,8 +48,13 @@ void ProjectSkillMoves::setEnabled(const Workspace& workspace, const fs::path& p
     if (!enabled) removeEmptied(move.destination.parent_path(), move.sibling);
     throw;
   }
+  try {
+    FS::flushFolder(move.destination.parent_path());
+  } catch (const SkillsError&) {
+    FS::renameExclusive(move.destination, move.skill.path);
+    throw;
+  }
   if (enabled) removeEmptied(fs::path(move.skill.path).parent_path(), move.folder);
-  FS::flushFolder(move.destination.parent_path());
   library_.store.logAudit({.action = enabled ? "project_enable_skill" : "project_disable_skill",
                            .skillName = move.skill.name,
                            .tool = move.skill.agent,

@@ -62,13 +62,23 @@ void Relinking::relink(const fs::path& link, const fs::path& destination, Report
   ++report.relinked;
 }
 
+// What a process left that was killed while it replaced a link: the new one, or the old one on its way out.
+void Relinking::clearUp(const fs::path& folder) {
+  sweepStages(folder);
+  for (const auto& name : FS::childNames(folder)) {
+    if (!isStageName(name)) continue;
+    const fs::path place = FS::linkDestination(folder / name).value_or("/").parent_path();
+    if (place == from_.skills() || place == to_.skills()) FS::removeQuietly(folder / name);
+  }
+}
+
 void Relinking::relinkDeployments(Report& report) {
   SyncEngine::FolderResolver resolver;
   std::vector<SkillTarget> broken;
   std::set<std::string> folders;
   for (auto& item : items()) {
     const fs::path target = item.record.targetPath;
-    if (folders.insert(target.parent_path().string()).second) sweepStages(target.parent_path());
+    if (folders.insert(target.parent_path().string()).second) clearUp(target.parent_path());
     try {
       if (!leadsToOldPlace(item)) continue;
       SyncEngine::ensureDstNotInsideSrc(item.newPlace, target, resolver);
@@ -89,7 +99,10 @@ void Relinking::relinkDeployments(Report& report) {
 }
 
 void Relinking::relinkProjects(Report& report) {
-  for (const auto& link : projectLinks()) {
+  std::set<fs::path> stages;
+  const auto links = projectLinks(stages);
+  for (const auto& folder : stages) clearUp(folder);
+  for (const auto& link : links) {
     try {
       relink(link, to_.skills() / FS::linkDestination(link)->filename(), report);
     } catch (const SkillsError& error) {
@@ -100,7 +113,7 @@ void Relinking::relinkProjects(Report& report) {
 }
 
 // Those that lead to a skill at the old place, as they spell it.
-std::vector<fs::path> Relinking::projectLinks() {
+std::vector<fs::path> Relinking::projectLinks(std::set<fs::path>& stages) {
   std::vector<fs::path> links;
   const auto adapters = adaptersByPrecedence(store_.toolOverrides(), user_);
   for (const auto& record : store_.projects()) {
@@ -109,6 +122,10 @@ std::vector<fs::path> Relinking::projectLinks() {
     for (const auto& folder : workspace.folders()) {
       if (!folder.obstacle.empty() || folder.isRepeated) continue;
       for (const auto& link : FS::children(folder.path)) {
+        if (isStageName(link.filename().string())) {
+          stages.insert(folder.path);
+          continue;
+        }
         const auto destination = FS::linkDestination(link);
         if (destination && destination->parent_path() == from_.skills()) links.push_back(link);
       }
@@ -134,7 +151,8 @@ Plan Relinking::plan() {
     }
     plan.push_back(std::move(step));
   }
-  for (const auto& link : projectLinks()) {
+  std::set<fs::path> stages;
+  for (const auto& link : projectLinks(stages)) {
     plan.push_back({.action = PlannedStep::Action::replace,
                     .skillName = link.filename().string(),
                     .skillId = {},

@@ -43,10 +43,12 @@ class Relinking {
   };
 
   std::vector<Item> items();
+  void clearUp(const std::filesystem::path& folder);
   void relinkDeployments(Report& report);
   void relink(const std::filesystem::path& link, const std::filesystem::path& destination, Report& report);
   void relinkProjects(Report& report);
-  [[nodiscard]] std::vector<std::filesystem::path> projectLinks();
+  // `stages` is given the folders in which something waits under a staging name.
+  [[nodiscard]] std::vector<std::filesystem::path> projectLinks(std::set<std::filesystem::path>& stages);
   static bool leadsToOldPlace(const Item& item);
 
   SkillStore& store_;

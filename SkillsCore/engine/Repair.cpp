@@ -116,14 +116,19 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
   std::vector<TargetChange> changes(targets.size());
   std::vector<TargetChange*> prepared;
   std::vector<std::optional<std::string>> failures(targets.size());
+  const DeploymentIndex places({}, *resolver_);
+  std::map<std::string, std::size_t> first;  // agents that share a place share one copy
+  std::vector<std::size_t> copyOf(targets.size());
   for (std::size_t i = 0; i < targets.size(); ++i) {
+    prepared.push_back(&changes[i]);
+    copyOf[i] = first.emplace(places.place(targets[i].targetPath), i).first->second;
+    if (copyOf[i] != i) continue;
     try {
       // What a push came from has the content already.
       if (!holds(targets[i].targetPath, hash)) changes[i] = prepareCopy(skill, targets[i]);
     } catch (const SkillsError& error) {
       failures[i] = error.message();
     }
-    prepared.push_back(&changes[i]);
   }
   try {
     folderChanges.make(prepared, [&](std::size_t i, const SkillsError& error) { failures[i] = error.message(); });
@@ -136,7 +141,7 @@ void Repair::resyncCopyTargets(const SkillRecord& skill) {
   }
   library_.transaction([&] {
     folderChanges.recorded();
-    for (std::size_t i = 0; i < targets.size(); ++i) recordCopy(targets[i], hash, failures[i]);
+    for (std::size_t i = 0; i < targets.size(); ++i) recordCopy(targets[i], hash, failures[copyOf[i]]);
   });
   for (auto& change : changes) change.keep();
 }

@@ -163,8 +163,11 @@ class SkillsEngine::State::ChangeReservation {
 // A turn that changes the library.
 class ORVANTA_SCOPED_CAPABILITY SkillsEngine::State::ChangeTurn {
  public:
+  // Another process may have ended half-way since this one opened the library.
   explicit ChangeTurn(State& state) ORVANTA_ACQUIRE(state.mutex) ORVANTA_UNCHECKED : reservation_(state),
-                                                                                     turn_(state.mutex) {}
+                                                                                     turn_(state.mutex) {
+    healFolderChanges(state.library);
+  }
   ~ChangeTurn() ORVANTA_RELEASE() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
   ChangeTurn(const ChangeTurn&) = delete;
   ChangeTurn& operator=(const ChangeTurn&) = delete;

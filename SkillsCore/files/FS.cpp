@@ -260,6 +260,12 @@ void writeOver(const fs::path& file, std::string_view content) {
   if (!fd || !writeAll(fd.get(), content)) throw SkillsError::system("Cannot write " + file.string(), errno);
 }
 
+void append(const fs::path& file, std::string_view content, unsigned permissions) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  const UniqueFd fd(::open(file.c_str(), kFlags, permissions));
+  if (!fd || !writeAll(fd.get(), content)) throw SkillsError::system("Cannot write " + file.string(), errno);
+}
+
 void copyPermissions(const fs::path& from, const fs::path& to) {
   struct stat status {};
   if (::stat(from.c_str(), &status) != 0) throw SkillsError::system("Cannot read " + from.string(), errno);
@@ -315,6 +321,11 @@ void replaceEmptyFolder(const fs::path& from, const fs::path& to) {
     throw SkillsError::conflict("Something already stands in " + to.string() + "; nothing was replaced");
   }
   throw SkillsError::system("Cannot move " + from.string() + " to " + to.string(), errno);
+}
+
+void settleExchange(const fs::path& a, const fs::path& b) {
+  const fs::path between = a.string() + kExchangeSuffix;  // what stood at b
+  if (FS::exists(between)) renameExclusive(between, FS::exists(a) ? b : a);
 }
 
 void exchange(const fs::path& a, const fs::path& b) {

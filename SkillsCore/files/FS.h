@@ -86,6 +86,9 @@ std::filesystem::path unfinishedName(const std::filesystem::path& file);
 // Gives the file this content, in place: a crash can leave a part of it. For a file whose readers know that.
 void writeOver(const std::filesystem::path& file, std::string_view content);
 
+// Adds to the end of a file, which is made with these permissions where it is missing: a crash can leave a part of it.
+void append(const std::filesystem::path& file, std::string_view content, unsigned permissions);
+
 // Gives `to` the permission bits of `from`; links are followed.
 void copyPermissions(const std::filesystem::path& from, const std::filesystem::path& to);
 
@@ -110,6 +113,9 @@ void renameExclusive(const std::filesystem::path& from, const std::filesystem::p
 
 // Gives `from` the name of the empty folder `to`, in one step. Throws `conflict` when `to` is not empty or no folder.
 void replaceEmptyFolder(const std::filesystem::path& from, const std::filesystem::path& to);
+
+// Completes an exchange, or takes it back, that a process left half done where it takes three renames.
+void settleExchange(const std::filesystem::path& a, const std::filesystem::path& b);
 
 // Exchanges what stands at the two paths; in one step where the system can, else by three renames.
 void exchange(const std::filesystem::path& a, const std::filesystem::path& b);

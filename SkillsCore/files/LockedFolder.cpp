@@ -29,9 +29,15 @@ UniqueFd makeLockedFolder(const fs::path& folder) {
       throw SkillsError::system("Cannot create " + folder.string(), errno);
     }
     UniqueFd lock = openForLock(folder);
-    if (lock && ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0 && FS::isDirectory(folder)) return lock;
+    if (lock && ::flock(lock.get(), LOCK_EX) == 0 && FS::isDirectory(folder)) return lock;
   }
   throw SkillsError::io("Cannot keep the folder " + folder.string() + "; another process removes it");
+}
+
+std::optional<UniqueFd> lockOfAbandoned(const fs::path& folder) {
+  UniqueFd fd = openForLock(folder);
+  if (!fd || ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) return std::nullopt;
+  return fd;
 }
 
 bool isFolderLocked(const fs::path& folder) {

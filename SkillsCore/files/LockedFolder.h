@@ -4,6 +4,7 @@
 // however it ends, so what a killed one left can be told from work in progress.
 
 #include <filesystem>
+#include <optional>
 
 #include "platform/UniqueFd.h"
 
@@ -11,6 +12,10 @@ namespace orvanta {
 
 // Makes the folder, for this user alone; the lock holds as long as the descriptor is open. Throws `io`.
 UniqueFd makeLockedFolder(const std::filesystem::path& folder);
+
+// The lock of a folder that is to be removed, with which nobody comes to work in it meanwhile; nothing while a living
+// process holds it, or where no folder is.
+std::optional<UniqueFd> lockOfAbandoned(const std::filesystem::path& folder);
 
 // Whether a living process holds the lock of a folder.
 bool isFolderLocked(const std::filesystem::path& folder);

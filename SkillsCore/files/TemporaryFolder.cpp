@@ -28,10 +28,9 @@ bool isOurs(const std::string& name) {
   });
 }
 
-bool isAbandoned(const fs::path& folder) {
+bool isThisUsers(const fs::path& folder) {
   struct stat status {};
-  const bool isOwn = ::lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
-  return isOwn && !isFolderLocked(folder);
+  return ::lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
 }
 
 fs::path newPath(const fs::path& root, std::string_view prefix) {
@@ -51,7 +50,8 @@ TemporaryFolder::~TemporaryFolder() {
 
 void removeAbandonedTempDirs(const fs::path& root) {
   for (const auto& name : FS::childNames(root)) {
-    if (isOurs(name) && isAbandoned(root / name)) FS::removeQuietly(root / name);
+    if (!isOurs(name) || !isThisUsers(root / name)) continue;
+    if (const auto lock = lockOfAbandoned(root / name)) FS::removeQuietly(root / name);
   }
 }
 

@@ -274,7 +274,7 @@ void SQLiteConnection::Transaction::commit() {
 }
 
 // Where only the flush of a commit failed, all of it stands in the log, and the next to open the database would take it
-// for committed. Another transaction takes its place there; if that fails as well, the log holds nothing whole.
+// for committed. Another transaction takes its place there.
 void SQLiteConnection::disown() {
   sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
   const char* const other = "BEGIN IMMEDIATE; CREATE TABLE disowned (x); DROP TABLE disowned; COMMIT";

@@ -1,6 +1,6 @@
 #include "agents/ChangeJournal.h"
 
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <fmt/format.h>
 
@@ -37,9 +37,10 @@ class ChangeJournalTest : public Sandbox {
   void interrupted(std::size_t made) {
     OtherProcess worker([&](const auto& waitForTheEnd) {
       auto changes = prepared();
-      ChangeJournal journal{.id = "id", .notes = {}};
-      for (const auto& change : changes) journal.notes.push_back(change.note());
-      journal.write(file);
+      ChangeJournal::Notes notes;
+      for (const auto& change : changes) notes.push_back(change.note());
+      ChangeJournal::rewrite(file, {});
+      ChangeJournal::append(file, notes);
       for (std::size_t i = 0; i < made; ++i) changes[i].make();
       waitForTheEnd();
     });
@@ -63,15 +64,49 @@ TEST_F(ChangeJournalTest, WhatAKilledProcessLeftIsTakenBackOrClearedUp) {
     givenAgent();
     interrupted(made);
     for (int again = 0; again < 2; ++again) {  // healing can be killed as well
-      const auto journal = ChangeJournal::read(file);
-      for (const auto& note : journal->notes) TargetChange::takeBack(note);
+      for (const auto& note : ChangeJournal::read(file)) TargetChange::takeBack(note);
       EXPECT_EQ(folderAsText(agent), before);
     }
   }
   interrupted(5);
-  const auto journal = ChangeJournal::read(file);
-  for (const auto& note : journal->notes) TargetChange::finish(note);
+  for (const auto& note : ChangeJournal::read(file)) TargetChange::finish(note);
   EXPECT_EQ(folderAsText(agent), after);
+}
+
+TEST_F(ChangeJournalTest, WhatIsNotWhatWasNotedStaysForItsOwner) {
+  givenAgent();
+  interrupted(5);
+  const auto notes = ChangeJournal::read(file);
+  const Path aside = notes.at(4).stage;  // of what was removed
+  fs::rename(folder(root / "other", {{"mine", ""}}), agent / "other");
+  fs::remove_all(aside);
+  fs::rename(agent / "other", aside);
+  fs::remove_all(agent / "new");
+  folder(agent / "new", {{"mine", ""}});
+  for (const auto& note : notes) TargetChange::finish(note);
+  EXPECT_TRUE(FS::exists(agent / "new/mine"));
+  EXPECT_FALSE(FS::exists(aside));
+  const auto names = FS::childNames(agent);
+  EXPECT_THAT(names, testing::Contains(testing::StartsWith("removed-before-")));
+  for (const auto& note : notes) TargetChange::takeBack(note);
+  EXPECT_TRUE(FS::exists(agent / "new/mine"));
+}
+
+TEST_F(ChangeJournalTest, AnExchangeInThreeRenamesIsCompleted) {
+  for (const int done : {1, 2}) {
+    givenAgent();
+    interrupted(0);
+    const auto note = ChangeJournal::read(file).at(2);
+    const std::string prefix(Scanner::kStagePrefix);
+    Path made = note.stage.parent_path() / (prefix + note.stage.filename().string().substr(prefix.size() + 4));
+    fs::rename(made, note.stage);
+    fs::rename(note.target, note.stage.string() + "-exchange");
+    if (done == 2) fs::rename(note.stage, note.target);
+    TargetChange::takeBack(note);
+    EXPECT_TRUE(FS::exists(agent / "copy/old")) << done;
+    EXPECT_FALSE(FS::exists(agent / "copy/file")) << done;
+    EXPECT_FALSE(FS::exists(note.stage) || FS::exists(note.stage.string() + "-exchange")) << done;
+  }
 }
 
 TEST_F(ChangeJournalTest, ATextThatWasCutOffOrMadeUpMovesNothingElse) {
@@ -80,23 +115,25 @@ TEST_F(ChangeJournalTest, ATextThatWasCutOffOrMadeUpMovesNothingElse) {
   const std::string text = read(file);
   for (std::size_t length = 0; length < text.size(); ++length) {
     write(file, text.substr(0, length));
-    EXPECT_LT(ChangeJournal::read(file)->notes.size(), 5U) << length;
+    EXPECT_LT(ChangeJournal::read(file).size(), 5U) << length;
   }
   write(file, text);
-  EXPECT_EQ(ChangeJournal::read(file)->id, "id");
-  EXPECT_EQ(ChangeJournal::read(file)->notes.size(), 5U);
+  EXPECT_EQ(ChangeJournal::read(file).size(), 5U);
+  ::chmod(file.c_str(), 0666);
+  EXPECT_TRUE(ChangeJournal::read(file).empty()) << "others can write it";
+  EXPECT_THAT(errorOf([&] { ChangeJournal::append(file, {}); }), IsError(SkillsError::Kind::io, "not this user's own"));
 
-  const std::string stage = fmt::format("{}1-{}", Scanner::kStagePrefix, newUuid());
+  const std::string stage = fmt::format("{}old-1-{}", Scanner::kStagePrefix, newUuid());
   const auto notesOf = [&](const TargetChange::Note& note) {
-    ChangeJournal{.id = "id", .notes = {note}}.write(file);
-    return ChangeJournal::read(file)->notes.size();
+    ChangeJournal::rewrite(file, {note});
+    return ChangeJournal::read(file).size();
   };
   EXPECT_EQ(notesOf({.kind = Kind::takenAway, .target = agent / "a", .stage = agent / stage}), 1U);
   EXPECT_EQ(notesOf({.kind = Kind::takenAway, .target = agent / "a", .stage = agent / "copy"}), 0U);
   EXPECT_EQ(notesOf({.kind = Kind::takenAway, .target = agent / "a", .stage = root / stage}), 0U);
   EXPECT_EQ(notesOf({.kind = Kind::takenAway, .target = "a", .stage = stage}), 0U);
   EXPECT_EQ(notesOf({.kind = Kind::placedLink, .target = agent / "a", .stage = agent / stage, .linkTo = source}), 0U);
-  EXPECT_FALSE(ChangeJournal::read(root / "none").has_value());
+  EXPECT_TRUE(ChangeJournal::read(root / "none").empty());
 }
 
 }  // namespace
