@@ -112,8 +112,7 @@ bool isBeginningOf(const fs::path& file, const std::string& content) {
 // With folders that are then empty.
 void removeFile(const fs::path& root, const fs::path& relative) {
   FS::removeAny(root / relative);
-  std::error_code notEmpty;
-  for (auto folder = relative.parent_path(); !folder.empty() && fs::remove(root / folder, notEmpty);) {
+  for (auto folder = relative.parent_path(); !folder.empty() && FS::removeIfEmpty(root / folder);) {
     folder = folder.parent_path();
   }
 }
@@ -448,7 +447,9 @@ void GitBackup::takeBack(const std::string& from, const std::string& to, const O
   }
   run({"merge", "--quit"}, local, context);
   for (const auto& added : addedPaths(from, to, context)) {
-    const bool isGits = !passesThroughLink(root_, added) &&
+    if (passesThroughLink(root_, added)) continue;
+    // Killed before the file, git has made its folder.
+    const bool isGits = FS::isCertainlyAbsent(root_ / added) ||
                         isBeginningOf(root_ / added, listing({"cat-file", "blob", to + ":" + added}, context));
     if (isGits) removeFile(root_, added);
   }
