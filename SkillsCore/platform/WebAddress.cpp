@@ -19,14 +19,17 @@ std::optional<std::string> part(const CurlURL& url, CURLUPart which, unsigned fl
   return std::string(CurlText(text).get());
 }
 
-// Reads one address, or a second one from where the first leads.
-bool add(const CurlURL& url, const std::string& text, unsigned flags = 0) {
-  // libcurl would see only what stands before a NUL.
-  const bool hasControl = std::any_of(text.begin(), text.end(), [](char byte) {
+bool hasControl(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](char byte) {
     const auto code = static_cast<unsigned char>(byte);
     return code < 0x20 || code == 0x7F;
   });
-  return !hasControl && CurlLibrary::get().urlSet(url.get(), CURLUPART_URL, text.c_str(), flags) == CURLUE_OK;
+}
+
+// Reads one address, or a second one from where the first leads.
+bool add(const CurlURL& url, const std::string& text, unsigned flags = 0) {
+  // libcurl would see only what stands before a NUL.
+  return !hasControl(text) && CurlLibrary::get().urlSet(url.get(), CURLUPART_URL, text.c_str(), flags) == CURLUE_OK;
 }
 
 std::optional<WebAddress> addressIn(const CurlURL& url) {
@@ -36,6 +39,9 @@ std::optional<WebAddress> addressIn(const CurlURL& url) {
   const auto path = part(url, CURLUPART_PATH);
   if (!scheme || !host || !port || !path || (*scheme != "http" && *scheme != "https")) return std::nullopt;
   if (part(url, CURLUPART_USER) || part(url, CURLUPART_PASSWORD)) return std::nullopt;
+  // libcurl decodes what is percent-encoded in a host and leaves it so in the address: read again, that would be
+  // another host or none.
+  if (hasControl(*host) || host->find('%') != std::string::npos) return std::nullopt;
   CurlLibrary::get().urlSet(url.get(), CURLUPART_FRAGMENT, nullptr, 0);
   const auto text = part(url, CURLUPART_URL);
   if (!text) return std::nullopt;
