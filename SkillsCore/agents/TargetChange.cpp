@@ -128,6 +128,15 @@ TargetChange TargetChange::link(const fs::path& source, const fs::path& target, 
 }
 
 TargetChange TargetChange::copy(const fs::path& source, const fs::path& target, FS::Kind expected) {
+  return withContent(target, expected, [&](const fs::path& place) { FS::copyTree(source, place); });
+}
+
+TargetChange TargetChange::move(const fs::path& made, const fs::path& target, FS::Kind expected) {
+  return withContent(target, expected, [&](const fs::path& place) { FS::renameExclusive(made, place); });
+}
+
+TargetChange TargetChange::withContent(const fs::path& target, FS::Kind expected,
+                                       const std::function<void(const fs::path& place)>& make) {
   Note note{.kind = Kind::placed, .target = target, .stage = beside(target, {})};
   fs::path made = note.stage;
   if (expected != FS::Kind::absent) {
@@ -137,7 +146,7 @@ TargetChange TargetChange::copy(const fs::path& source, const fs::path& target, 
     made = preparedFor(note.stage);
   }
   try {
-    FS::copyTree(source, made);
+    make(made);
   } catch (const std::exception&) {
     FS::removeQuietly(made);
     throw;

@@ -1,7 +1,8 @@
 #pragma once
 
-// One change of what stands at a path in an agent's folder, that can be taken back until it is kept. So records and
-// files agree: the files are changed, the records are written, and only then is what stood there before given up.
+// One change of what stands at a path in an agent's folder, or of a whole skill in the library, that can be taken back
+// until it is kept. So records and files agree: the files are changed, the records are written, and only then is what
+// stood there before given up.
 //
 // A change is prepared first: new content is made complete under a staging name beside the target, and nobody sees it.
 // Making the change is one rename: the new content takes the name, or exchanges it with what stands there, which then
@@ -10,6 +11,7 @@
 // removed by mistake.
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -45,9 +47,11 @@ class TargetChange {
   static TargetChange link(const std::filesystem::path& source, const std::filesystem::path& target, FS::Kind expected);
   // Will put a copy of the tree `source` at `target` in the same way.
   static TargetChange copy(const std::filesystem::path& source, const std::filesystem::path& target, FS::Kind expected);
+  // Will put what is at `made`, on the same disk, at `target` in the same way. `made` is used up at once.
+  static TargetChange move(const std::filesystem::path& made, const std::filesystem::path& target, FS::Kind expected);
   // Will take away what stands at `target`.
   static TargetChange removal(const std::filesystem::path& target, FS::Kind expected);
-  // The first two throw `io` with nothing left behind.
+  // All but the last throw `io` with nothing left behind.
 
   TargetChange(TargetChange&& other) noexcept;
   TargetChange& operator=(TargetChange&& other) noexcept;
@@ -77,6 +81,9 @@ class TargetChange {
   // Both throw `io`; what is somebody else's gets a name of its own beside the target.
 
  private:
+  // With content that `make` puts under the name it is given.
+  static TargetChange withContent(const std::filesystem::path& target, FS::Kind expected,
+                                  const std::function<void(const std::filesystem::path& place)>& make);
   TargetChange(Note note, FS::Kind expected) : note_(std::move(note)), expected_(expected) {}
 
   void moveAside();

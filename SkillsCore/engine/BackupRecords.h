@@ -26,6 +26,7 @@ class BackupRecords {
   // Of all skills, by folder.
   BackupManifest manifest();
 
+  // The files are those of the other snapshot now, and history and records have yet to follow.
   void begin(const Change& change);
   void settle();
   std::optional<Change> unsettled();

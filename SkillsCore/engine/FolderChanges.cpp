@@ -92,9 +92,21 @@ void FolderChanges::make(const std::vector<TargetChange*>& changes, const Failed
   flush(real);
 }
 
-void FolderChanges::make(TargetChange& change) {
+void FolderChanges::make(TargetChange& change) { makeOrThrow({&change}); }
+
+void FolderChanges::makeTogether(std::vector<TargetChange>& changes) {
+  std::vector<TargetChange*> all;
+  for (auto& change : changes) all.push_back(&change);
+  makeOrThrow(all);
+}
+
+void FolderChanges::makeOrThrow(const std::vector<TargetChange*>& changes) {
+  std::mutex failing;
   std::optional<SkillsError> failure;
-  make({&change}, [&](std::size_t, const SkillsError& error) { failure = error; });
+  make(changes, [&](std::size_t, const SkillsError& error) {
+    const std::lock_guard lock(failing);
+    failure = error;
+  });
   if (failure) throw SkillsError(*failure);
 }
 

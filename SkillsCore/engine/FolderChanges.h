@@ -1,7 +1,7 @@
 #pragma once
 
-// The changes that one operation makes in folders outside of the library, from their announcement to the records: what
-// makes disk and records agree after a crash or a power cut at any moment.
+// The changes that one operation makes in agents' and projects' folders, or of whole skills in the library, from their
+// announcement to the records: what makes disk and records agree after a crash or a power cut at any moment.
 //
 //   FolderChanges changes(library);
 //   changes.make(prepared, …);                  // announced, flushed, made, flushed
@@ -40,13 +40,15 @@ class FolderChanges {
   // any thread, and is as it was. Throws `io` when the disk takes no journal, with nothing made, or does not say that
   // it has what was made; the caller then lets the changes go, which takes them back.
   void make(const std::vector<TargetChange*>& changes, const Failed& failed);
-  // One change. Throws what it throws.
+  // One change, or several that belong together. Throws what one of them throws; the caller then lets all of them go.
   void make(TargetChange& change);
+  void makeTogether(std::vector<TargetChange>& changes);
 
   // Belongs into the transaction that writes the records of what was made.
   void recorded();
 
  private:
+  void makeOrThrow(const std::vector<TargetChange*>& changes);
   void announce(const std::vector<TargetChange*>& changes);
   static void flush(const std::vector<TargetChange*>& changes);
 

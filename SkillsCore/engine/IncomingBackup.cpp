@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "agents/TargetChange.h"
 #include "engine/LibraryRecovery.h"
 #include "foundations/Text.h"
 
@@ -21,7 +22,7 @@ bool isFile(const Item& item) { return item.mode == "100644" || item.mode == "10
 bool takesOurPlace(const Item& item) {
   const std::string_view path = item.path;
   const auto top = path.substr(0, path.find('/'));
-  if (isSetAside(top) || top == ".orvanta.lock") return true;
+  if (isSetAside(top) || isStageName(top) || top == ".orvanta.lock") return true;
   if (path == ".gitignore" || path == ".gitattributes" || path == BackupManifest::kPath) return !isFile(item);
   return path == BackupManifest::kFolder || path.starts_with(std::string(BackupManifest::kPath) + "/");
 }

@@ -99,9 +99,12 @@ bool isSetAside(std::string_view name) {
 
 void healLibrary(Library& library) {
   std::vector<fs::path> leftovers;
+  bool hasStages = false;
   for (const auto& name : FS::childNames(library.paths.skills())) {
     if (isSetAside(name)) leftovers.push_back(library.paths.skills() / name);
+    hasStages = hasStages || isStageName(name);
   }
+  if (hasStages) sweepStages(library.paths.skills());
   removeAbandonedTempDirs(library.user.temp);
   removeAbandonedClones(library.paths.repoCache());
   if (leftovers.empty() && !FS::exists(library.paths.changeJournal())) return;

@@ -403,8 +403,9 @@ class SkillsEngine {
   template <typename Work>
   auto withBackupRecords(Work work);
   bool recordSettledConflicts(const GitBackup& backup, const OperationContext& context);
-  void mergeIncoming(const GitBackup& backup, const std::optional<std::string>& head, const std::string& commit,
-                     const OperationContext& context);
+  std::string mergedWithIncoming(const GitBackup& backup, const std::string& head, const std::string& commit,
+                                 const OperationContext& context);
+  void goOver(const GitBackup& backup, const std::string& from, const std::string& to, const OperationContext& context);
   static void keepUnrecorded(BackupManifest& manifest, const GitBackup& backup);
   std::size_t stageWithManifest(const GitBackup& backup, const OperationContext& context);
   bool snapshot(const GitBackup& backup, const std::optional<std::string>& message, const OperationContext& context);

@@ -8,8 +8,10 @@
 
 #include <fmt/format.h>
 
+#include "engine/FolderChanges.h"
 #include "engine/IncomingBackup.h"
 #include "engine/SkillsEngineState.h"
+#include "engine/StagedSnapshot.h"
 #include "files/FS.h"
 #include "foundations/Text.h"
 #include "sources/GitBackup.h"
@@ -197,8 +199,10 @@ ReconcileReport SkillsEngine::pullBackup(const OperationContext& context) {
   const State::ChangeReservation reservation(*state_);
   readyBackup(context);
   snapshot(backup, std::nullopt, context);
-  const auto head = backup.headCommit(context);
-  if (!head || !backup.isAncestor(commit, *head, context)) mergeIncoming(backup, head, commit, context);
+  const std::string head = backup.requireHead(context);
+  if (!backup.isAncestor(commit, head, context)) {
+    goOver(backup, head, mergedWithIncoming(backup, head, commit, context), context);
+  }
   backup.followRemote(context);
   ReconcileReport report = reconcile(backup, head, context);
   withBackupRecords([](BackupRecords& records) { records.clearConflicts(); });
@@ -206,26 +210,40 @@ ReconcileReport SkillsEngine::pullBackup(const OperationContext& context) {
   return report;
 }
 
-void SkillsEngine::mergeIncoming(const GitBackup& backup, const std::optional<std::string>& head,
-                                 const std::string& commit, const OperationContext& context) {
-  const bool isForeign = head && !backup.mergeBase(*head, commit, context);
+std::string SkillsEngine::mergedWithIncoming(const GitBackup& backup, const std::string& head,
+                                             const std::string& commit, const OperationContext& context) {
+  const bool isForeign = !backup.mergeBase(head, commit, context);
   judgeIncoming(backup, commit, isForeign, context);
-  if (head) refuseOverwriting(backup, *head, commit, context);
-  withBackupRecords([&](BackupRecords& records) { records.begin({.from = head, .to = commit}); });
   try {
-    backup.merge(commit, context);
+    return backup.merged(head, commit, context);
   } catch (const BackupConflict& conflict) {
-    const auto names = withBackupRecords([&](BackupRecords& records) {
-      records.settle();
-      return records.noteConflicts(conflict.paths(), commit);
-    });
+    const auto names =
+        withBackupRecords([&](BackupRecords& records) { return records.noteConflicts(conflict.paths(), commit); });
     const std::string list = Text::singleLine(Text::join(names, ", "));
     noteBackup("backup_pull", "Merge conflict: " + list, false);
     throw SkillsError::conflict(fmt::format("{} Both sides changed: {}", conflict.message(), list));
-  } catch (const SkillsError&) {
-    settleBackup(backup, {});  // also when a stop was requested
-    throw;
   }
+}
+
+// The folders of the skills change, then git's history follows. Until the records say that all folders have changed,
+// whatever goes wrong takes them back; from then on the next start finishes the rest.
+void SkillsEngine::goOver(const GitBackup& backup, const std::string& from, const std::string& to,
+                          const OperationContext& context) {
+  refuseOverwriting(backup, from, to, context);
+  StagedSnapshot staged(backup, from, to, context);
+  {
+    const Turn turn(state_->mutex);
+    FolderChanges changes(state_->library);
+    std::vector<TargetChange> folders = staged.changes();
+    changes.makeTogether(folders);
+    staged.requireUntouched(folders);
+    state_->library.transaction([&] {
+      changes.recorded();
+      state_->components.backup.begin({.from = from, .to = to});
+    });
+    for (auto& folder : folders) folder.keep();
+  }
+  backup.moveTo(to, {});  // even when a stop was requested
 }
 
 Plan SkillsEngine::planPullBackup(const OperationContext& context) {
@@ -246,15 +264,8 @@ ReconcileReport SkillsEngine::restoreBackup(const std::string& id, const Operati
   const std::string commit = backup.commitNamed(id, context);
   judgeIncoming(backup, commit, false, context);
   snapshot(backup, std::nullopt, context);
-  const auto head = backup.headCommit(context);
-  if (head) refuseOverwriting(backup, *head, commit, context);
-  withBackupRecords([&](BackupRecords& records) { records.begin({.from = head, .to = commit}); });
-  try {
-    backup.restore(commit, context);
-  } catch (const SkillsError&) {
-    settleBackup(backup, {});  // also when a stop was requested
-    throw;
-  }
+  const std::string head = backup.requireHead(context);
+  goOver(backup, head, backup.restored(commit, head, context), context);
   ReconcileReport report = reconcile(backup, head, context);
   noteBackup("backup_restore", commit);
   return report;
@@ -336,12 +347,12 @@ ReconcileReport SkillsEngine::reconcile(const GitBackup& backup, const std::opti
   return report;
 }
 
-// Takes back what a killed process, or a failure, left of a change by git, and brings the records in line.
+// Finishes what a killed process, or a failure, left of going over to another snapshot.
 void SkillsEngine::settleBackup(const GitBackup& backup, const OperationContext& context) {
   backup.makeReady(context);
   const auto change = withBackupRecords([](BackupRecords& records) { return records.unsettled(); });
   if (!change) return;
-  if (change->from && change->from == backup.headCommit(context)) backup.takeBack(*change->from, change->to, context);
+  if (change->from && change->from == backup.headCommit(context)) backup.moveTo(change->to, context);
   reconcile(backup, change->from, context);
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <system_error>
 
 #include <fmt/core.h>
@@ -24,6 +25,9 @@ namespace {
 // As much of git's output as is kept: a listing of this size may lack its end.
 constexpr std::size_t largestListing = std::size_t{64} << 20;
 constexpr std::size_t shownDigits = 8;
+// Exit statuses of git: of a merge with conflicts, and of options that it does not know.
+constexpr int conflictsFound = 1;
+constexpr int usageError = 129;
 
 // Whether git says yes by its exit status. Throws when it did not come to an answer.
 bool saysYes(const char* command, const ProcessResult& result) {
@@ -75,6 +79,29 @@ std::string usableRemote(const std::string& url) {
   return isShort ? GitSource::parse(url).cloneURL : url;
 }
 
+// Without those below others: where a file has taken the place of a folder, git knows the folder's files no longer.
+std::vector<std::string> topmost(const std::vector<std::string>& paths) {
+  const std::set<std::string_view> all(paths.begin(), paths.end());
+  std::vector<std::string> found;
+  std::copy_if(paths.begin(), paths.end(), std::back_inserter(found), [&](const std::string& path) {
+    for (auto end = path.find('/'); end != std::string::npos; end = path.find('/', end + 1)) {
+      if (all.contains(std::string_view(path).substr(0, end))) return false;
+    }
+    return true;
+  });
+  return found;
+}
+
+// What git says of the conflicts, among the fields of which it consists.
+std::vector<std::string> conflictsIn(const std::vector<std::string_view>& fields) {
+  std::vector<std::string> lines;
+  for (const auto field : fields) {
+    if (field.starts_with("CONFLICT") && field.find("): ") != std::string_view::npos)
+      lines.emplace_back(Text::trim(field));
+  }
+  return lines;
+}
+
 // As a value in git's configuration.
 std::string quoted(const std::string& value) {
   std::string text = "\"";
@@ -83,38 +110,6 @@ std::string quoted(const std::string& value) {
     text += c;
   }
   return text + '"';
-}
-
-bool passesThroughLink(const fs::path& root, const fs::path& relative) {
-  fs::path path = root;
-  for (const auto& part : relative.parent_path()) {
-    path /= part;
-    if (FS::kind(path) == FS::Kind::symlink) return true;
-  }
-  return false;
-}
-
-// Whether what stands there is the content, or the beginning of it, as git leaves when it is killed.
-bool isBeginningOf(const fs::path& file, const std::string& content) {
-  switch (FS::kind(file)) {
-    case FS::Kind::file: {
-      const auto text = FS::readText(file, content.size());
-      return text && content.starts_with(*text);
-    }
-    case FS::Kind::symlink: {
-      std::error_code unreadable;
-      return fs::read_symlink(file, unreadable) == content;
-    }
-    default: return false;
-  }
-}
-
-// With folders that are then empty.
-void removeFile(const fs::path& root, const fs::path& relative) {
-  FS::removeAny(root / relative);
-  for (auto folder = relative.parent_path(); !folder.empty() && FS::removeIfEmpty(root / folder);) {
-    folder = folder.parent_path();
-  }
 }
 
 }  // namespace
@@ -201,6 +196,12 @@ std::vector<BackupCommit> GitBackup::history(std::size_t limit, const OperationC
 std::optional<std::string> GitBackup::headCommit(const OperationContext& context) const {
   const auto head = run({"rev-parse", "--verify", "--quiet", "HEAD"}, shortest, context);
   return saysYes("rev-parse", head) ? std::optional(trimmed(head)) : std::nullopt;
+}
+
+std::string GitBackup::requireHead(const OperationContext& context) const {
+  if (auto head = headCommit(context)) return *std::move(head);
+  throw SkillsError::git("The backup in " + root_.string() +
+                         " holds no snapshot yet; take one with 'orvanta backup now'");
 }
 
 std::string GitBackup::commitNamed(const std::string& id, const OperationContext& context) const {
@@ -344,48 +345,62 @@ std::string GitBackup::fetch(const OperationContext& context) const {
   return trimmed(check({"rev-parse", "--verify", "FETCH_HEAD^{commit}"}, shortest, context));
 }
 
-// The history goes on only when the files are on the disk, so that after a power cut they can be trusted or taken back.
-void GitBackup::merge(const std::string& commit, const OperationContext& context) const {
-  const auto head = headCommit(context);
-  if (!head) {
-    check({"reset", "--hard", "--quiet", commit}, longLocal, context);
-    return FS::flushTree(root_);
+std::string GitBackup::merged(const std::string& ours, const std::string& theirs,
+                              const OperationContext& context) const {
+  if (mergeBase(ours, theirs, context) == ours) return theirs;
+  const auto tree = mergedTree(ours, theirs, context);
+  const auto made =
+      check({"commit-tree", tree, "-p", ours, "-p", theirs, "-m", "Bring the remote's snapshots to " + deviceName()},
+            commitLimit, context);
+  return trimmed(made);
+}
+
+// Git prints the tree, the files in conflict, and after an empty field what it has to say of each.
+std::string GitBackup::mergedTree(const std::string& ours, const std::string& theirs,
+                                  const OperationContext& context) const {
+  auto how = options(longLocal);
+  how.listsFiles = true;
+  auto result = git_.run(
+      {"merge-tree", "--write-tree", "--allow-unrelated-histories", "--name-only", "-z", ours, theirs}, how, context);
+  const auto fields = Text::split(result.standardOutput, '\0');
+  std::string tree(fields.front());
+  if (result.succeeded()) return tree;
+  if (result.exitCode == usageError) {
+    throw SkillsError::git(
+        fmt::format("Both sides have new snapshots, and to bring them together takes git 2.38 or newer. "
+                    "Update git, or merge in {} with git, then pull again; nothing was changed.",
+                    root_.string()));
   }
-  if (mergeBase(*head, commit, context) == head) {
-    check({"read-tree", "-m", "-u", *head, commit}, longLocal, context);
-    FS::flushTree(root_);
-    check({"update-ref", "-m", "pull", "HEAD", commit, *head}, local, context);
-    return;
-  }
-  const auto merged =
-      run({"merge", "--no-commit", "--no-ff", "--quiet", "--allow-unrelated-histories", commit}, longLocal, context);
-  if (!merged.succeeded()) settleConflicts(merged, context);
-  FS::flushTree(root_);
-  check({"commit", "--quiet", "-m", "Bring the remote's snapshots to " + deviceName()}, commitLimit, context);
+  if (result.exitCode != conflictsFound || result.timedOut || result.stopped)
+    throw GitClient::failure("merge-tree", result);
+  const auto end = std::find_if(fields.begin() + 1, fields.end(), [](const auto field) { return field.empty(); });
+  const std::set<std::string> paths(fields.begin() + 1, end);
+  if (paths == std::set{std::string(BackupManifest::kPath)}) return withJoinedManifest(tree, ours, theirs, context);
+  result.standardOutput = Text::join(conflictsIn({end, fields.end()}), "\n");
+  throw BackupConflict(fmt::format("Merge conflict while pulling the backup. Resolve it in {} with git, then retry. "
+                                   "Details: {}",
+                                   root_.string(), GitClient::failure("merge", result).message()),
+                       paths);
+}
+
+// Each side wrote it anew from its own records, so git cannot know what belongs together; we do.
+std::string GitBackup::withJoinedManifest(const std::string& tree, const std::string& ours, const std::string& theirs,
+                                          const OperationContext& context) const {
+  const TemporaryFolder folder(git_.temporaryFolder(), "orvanta-backup-");
+  const fs::path file = folder.path() / "manifest";
+  const auto own = manifestIn(ours, context).value_or(BackupManifest{});
+  FS::writeAtomically(file, own.joinedWith(manifestIn(theirs, context).value_or(BackupManifest{})).text());
+  const auto content = trimmed(check({"hash-object", "-w", "--no-filters", "--", file.string()}, local, context));
+  auto how = options(longLocal);
+  how.index = folder.path() / "index";
+  const std::string entry = fmt::format("100644,{},{}", content, BackupManifest::kPath);
+  git_.runChecked({"read-tree", tree}, how, context);
+  git_.runChecked({"update-index", "--add", "--replace", "--cacheinfo", entry}, how, context);
+  return trimmed(git_.runChecked({"write-tree"}, how, context));
 }
 
 void GitBackup::followRemote(const OperationContext& context) const {
   run({"branch", "--set-upstream-to=origin/" + branch(context)}, shortest, context);
-}
-
-// Of a merge that git could not do: takes it back and throws, unless it is about nothing but the manifest.
-void GitBackup::settleConflicts(const ProcessResult& merged, const OperationContext& context) const {
-  const auto conflicts = pathsOf({"diff", "--name-only", "--diff-filter=U", "-z"}, context);
-  if (conflicts == std::vector<std::string>{std::string(BackupManifest::kPath)}) return resolveManifest(context);
-  run({"merge", "--abort"}, local, {});  // also when a stop was requested
-  if (conflicts.empty()) throw GitClient::failure("merge", merged);
-  throw BackupConflict(fmt::format("Merge conflict while pulling the backup. Resolve it in {} with git, then retry. "
-                                   "Details: {}",
-                                   root_.string(), GitClient::failure("merge", merged).message()),
-                       {conflicts.begin(), conflicts.end()});
-}
-
-// Each side wrote it anew from its own records, so git cannot know what belongs together; we do.
-void GitBackup::resolveManifest(const OperationContext& context) const {
-  const auto ours = manifestIn("HEAD", context).value_or(BackupManifest{});
-  const auto theirs = manifestIn("MERGE_HEAD", context).value_or(BackupManifest{});
-  FS::writeAtomically(root_ / BackupManifest::kPath, ours.joinedWith(theirs).text());
-  stageManifest(context);
 }
 
 void GitBackup::clone(const std::string& url, const OperationContext& context) const {
@@ -421,42 +436,38 @@ void GitBackup::checkOut(const OperationContext& context) const {
   FS::flushTree(root_);
 }
 
-// ── Going back ──
+// ── Going over to another snapshot ──
 
-void GitBackup::restore(const std::string& commit, const OperationContext& context) const {
-  check({"restore", "--source=" + commit, "--staged", "--worktree", "--", "."}, longLocal, context);
-  FS::flushTree(root_);
-  // Git only warns of files that it could not replace or remove.
-  auto different = pathsOf({"diff", "--name-only", "--no-renames", "-z", commit}, context);
-  for (auto& gone : addedPaths(commit, "HEAD", context)) {
-    if (FS::exists(root_ / gone)) different.push_back(std::move(gone));
-  }
-  if (!different.empty()) {
-    throw SkillsError::git(fmt::format("{} could not be made as it was in the snapshot; nothing was restored",
-                                       (root_ / different.front()).string()));
-  }
-  stage(context);
-  commitStaged("Restore library to " + commit.substr(0, shownDigits), context);
+std::string GitBackup::treeOf(const std::string& commit, const OperationContext& context) const {
+  return trimmed(check({"rev-parse", "--verify", "--quiet", commit + "^{tree}"}, shortest, context));
 }
 
-void GitBackup::takeBack(const std::string& from, const std::string& to, const OperationContext& context) const {
-  // What was edited since then stays to be found, under a name of its own.
-  const auto found = run({"stash", "create", "Before an interrupted change was taken back"}, longLocal, context);
-  if (found.succeeded() && !trimmed(found).empty()) {
-    check({"update-ref", "refs/orvanta/before-recovery", trimmed(found)}, local, context);
+std::string GitBackup::restored(const std::string& commit, const std::string& head,
+                                const OperationContext& context) const {
+  const auto tree = treeOf(commit, context);
+  if (tree == treeOf(head, context)) return head;
+  const std::string message = "Restore library to " + commit.substr(0, shownDigits);
+  return trimmed(check({"commit-tree", tree, "-p", head, "-m", message}, commitLimit, context));
+}
+
+void GitBackup::bringChanges(const fs::path& folder, const std::string& from, const std::string& to,
+                             const OperationContext& context) const {
+  auto how = options(longLocal);
+  how.workTree = folder;
+  withPathFile(topmost(pathsOf({"diff", "--name-only", "--no-renames", "-z", from, to}, context)),
+               {"restore", "--source=" + to, "--worktree"}, how, context);
+  // Git only warns of files that it could not remove.
+  for (const auto& gone : addedPaths(to, from, context)) {
+    if (!FS::exists(folder / gone) || FS::isDirectory(folder / gone)) continue;
+    throw SkillsError::git(
+        fmt::format("{} could not be made as it is in the snapshot, because the folder may not be "
+                    "changed; nothing was changed",
+                    Text::repairUTF8((root_ / gone).string())));
   }
-  run({"merge", "--quit"}, local, context);
-  for (const auto& added : addedPaths(from, to, context)) {
-    if (passesThroughLink(root_, added)) continue;
-    // Killed before the file, git has made its folder.
-    const bool isGits = FS::isCertainlyAbsent(root_ / added) ||
-                        isBeginningOf(root_ / added, listing({"cat-file", "blob", to + ":" + added}, context));
-    if (isGits) removeFile(root_, added);
-  }
-  check({"reset", "--mixed", "--quiet", from}, longLocal, context);
-  const auto others = pathsOf({"diff", "--name-only", "--no-renames", "--diff-filter=a", "-z", from, to}, context);
-  if (!others.empty()) withPathFile(others, {"restore", "--worktree"}, context);
-  FS::flushTree(root_);
+}
+
+void GitBackup::moveTo(const std::string& commit, const OperationContext& context) const {
+  check({"reset", "--mixed", "--quiet", commit}, longLocal, context);
 }
 
 }  // namespace orvanta

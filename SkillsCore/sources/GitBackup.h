@@ -56,6 +56,8 @@ class GitBackup {
   // Newest first.
   [[nodiscard]] std::vector<BackupCommit> history(std::size_t limit, const OperationContext& context) const;
   [[nodiscard]] std::optional<std::string> headCommit(const OperationContext& context) const;
+  // The same where there must be one. Throws `git` where there is none.
+  [[nodiscard]] std::string requireHead(const OperationContext& context) const;
   // The full id of a snapshot given by some or all of its digits. Throws `invalidInput` for what is no such id, and
   // `notFound`.
   [[nodiscard]] std::string commitNamed(const std::string& id, const OperationContext& context) const;
@@ -110,21 +112,27 @@ class GitBackup {
   void push(const OperationContext& context) const;
   // The remote's newest snapshot, brought here but not into the files.
   [[nodiscard]] std::string fetch(const OperationContext& context) const;
-  // Brings a fetched snapshot into the files. Throws `BackupConflict` when both sides changed the same; the files are
-  // then as they were. The manifest never conflicts: it is made anew from the records anyway.
-  void merge(const std::string& commit, const OperationContext& context) const;
+  // The snapshot that brings two together: one of them, or a new one that nothing refers to yet. Throws
+  // `BackupConflict` when both sides changed the same. The manifest never conflicts: what both say is joined.
+  [[nodiscard]] std::string merged(const std::string& ours, const std::string& theirs,
+                                   const OperationContext& context) const;
   // From now on the status compares with the remote's branch, where that is known here.
   void followRemote(const OperationContext& context) const;
   // A new repository here, which must be no folder yet or an empty one, without files: `checkOut` brings them.
   void clone(const std::string& url, const OperationContext& context) const;
   void checkOut(const OperationContext& context) const;
 
-  // ── Going back ──
-  // The files become those of the snapshot, as a new snapshot on top, so that nothing is lost from the history.
-  void restore(const std::string& commit, const OperationContext& context) const;
-  // Undoes a `merge` or `restore` of `to` that was killed: index and files are again those of the snapshot `from` where
-  // the two differ.
-  void takeBack(const std::string& from, const std::string& to, const OperationContext& context) const;
+  // ── Going over to another snapshot ──
+  // One on top of `head` with the files of an older one, so that nothing is lost from the history; `head` where it has
+  // these files already. Nothing refers to it yet.
+  [[nodiscard]] std::string restored(const std::string& commit, const std::string& head,
+                                     const OperationContext& context) const;
+  // Into a folder that holds, of the files of the snapshot `from`, at least those that differ in `to`, brings what is
+  // in `to`. The repository's index must be that of `from`; the repository's own files are not touched.
+  void bringChanges(const std::filesystem::path& folder, const std::string& from, const std::string& to,
+                    const OperationContext& context) const;
+  // Says that the repository's files are those of this snapshot. Whatever is killed in it can be done again.
+  void moveTo(const std::string& commit, const OperationContext& context) const;
 
  private:
   using Words = std::vector<std::string>;
@@ -163,9 +171,13 @@ class GitBackup {
   void embed(const Words& folders, const OperationContext& context) const;
   void updateIndex(const Words& command, const Words& paths, const OperationContext& context) const;
   void takeSomeBranch(const OperationContext& context) const;
-  void settleConflicts(const ProcessResult& merged, const OperationContext& context) const;
-  void resolveManifest(const OperationContext& context) const;
-  void withPathFile(const std::vector<std::string>& paths, Words arguments, const OperationContext& context) const;
+  [[nodiscard]] std::string mergedTree(const std::string& ours, const std::string& theirs,
+                                       const OperationContext& context) const;
+  [[nodiscard]] std::string withJoinedManifest(const std::string& tree, const std::string& ours,
+                                               const std::string& theirs, const OperationContext& context) const;
+  [[nodiscard]] std::string treeOf(const std::string& commit, const OperationContext& context) const;
+  void withPathFile(const std::vector<std::string>& paths, Words arguments, const GitRunOptions& how,
+                    const OperationContext& context) const;
 
   std::filesystem::path root_;
   GitClient git_;

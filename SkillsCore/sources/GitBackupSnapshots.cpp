@@ -307,7 +307,7 @@ void GitBackup::stageHidden(const std::set<std::string>& folders, const Operatio
     words.insert(words.end(), some.begin(), some.end());
     auto hidden = pathsOf(words, context);
     std::erase_if(hidden, [](const std::string& path) { return path.ends_with('/'); });
-    if (!hidden.empty()) withPathFile(hidden, {"add", "--force"}, context);
+    withPathFile(hidden, {"add", "--force"}, options(longLocal), context);
   }
 }
 
@@ -331,15 +331,16 @@ void GitBackup::updateIndex(const Words& command, const Words& paths, const Oper
   }
 }
 
-void GitBackup::withPathFile(const std::vector<std::string>& paths, Words arguments,
+void GitBackup::withPathFile(const std::vector<std::string>& paths, Words arguments, const GitRunOptions& how,
                              const OperationContext& context) const {
+  if (paths.empty()) return;
   const TemporaryFolder folder(git_.temporaryFolder(), "orvanta-backup-");
   const fs::path file = folder.path() / "paths";
   std::string text;
   for (const auto& path : paths) text += path + '\0';
   FS::writeAtomically(file, text);
   arguments.insert(arguments.end(), {"--pathspec-from-file=" + file.string(), "--pathspec-file-nul"});
-  check(arguments, longLocal, context);
+  git_.runChecked(arguments, how, context);
 }
 
 }  // namespace orvanta

@@ -67,6 +67,8 @@ Prepared prepare(const GitSettings& settings, const std::vector<std::string>& ar
   } else {
     environment.limitToReading();
   }
+  if (options.workTree) environment.useWorkTree(*options.workTree);
+  if (options.index) environment.useIndex(*options.index);
   if (!settings.proxyURL.value_or("").empty()) useProxy(*settings.proxyURL, environment, words);
   words.insert(words.end(), arguments.begin(), arguments.end());
   if (!options.remote) return result;

@@ -52,6 +52,9 @@ struct GitRunOptions {
   std::optional<std::string> remote = std::nullopt;
   std::chrono::milliseconds timeout = std::chrono::seconds(30);
   Repository repository = Repository::ofStrangers;
+  // Instead of the repository's own files and index.
+  std::optional<std::filesystem::path> workTree = std::nullopt;
+  std::optional<std::filesystem::path> index = std::nullopt;
   // The output lists file names, which need not be UTF-8.
   bool listsFiles = false;
 };

@@ -148,6 +148,10 @@ void GitEnvironment::limitToBackup(const std::filesystem::path& root) {
   variables_["GIT_LITERAL_PATHSPECS"] = "1";
 }
 
+void GitEnvironment::useWorkTree(const std::filesystem::path& folder) { variables_["GIT_WORK_TREE"] = folder.string(); }
+
+void GitEnvironment::useIndex(const std::filesystem::path& file) { variables_["GIT_INDEX_FILE"] = file.string(); }
+
 void GitEnvironment::sendGithubToken(std::string_view token) {
   configure(fmt::format("http.https://{}/.extraHeader", GitSource::githubHost),
             fmt::format("Authorization: Basic {}", base64(fmt::format("x-access-token:{}", token))));

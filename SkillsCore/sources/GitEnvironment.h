@@ -34,6 +34,10 @@ class GitEnvironment {
   // run no program, and no repository further up is taken for this one. What git reports as done has been flushed.
   void limitToBackup(const std::filesystem::path& root);
 
+  // Files and an index other than the repository's own.
+  void useWorkTree(const std::filesystem::path& folder);
+  void useIndex(const std::filesystem::path& file);
+
   // A token that is sent to GitHub by https and to nobody else.
   void sendGithubToken(std::string_view token);
 

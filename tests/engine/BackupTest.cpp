@@ -322,6 +322,40 @@ TEST_F(BackupTest, WhatARemoteCallsItsBranchesIsNoOptionAndNoObstacle) {
   EXPECT_EQ(git(remote, {"rev-parse", "keep"}), git(remote, {"rev-parse", "main"}));
 }
 
+TEST_F(BackupTest, ASkillChangesAsAWholeAndKeepsWhatIsBesideItsSnapshot) {
+  add(desk, "pdf", {{"file", "1"}, {"same", "1"}, {"gone/file", "1"}});
+  add(desk, "docx");
+  share(desk);
+  lap.engine().restoreLibraryFromRemote(url, {});
+  const Path pdf = lap.paths.skills() / "pdf";
+  const auto other = FS::identity(lap.paths.skills() / "docx");
+  write(pdf / "cache.tmp", "ignored");
+  write(pdf / ".git" / "HEAD", "nested");
+  fs::permissions(pdf / "same", fs::perms::owner_read);
+  tamper([](const Path& folder) {
+    write(folder / "pdf" / "file", "2");
+    fs::remove_all(folder / "pdf" / "gone");
+  });
+  // Edited while the new content is made: no edit is lost, nothing has come in.
+  const OperationContext editing{.trace = [&](std::string_view command) {
+    if (command.find("restore") != std::string_view::npos) write(pdf / "same.new", "edited");
+  }};
+  const auto before = files(lap);
+  EXPECT_THAT(errorOf([&] { lap.engine().pullBackup(editing); }), IsError(Kind::conflict, "pdf was edited meanwhile"));
+  fs::remove(pdf / "same.new");
+  EXPECT_EQ(files(lap), before);
+
+  FS::Identity open = FS::identity(pdf);
+  lap.engine().pullBackup({});
+  EXPECT_NE(FS::identity(pdf).inode, open.inode) << "a new folder has taken the place";
+  EXPECT_EQ(FS::identity(lap.paths.skills() / "docx"), other);
+  EXPECT_EQ(read(pdf / "file") + read(pdf / "same") + read(pdf / "cache.tmp") + read(pdf / ".git" / "HEAD"),
+            "21ignorednested");
+  EXPECT_EQ(fs::status(pdf / "same").permissions(), fs::perms::owner_read);
+  EXPECT_FALSE(FS::exists(pdf / "gone"));
+  EXPECT_FALSE(lap.engine().backupNow(std::nullopt, {})) << "the files are the snapshot's";
+}
+
 TEST_F(BackupTest, WhatIsIgnoredHereIsNotOverwritten) {
   add(desk, "pdf");
   share(desk);

@@ -87,6 +87,12 @@ class GitBackupTest : public Sandbox {
     return copy;
   }
 
+  void goOver(const std::string& to) {
+    backup().bringChanges(skills, head(), to, {});
+    backup().moveTo(to, {});
+    EXPECT_EQ(backup().status({}).dirtyFiles, 0);
+  }
+
   const Path skills = paths.skills();
   const Path configuration = root / "gitconfig";
   int copies = 0;
@@ -249,12 +255,11 @@ TEST_F(GitBackupTest, FilesComeBackByteForByteWhateverTheySayAndWhateverTheUsers
   write(skills / "pdf" / "ours", "o\r\n");
   ASSERT_TRUE(snapshot());
   EXPECT_THAT(errorOf([&] { backup().push({}); }), IsError(Kind::git, "orvanta backup pull"));
-  backup().merge(backup().fetch({}), {});
+  goOver(backup().merged(head(), backup().fetch({}), {}));
   EXPECT_EQ(read(skills / "pdf" / "theirs") + read(skills / "pdf" / "ours"), "t\r\no\r\n");
   EXPECT_EQ(backup().status({}).ahead, 2);
   const auto base = head();
-  backup().restore(backup().commitNamed(base + " \n", {}), {});
-  EXPECT_EQ(head(), base) << "nothing to restore";
+  EXPECT_EQ(backup().restored(backup().commitNamed(base + " \n", {}), base, {}), base) << "nothing to restore";
   EXPECT_EQ(ran(), "");
 }
 
@@ -392,31 +397,10 @@ TEST_F(GitBackupTest, OnlyRealSnapshotsCanBeRestored) {
     EXPECT_THAT(errorOf([&] { std::ignore = backup().commitNamed(unknown, {}); }),
                 IsError(Kind::notFound, "backup history"));
   }
-  backup().restore(backup().commitNamed("\t" + first.substr(0, 9) + " ", {}), {});
+  goOver(backup().restored(backup().commitNamed("\t" + first.substr(0, 9) + " ", {}), second, {}));
   EXPECT_EQ(read(skills / "a") + read(skills / "gone"), "11");
   EXPECT_EQ(backup().history(1, {}).at(0).message, "Restore library to " + first.substr(0, 8));
   EXPECT_TRUE(backup().isAncestor(second, head(), {}));
-}
-
-TEST_F(GitBackupTest, AChangeThatWasKilledIsTakenBackWhateverItTouched) {
-  backup().initialize({});
-  skillFolder(skills / "kept", {{"n\xff", "1"}, {"a", "1"}});
-  skillFolder(skills / "gone", {{"b\xff", "1"}});
-  snapshot();
-  const auto from = head();
-  const auto before = contentOf(skills / "kept") + contentOf(skills / "gone");
-  write(skills / "kept" / "n\xff", "2");
-  fs::remove_all(skills / "gone");
-  skillFolder(skills / "new", {{"c\xff", "2"}, {"deep/d", "2"}});
-  snapshot();
-  const auto to = head();
-  git({"update-ref", "refs/heads/main", from}, skills);  // as when it was killed with all files written
-  write(skills / "new" / "own", "the user's");
-  backup().takeBack(from, to, {});
-  EXPECT_EQ(contentOf(skills / "kept") + contentOf(skills / "gone"), before);
-  EXPECT_EQ(FS::childNames(skills / "new"), Texts{"own"}) << "only what was brought goes";
-  fs::remove_all(skills / "new");
-  EXPECT_EQ(backup().status({}).dirtyFiles, 0);
 }
 
 TEST_F(GitBackupTest, RemotesAreCheckedAndNeverShowTheirPasswords) {
