@@ -214,9 +214,7 @@ void DeployBatch::prepareAll(const OperationContext& context) {
 }
 
 void DeployBatch::makeAll() {
-  std::vector<TargetChange*> changes;
-  for (auto& pair : pairs_) changes.push_back(&pair.change);
-  changes_.make(changes, [&](std::size_t i, const SkillsError& error) { pairs_[i].failure = error; });
+  changes_.makeEach(pairs_, [](Pair& pair, const SkillsError& error) { pair.failure = error; });
   for (auto& pair : pairs_) {
     if (pair.sharing != nullptr && pair.sharing->failure) pair.failure = pair.sharing->failure;
     pair.done = pair.isPrepared && !pair.failure;

@@ -82,13 +82,17 @@ void FolderChanges::make(const std::vector<TargetChange*>& changes, const Failed
   }
   if (real.empty()) return;
   announce(real);
+  std::vector<std::optional<SkillsError>> failures(real.size());
   parallelFor(real.size(), [&](std::size_t i) {
     try {
       real[i]->make();
     } catch (const SkillsError& error) {
-      failed(indices[i], error);
+      failures[i] = error;
     }
   });
+  for (std::size_t i = 0; i < real.size(); ++i) {
+    if (failures[i]) failed(indices[i], *failures[i]);
+  }
   flush(real);
 }
 

@@ -36,13 +36,21 @@ class FolderChanges {
   using Failed = std::function<void(std::size_t index, const SkillsError& error)>;
 
   // Makes the prepared changes, on all cores, in folders from which it first sweeps what ended processes left, after
-  // those that were made before; those that are no change are passed over. What fails is told, for any of them and from
-  // any thread, and is as it was. Throws `io` when the disk takes no journal, with nothing made, or does not say that
-  // it has what was made; the caller then lets the changes go, which takes them back.
+  // those that were made before; those that are no change are passed over. What fails is told, in the changes' order,
+  // and is as it was. Throws `io` when the disk takes no journal, with nothing made, or does not say that it has what
+  // was made; the caller then lets the changes go, which takes them back.
   void make(const std::vector<TargetChange*>& changes, const Failed& failed);
   // One change, or several that belong together. Throws what one of them throws; the caller then lets all of them go.
   void make(TargetChange& change);
   void makeTogether(std::vector<TargetChange>& changes);
+
+  // Makes the `change` of each owner in the same way; `failed` is given the owner of one that fails.
+  template <typename Owner, typename OwnerFailed>
+  void makeEach(std::vector<Owner>& owners, OwnerFailed failed) {
+    std::vector<TargetChange*> changes;
+    for (auto& owner : owners) changes.push_back(&owner.change);
+    make(changes, [&](std::size_t i, const SkillsError& error) { failed(owners[i], error); });
+  }
 
   // Belongs into the transaction that writes the records of what was made.
   void recorded();

@@ -274,12 +274,10 @@ void Import::makeAll(FolderChanges& changes, std::vector<Adoption>& adoptions, O
       prepared.push_back(&step.change);
     }
   }
-  std::vector<std::optional<SkillsError>> failures(prepared.size());
-  changes.make(prepared, [&](std::size_t i, const SkillsError& error) { failures[i] = error; });
-  for (std::size_t i = 0; i < failures.size(); ++i) {
-    steps[i]->isMade = !failures[i];
-    if (failures[i]) outcome.fail(owners[i]->job().name, *failures[i]);
-  }
+  changes.make(prepared, [&](std::size_t i, const SkillsError& error) {
+    steps[i]->isMade = false;
+    outcome.fail(owners[i]->job().name, error);
+  });
 }
 
 void Import::recordAdoptions(FolderChanges& changes, std::vector<Adoption>& adoptions) {

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "agents/ChangeJournal.h"
 #include "agents/ToolAdapters.h"
 #include "content/TreeTransfer.h"
 #include "engine/LibraryMove.h"
@@ -63,6 +64,14 @@ void MoveChecks::requireLibraryMovable() const {
     const fs::path folder = from.base() / name;
     if (FS::isDirectory(folder) || FS::isCertainlyAbsent(folder)) continue;
     throw SkillsError::conflict(folder.string() + " is not a folder but a link or a file; put the folder itself there");
+  }
+  // Its notes name places by their paths, of which some lead into the library.
+  const auto unfinished = ChangeJournal::read(from.changeJournal());
+  if (!unfinished.empty()) {
+    throw SkillsError::conflict("A change at " + unfinished.front().target.string() +
+                                " was cut short and could not be brought to its end; make that folder available and "
+                                "writable, or remove " +
+                                from.changeJournal().string() + " to leave it as it is, and try again");
   }
   for (const auto& name : FS::childNames(from.skills())) {
     if (!isSetAside(name) || !isFolderLocked(from.skills() / name)) continue;

@@ -3,7 +3,6 @@
 #include "engine/LibraryMove.h"
 #include "engine/MoveJournal.h"
 #include "files/FS.h"
-#include "files/LibraryLock.h"
 #include "foundations/SkillsError.h"
 
 namespace orvanta {
@@ -27,11 +26,13 @@ bool isSame(const std::filesystem::path& a, const std::filesystem::path& b) {
   return a == b || FS::resolved(a) == FS::resolved(b);
 }
 
-// Held by whoever works on a move.
-LibraryLock lockOf(const Paths& paths, const Paths& to) {
-  auto lock = LibraryLock::tryAcquire(paths.lock());
-  if (!lock) throw isBeingMoved(to);
-  return *std::move(lock);
+// Held by whoever works on a move, up to its end. Nothing when that takes longer, or the library left the place.
+std::optional<LibraryLock> lockOf(const Paths& paths, std::chrono::milliseconds patience) {
+  try {
+    return LibraryLock::acquire(paths.lock(), patience);
+  } catch (const SkillsError&) {
+    return std::nullopt;
+  }
 }
 
 bool hasLibrary(const Paths& paths) { return FS::isDirectory(paths.skills()) && FS::resolvesToFile(paths.database()); }
@@ -45,14 +46,15 @@ Paths finish(const LibraryMove& move, const UserFolders& user) {
 }
 
 // The library is leaving this place, as its journal says; the other place may know of it or not.
-Paths settleDeparture(const Paths& from, const UserFolders& user) {
+Paths settleDeparture(const Paths& from, const UserFolders& user, std::chrono::milliseconds patience) {
   const auto announced = MoveJournal::departure(from);
   if (!announced) return from;
   const Paths to(announced->to);
-  const LibraryLock lock = lockOf(from, to);
-  // Whoever held the lock before may have put it right already.
+  const auto lock = lockOf(from, patience);
+  // Whoever held the lock before may have finished it by now, or taken it back.
   const auto departure = MoveJournal::departure(from);
-  if (!departure) return from;
+  if (!departure) return hasLibrary(to) && !hasLibrary(from) ? to : from;
+  if (!lock) throw isBeingMoved(to);
   const auto arrival = MoveJournal::arrival(to);
   const bool isPair = departure->to == to.base() && arrival && isSame(arrival->from, from.base());
   LibraryMove move{.from = from, .to = to};
@@ -67,18 +69,20 @@ Paths settleDeparture(const Paths& from, const UserFolders& user) {
   }
   move.createdFolders = departure->createdFolders;
   move.renames = arrival->renames;
-  const LibraryLock lockOfNew = lockOf(to, to);
+  const auto lockOfNew = lockOf(to, patience);
+  if (!lockOfNew) throw isBeingMoved(to);
   if (departure->moved) return finish(move, user);
   move.takeBack(LibraryMove::Stage::begun);
   return from;
 }
 
 // A library has come to this place, as its journal says, or would have.
-Paths settleArrival(const Paths& to, const Arrival& arrival, const UserFolders& user) {
+Paths settleArrival(const Paths& to, const Arrival& arrival, const UserFolders& user,
+                    std::chrono::milliseconds patience) {
   const Paths from(arrival.from);
   const auto departure = MoveJournal::departure(from);
   if (departure && isSame(departure->to, to.base())) {
-    const Paths settled = settleDeparture(from, user);
+    const Paths settled = settleDeparture(from, user, patience);
     if (isSame(settled.base(), to.base())) return to;
     throw SkillsError::conflict("The move of the library to " + to.base().string() +
                                 " was cut short and has been taken back; the library is at " + from.base().string());
@@ -87,17 +91,18 @@ Paths settleArrival(const Paths& to, const Arrival& arrival, const UserFolders& 
     throw unclear(
         to, "A move of the library from " + from.base().string() + " was cut short, and that folder cannot be reached");
   }
-  const LibraryLock lock = lockOf(to, to);
+  const auto lock = lockOf(to, patience);
+  if (!lock) throw isBeingMoved(to);
   MoveJournal::remove(to);
   return to;
 }
 
 }  // namespace
 
-Paths settledLibrary(const Paths& paths, const UserFolders& user) {
+Paths settledLibrary(const Paths& paths, const UserFolders& user, std::chrono::milliseconds patience) {
   if (!MoveJournal::exists(paths)) return paths;
-  if (const auto arrival = MoveJournal::arrival(paths)) return settleArrival(paths, *arrival, user);
-  if (MoveJournal::departure(paths)) return settleDeparture(paths, user);
+  if (const auto arrival = MoveJournal::arrival(paths)) return settleArrival(paths, *arrival, user, patience);
+  if (MoveJournal::departure(paths)) return settleDeparture(paths, user, patience);
   if (!MoveJournal::exists(paths)) return paths;
   throw unclear(paths, paths.moveJournal().string() + " cannot be read");
 }

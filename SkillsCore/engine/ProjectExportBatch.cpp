@@ -131,9 +131,7 @@ void ProjectExportBatch::prepare(Item& item, const Item* sharing) {
 }
 
 void ProjectExportBatch::makeAll() {
-  std::vector<TargetChange*> changes;
-  for (auto& item : items_) changes.push_back(&item.change);
-  changes_.make(changes, [&](std::size_t i, const SkillsError& error) { items_[i].failure = error; });
+  changes_.makeEach(items_, [](Item& item, const SkillsError& error) { item.failure = error; });
   for (auto& item : items_) {
     if (item.sharing != nullptr && item.sharing->failure) item.failure = item.sharing->failure;
     item.done = item.isPrepared && !item.failure;

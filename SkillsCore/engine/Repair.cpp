@@ -237,9 +237,7 @@ void Repair::prepare(Item& item, const Item* sharing) {
 }
 
 void Repair::makeAll(FolderChanges& changes, std::vector<Item>& items) {
-  std::vector<TargetChange*> prepared;
-  for (auto& item : items) prepared.push_back(&item.change);
-  changes.make(prepared, [&](std::size_t i, const SkillsError& error) { items[i].failure = error.message(); });
+  changes.makeEach(items, [](Item& item, const SkillsError& error) { item.failure = error.message(); });
   for (auto& item : items) {
     if (item.sharing != nullptr) item.failure = item.sharing->failure;
     item.repaired = item.repaired && !item.failure;

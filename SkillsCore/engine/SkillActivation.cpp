@@ -106,11 +106,9 @@ void SkillActivation::makeWhole(FolderChanges& changes, std::vector<Restored>& s
       owners.push_back(&skill);
     }
   }
-  std::vector<std::optional<SkillsError>> failures(all.size());
-  changes.make(all, [&](std::size_t i, const SkillsError& error) { failures[i] = error; });
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    if (failures[i] && !owners[i]->failure) owners[i]->failure = failures[i];
-  }
+  changes.make(all, [&](std::size_t i, const SkillsError& error) {
+    if (!owners[i]->failure) owners[i]->failure = error;
+  });
   for (auto& skill : skills) {
     if (skill.failure) skill.changes.clear();
   }

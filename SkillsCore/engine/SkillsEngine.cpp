@@ -14,7 +14,9 @@ namespace fs = std::filesystem;
 
 SkillsEngine::SkillsEngine(const Paths& paths, const UserFolders& user)
     : state_(std::make_unique<State>(settledLibrary(paths, user), user)) {
-  requireNotMoving(state_->paths());  // a move may have begun just when the library was opened
+  // A move may have begun just when the library was opened.
+  const Paths settled = settledLibrary(state_->paths(), user);
+  if (settled != state_->paths()) state_ = std::make_unique<State>(settled, user);
   {
     const Turn turn(state_->mutex);
     state_->library.store.toolOverrides();  // settings that cannot be read are found at the start, not half-way

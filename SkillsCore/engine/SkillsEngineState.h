@@ -3,8 +3,6 @@
 // What is behind the facade: the library, its components, and the turns by which operations share them. Only for the
 // facade's own files.
 
-#include <chrono>
-
 #include "engine/AgentFolders.h"
 #include "engine/AgentSettings.h"
 #include "engine/AuditLog.h"
@@ -36,8 +34,6 @@
 #include "foundations/ThreadSafety.h"
 
 namespace orvanta {
-
-inline constexpr std::chrono::seconds kLockPatience{10};
 
 // The components in the order in which they build on one another.
 struct Components {

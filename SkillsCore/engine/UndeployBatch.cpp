@@ -69,16 +69,10 @@ void UndeployBatch::takeOut(const OperationContext& context) {
     prepare(pair);
     context.report("Removing", ++finished, pairs_.size());
   }
-  makeAll();
-}
-
-void UndeployBatch::makeAll() {
-  std::vector<TargetChange*> changes;
-  for (auto& pair : pairs_) changes.push_back(&pair.change);
-  changes_.make(changes, [&](std::size_t i, const SkillsError& error) {
-    pairs_[i].cleared = false;
-    pairs_[i].failed = true;
-    pairs_[i].note = "remove failed: " + error.message();
+  changes_.makeEach(pairs_, [](Pair& pair, const SkillsError& error) {
+    pair.cleared = false;
+    pair.failed = true;
+    pair.note = "remove failed: " + error.message();
   });
 }
 

@@ -47,7 +47,6 @@ class UndeployBatch {
 
   Fate fateOf(const Pair& pair);
   void prepare(Pair& pair);
-  void makeAll();
 
   SyncEngine::FolderResolver resolver_;
   DeploymentIndex index_;

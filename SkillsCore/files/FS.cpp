@@ -93,14 +93,20 @@ void empty(UniqueFd& folder, const fs::path& shown) {
   }
 }
 
+// The backup of the library leaves such names out.
+fs::path unfinishedName(const fs::path& file, const std::string& distinction = "") {
+  return file.parent_path() / ("." + file.filename().string() + distinction + ".orvanta.tmp");
+}
+
 // The file, made where it is missing, while no other process writes it: one that has finished gives it another name.
+// Nothing where it cannot be made, or is no file that can be written over: a folder, a link, a fifo, a file that has a
+// second name.
 UniqueFd openAlone(const fs::path& file, unsigned permissions) {
   for (;;) {
     UniqueFd fd(::open(file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, permissions));
     struct stat opened {};
-    if (!fd || ::flock(fd.get(), LOCK_EX) != 0 || ::fstat(fd.get(), &opened) != 0) {
-      throw SkillsError::system("Cannot write " + file.string(), errno);
-    }
+    if (!fd || ::fstat(fd.get(), &opened) != 0 || !S_ISREG(opened.st_mode) || opened.st_nlink > 1) return {};
+    if (::flock(fd.get(), LOCK_EX) != 0) return {};
     struct stat named {};
     const bool isNamed = ::lstat(file.c_str(), &named) == 0;
     if (isNamed && opened.st_ino == named.st_ino && opened.st_dev == named.st_dev) return fd;
@@ -236,8 +242,13 @@ fs::path freeStampedFile(const fs::path& folder, std::string_view prefix, std::s
 }
 
 void writeAtomically(const fs::path& file, std::string_view content, unsigned permissions) {
-  const fs::path temporary = unfinishedName(file);
-  const UniqueFd fd = openAlone(temporary, permissions);
+  fs::path temporary = unfinishedName(file);
+  UniqueFd fd = openAlone(temporary, permissions);
+  if (!fd) {  // what somebody put there stays
+    temporary = unfinishedName(file, "-" + newUuid().substr(0, 8));
+    fd = openAlone(temporary, permissions);
+  }
+  if (!fd) throw SkillsError::system("Cannot write " + file.string(), errno);
   try {
     if (::ftruncate(fd.get(), 0) != 0 || !writeAll(fd.get(), content) || ::fsync(fd.get()) != 0 ||
         ::rename(temporary.c_str(), file.c_str()) != 0) {
@@ -248,11 +259,6 @@ void writeAtomically(const fs::path& file, std::string_view content, unsigned pe
     throw;
   }
   flushFolder(file.parent_path());
-}
-
-// The backup of the library leaves such names out.
-fs::path unfinishedName(const fs::path& file) {
-  return file.parent_path() / ("." + file.filename().string() + ".orvanta.tmp");
 }
 
 void writeOver(const fs::path& file, std::string_view content) {

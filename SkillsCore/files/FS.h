@@ -76,12 +76,10 @@ std::filesystem::path freeStampedFile(const std::filesystem::path& folder, std::
                                       std::string_view suffix);
 
 // Writes a temporary file beside `file` and renames it into place: readers see the old content or the new, also after a
-// power cut, and the new one once this has returned. What a killed process left of it is used up by the next write.
-// `permissions` are those of a new file, within what the user's own mask leaves.
+// power cut, and the new one once this has returned. What a killed process left of it is used up by the next write;
+// where anything else has its name, that stays, and another name is taken. `permissions` are those of a new file,
+// within what the user's own mask leaves.
 void writeAtomically(const std::filesystem::path& file, std::string_view content, unsigned permissions = 0666);
-
-// The temporary file of `writeAtomically`.
-std::filesystem::path unfinishedName(const std::filesystem::path& file);
 
 // Gives the file this content, in place: a crash can leave a part of it. For a file whose readers know that.
 void writeOver(const std::filesystem::path& file, std::string_view content);

@@ -11,6 +11,9 @@
 
 namespace orvanta {
 
+// How long an operation waits for another process.
+inline constexpr std::chrono::seconds kLockPatience{10};
+
 class LibraryLock {
  public:
   // Waits up to `patience` for the lock. Throws `conflict` naming the holder when another process keeps it longer, `io`

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <system_error>
 
 #include <sqlite3.h>
 
@@ -39,14 +38,14 @@ const char* databaseFileLayer() {
 }
 
 // Without opening anything: a file that is closed loses the locks that SQLite has on it.
-std::optional<std::string> whyNotWritable(const std::string& database) {
+int whyNotWritable(const std::string& database) {
   const std::string folder = std::filesystem::path(database).parent_path().string();
   for (const std::string& path : {folder, database, database + "-wal", database + "-shm"}) {
-    if (::access(path.c_str(), W_OK) != 0 && errno != ENOENT) return std::generic_category().message(errno);
+    if (::access(path.c_str(), W_OK) != 0 && errno != ENOENT) return errno;
   }
   struct statvfs disk {};
   const bool isFull = ::statvfs(folder.c_str(), &disk) == 0 && (disk.f_bavail == 0 || disk.f_favail == 0);
-  return isFull ? std::optional(std::generic_category().message(ENOSPC)) : std::nullopt;
+  return isFull ? ENOSPC : 0;
 }
 
 }  // namespace orvanta

@@ -2,7 +2,6 @@
 
 // How SQLite opens its files.
 
-#include <optional>
 #include <string>
 
 namespace orvanta {
@@ -11,7 +10,7 @@ namespace orvanta {
 // SQLite takes for new in every process and therefore flushes the folder's names as well with the first commit.
 const char* databaseFileLayer();
 
-// Why the database or a file that belongs to it cannot be opened for writing, in the system's words.
-std::optional<std::string> whyNotWritable(const std::string& database);
+// The system's error that keeps the database or a file that belongs to it from being opened for writing; 0 for none.
+int whyNotWritable(const std::string& database);
 
 }  // namespace orvanta

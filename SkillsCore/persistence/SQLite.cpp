@@ -1,12 +1,12 @@
 #include "persistence/SQLite.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <system_error>
 #include <thread>
 
-#include "foundations/SkillsError.h"
 #include "foundations/Text.h"
 #include "persistence/DatabaseFiles.h"
 
@@ -21,18 +21,23 @@ constexpr std::string_view kQuerying = " — while querying: ";
 
 constexpr int kBusyMillis = 5000;
 
-// SQLite says that a file could not be read, written or opened; the system says why.
-std::string messageOf(sqlite3* db) {
+// Why a file of the database could not be read, written or opened, and what to do about that; nothing for an error that
+// has another cause. SQLite says that it could not, the system says why.
+std::optional<std::string> fileTrouble(sqlite3* db, const std::string& file) {
   constexpr int kPrimaryCode = 0xff;
   const int code = sqlite3_errcode(db) & kPrimaryCode;
-  const int error = code == SQLITE_IOERR ? sqlite3_system_errno(db) : 0;
-  auto cause = error != 0 ? std::optional(std::generic_category().message(error)) : std::nullopt;
-  const std::string message = sqlite3_errmsg(db);
-  // The last error would be that of a second try, to open the file for reading only.
   const bool isClosed = code == SQLITE_READONLY || code == SQLITE_CANTOPEN;
-  const char* const file = isClosed ? sqlite3_db_filename(db, "main") : nullptr;
-  if (file != nullptr) cause = whyNotWritable(file);
-  return cause ? message + " (" + *cause + ")" : message;
+  if (code != SQLITE_FULL && code != SQLITE_IOERR && !isClosed) return std::nullopt;
+  // Of a closed file the last error would be that of a second try, to open it for reading only.
+  int error = isClosed ? whyNotWritable(file) : sqlite3_system_errno(db);
+  if (code == SQLITE_FULL) error = ENOSPC;
+  const bool isFull = error == ENOSPC || error == EDQUOT;
+  std::string reason = isFull ? "the disk is full" : sqlite3_errmsg(db);
+  if (error != 0) reason += " (" + std::generic_category().message(error) + ")";
+  const char* const advice = isFull     ? "make room there"
+                             : isClosed ? "make it and its folder writable"
+                                        : "check the disk";
+  return reason + "; " + advice + ", then try again";
 }
 
 void requireIdentifier(const std::string& name) {
@@ -113,8 +118,8 @@ SQLiteConnection::SQLiteConnection(const std::string& path) {
       path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, databaseFileLayer());
   db_.reset(handle);
   if (result != SQLITE_OK) {
-    const std::string text = handle != nullptr ? messageOf(handle) : "unknown error";
-    throw SkillsError::database("Cannot open database at " + path + ": " + text);
+    throw SkillsError::database("Cannot open database at " + path + ": " +
+                                fileTrouble(handle, path).value_or(sqlite3_errmsg(handle)));
   }
   sqlite3_busy_timeout(handle, kBusyMillis);
   sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
@@ -151,7 +156,7 @@ void SQLiteConnection::execute(const std::string& sql) {
 }
 
 int SQLiteConnection::run(const std::string& sql, const Params& params) {
-  requireTransaction(kRunning, sql);
+  requireTransaction();
   const Borrowed statement(*this, sql);
   bind(statement.get(), params);
   const int result = sqlite3_step(statement.get());
@@ -161,7 +166,7 @@ int SQLiteConnection::run(const std::string& sql, const Params& params) {
 
 void SQLiteConnection::forEach(const std::string& sql, const Params& params,
                                const std::function<void(const SQLRow&)>& each) {
-  requireTransaction(kQuerying, sql);
+  requireTransaction();
   const Borrowed statement(*this, sql);
   bind(statement.get(), params);
   int result = sqlite3_step(statement.get());
@@ -236,7 +241,8 @@ void SQLiteConnection::bind(sqlite3_stmt* statement, const Params& params) {
 
 void SQLiteConnection::fail(std::string_view phrase, std::string_view sql) const {
   constexpr std::size_t kShown = 120;
-  std::string message = messageOf(db_.get());
+  if (const auto trouble = fileTrouble(db_.get(), file())) throw unusable(*trouble);
+  std::string message = sqlite3_errmsg(db_.get());
   message += phrase;
   message += Text::prefixCharacters(sql, kShown);
   throw SkillsError::database(message);
@@ -244,10 +250,20 @@ void SQLiteConnection::fail(std::string_view phrase, std::string_view sql) const
 
 // On a full disk and the like SQLite rolls the whole transaction back by itself. If that error was swallowed, as the
 // audit log's are, the statements after it must not go on one by one.
-void SQLiteConnection::requireTransaction(std::string_view phrase, std::string_view sql) const {
-  if (!inTransaction_ || sqlite3_get_autocommit(db_.get()) == 0) return;
-  throw SkillsError::database("the transaction was rolled back, the disk may be full" + std::string(phrase) +
-                              std::string(sql.substr(0, sql.find('\n'))));
+void SQLiteConnection::requireTransaction() const {
+  if (inTransaction_ && sqlite3_get_autocommit(db_.get()) != 0) {
+    throw unusable("the disk may be full or failing; see to it, then try again");
+  }
+}
+
+SkillsError SQLiteConnection::unusable(const std::string& why) const {
+  const std::string outcome = inTransaction_ ? "written, and the change was taken back: " : "used: ";
+  return SkillsError::database("The database " + file() + " could not be " + outcome + why);
+}
+
+std::string SQLiteConnection::file() const {
+  const char* const name = sqlite3_db_filename(db_.get(), "main");
+  return name != nullptr ? name : ":memory:";
 }
 
 SQLiteConnection::Transaction::Transaction(SQLiteConnection& connection)
@@ -264,6 +280,7 @@ SQLiteConnection::Transaction::~Transaction() {
 }
 
 void SQLiteConnection::Transaction::commit() {
+  connection_.requireTransaction();
   try {
     connection_.execute(isPart_ ? "RELEASE part" : "COMMIT");
   } catch (const SkillsError&) {

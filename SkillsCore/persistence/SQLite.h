@@ -1,8 +1,8 @@
 #pragma once
 
 // One SQLite database: statements with positional parameters, rows mapped to values, transactions, schema helpers.
-// Every failure is a `SkillsError` of kind `database` with SQLite's text and the statement; the connection stays
-// usable.
+// Every failure is a `SkillsError` of kind `database`: with SQLite's text and the statement, or with the file and what
+// to do where a full disk or the like was the cause. The connection stays usable.
 
 #include <cstdint>
 #include <filesystem>
@@ -17,6 +17,8 @@
 #include <vector>
 
 #include <sqlite3.h>
+
+#include "foundations/SkillsError.h"
 
 namespace orvanta {
 
@@ -161,7 +163,10 @@ class SQLiteConnection {
   void useWriteAheadLog();
   void mergeLargeLog(const std::string& path);
   void disown();
-  void requireTransaction(std::string_view phrase, std::string_view sql) const;
+  void requireTransaction() const;
+  // `why` the files could not be used, with what to do.
+  SkillsError unusable(const std::string& why) const;
+  std::string file() const;
 
   std::unique_ptr<sqlite3, Close> db_;
   bool inTransaction_ = false;

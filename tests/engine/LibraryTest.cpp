@@ -274,8 +274,10 @@ TEST_F(LibraryTest, AFullDiskLosesNothing) {
     std::ofstream filler(paths.base() / "filler");
     while (filler << std::string(4096, 'x') << std::flush) continue;
     filler.close();
-    EXPECT_THROW(engine().deploy(engine().skills().front().id, "cursor", false), SkillsError);
-    EXPECT_THROW(engine().removeSkill(engine().skills().front().id, true), SkillsError);
+    const std::string id = engine().skills().front().id;
+    EXPECT_THAT(errorOf([&] { engine().deploy(id, "cursor", false); }), IsError(Kind::io, "No space left"));
+    EXPECT_THAT(errorOf([&] { engine().removeSkill(id, true); }),
+                IsError(Kind::database, "the disk is full (No space left on device); make room there"));
     EXPECT_EQ(everythingAsText(), before);
     fs::remove(paths.base() / "filler");
     EXPECT_TRUE(reopen().deploy(engine().skills().front().id, "cursor", false).changed);
@@ -295,7 +297,8 @@ TEST_F(LibraryTest, ALibraryThatCannotBeOpenedIsAnErrorThatSaysWhy) {
   reopen();
   asOrdinaryUser([&] {
     for (const auto& path : {paths.database(), paths.base()}) ::chmod(path.c_str(), 0500);
-    EXPECT_THROW(reopen().setSyncMode(SyncMode::copy), SkillsError);
+    EXPECT_THAT(errorOf([&] { reopen().setSyncMode(SyncMode::copy); }),
+                IsError(Kind::database, "(Permission denied); make"));
   });
 }
 

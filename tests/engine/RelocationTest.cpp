@@ -10,7 +10,9 @@
 #include <set>
 #include <thread>
 
+#include "agents/ChangeJournal.h"
 #include "engine/MoveJournal.h"
+#include "engine/MoveRecovery.h"
 #include "files/FS.h"
 #include "foundations/ModelsJSON.h"
 #include "sources/StagingFolder.h"
@@ -21,6 +23,7 @@ namespace orvanta {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using Kind = SkillsError::Kind;
 using Texts = std::vector<std::string>;
 using testing::ElementsAre;
@@ -414,18 +417,38 @@ TEST_F(RelocationTest, WhileAProcessMovesTheLibraryOthersWaitAndSayWhy) {
     SkillsEngine(paths, user).relocateLibrary(place, {{}, [&](const Progress&) { waitForTheEnd(); }, {}});
   });
   for (const auto& at : {paths.base(), place}) {
-    EXPECT_THAT(errorOf([&] { SkillsEngine(Paths(at), user); }),
+    EXPECT_THAT(errorOf([&] { settledLibrary(Paths(at), user, 20ms); }),
                 IsError(Kind::conflict, "being moved to " + place.string()));
-    EXPECT_THROW(SkillsEngine::settledPaths(Paths(at), user), SkillsError);
   }
   // One that had opened it before still reads it.
   EXPECT_EQ(engine().skills().size(), 2U);
   EXPECT_TRUE(agentHolds("cursor", "pdf"));
   EXPECT_THAT(errorOf([&] { engine().setSyncMode(SyncMode::copy); }), IsError(Kind::conflict, "being moved to"));
-  mover.kill();
+  const std::jthread killer([&] {
+    std::this_thread::sleep_for(100ms);
+    mover.kill();
+  });
   EXPECT_EQ(reopen().paths(), paths);
   EXPECT_EQ(contentOf(paths.base()), before);
   EXPECT_FALSE(FS::exists(place));
+}
+
+TEST_F(RelocationTest, WhoOpensTheLibraryWhileItMovesFindsItWhereItArrives) {
+  givenLibrary();
+  const Path place = root / "place";
+  std::map<Path, Paths> found;
+  std::jthread reader;
+  const auto startReader = [&](const Progress&) {
+    if (reader.joinable()) return;
+    reader = std::jthread([&] {
+      for (const auto& at : {paths.base(), place}) found.emplace(at, SkillsEngine(Paths(at), user).paths());
+    });
+    std::this_thread::sleep_for(200ms);
+  };
+  engine().relocateLibrary(place, {{}, startReader, {}});
+  reader.join();
+  EXPECT_EQ(found, (std::map<Path, Paths>{{paths.base(), Paths(place)}, {place, Paths(place)}}));
+  EXPECT_FALSE(FS::exists(paths.base()));
 }
 
 TEST_F(RelocationTest, WhoOpenedTheLibraryBeforeItMovedChangesNothingAfterwards) {
@@ -448,6 +471,14 @@ TEST_F(RelocationTest, ALibraryInWhichSomethingWorksStaysWhereItIs) {
     EXPECT_THAT(errorOf([&] { engine().relocateLibrary(root / "place", {}); }),
                 IsError(Kind::conflict, "being installed or updated"));
   }
+  // A change was cut short on a disk that is away.
+  ChangeJournal::append(paths.changeJournal(), {{.operation = "deploy",
+                                                 .kind = TargetChange::Kind::placedLink,
+                                                 .target = home / "disk" / "pdf",
+                                                 .linkTo = paths.skills() / "pdf"}});
+  EXPECT_THAT(errorOf([&] { engine().relocateLibrary(root / "place", {}); }),
+              IsError(Kind::conflict, "remove " + paths.changeJournal().string()));
+  fs::create_directory(home / "disk");
   fs::rename(paths.cache(), home / "cache");
   fs::create_directory_symlink(home / "cache", paths.cache());
   EXPECT_THAT(errorOf([&] { engine().relocateLibrary(root / "place", {}); }), IsError(Kind::conflict, "not a folder"));

@@ -103,6 +103,27 @@ TEST_F(FilesTest, AFileIsWrittenAsAWholeOrNotAtAll) {
                 IsError(Kind::io, (root / "f/file").string()));
   });
   EXPECT_EQ(folderAsText(root / "f"), before);
+
+  write(root / "victim", "theirs");
+  const std::vector<std::pair<std::string, std::function<void(const Path&)>>> obstacles{
+      {"a folder",
+       [&](const Path& at) {
+         folder(at, {{"mine", "mine"}});
+       }},
+      {"a link", [&](const Path& at) { fs::create_symlink(root / "victim", at); }},
+      {"a second name", [&](const Path& at) { fs::create_hard_link(root / "victim", at); }},
+      {"a fifo", [](const Path& at) { ASSERT_EQ(::mkfifo(at.c_str(), 0600), 0); }}};
+  for (const auto& [name, putAt] : obstacles) {
+    putAt(root / "f/.file.orvanta.tmp");
+    FS::writeAtomically(root / "f/file", "first");
+    const std::string withObstacle = folderAsText(root / "f");
+    FS::writeAtomically(root / "f/file", "second");
+    EXPECT_EQ(read(root / "f/file"), "second") << name;
+    FS::writeAtomically(root / "f/file", "first");
+    EXPECT_EQ(folderAsText(root / "f"), withObstacle) << name;
+    EXPECT_EQ(read(root / "victim"), "theirs") << name;
+    FS::removeAny(root / "f/.file.orvanta.tmp");
+  }
 }
 
 TEST_F(FilesTest, RenamingNeverReplacesAndExchangingLosesNothing) {

@@ -39,6 +39,35 @@ TEST_F(SQLiteTest, EveryErrorSaysWhatWasDoneWithWhichStatement) {
   EXPECT_EQ(db.scalarInt("SELECT COUNT(*) FROM t"), 0) << "and the connection is as good as before";
 }
 
+TEST_F(SQLiteTest, WhatTheDiskRefusesIsSaidWithWhatToDoAndWithoutTheStatement) {
+  const std::string path = (root / "t.db").string();
+  SQLiteConnection disk(path);
+  const std::string sql = "CREATE TABLE t (a)";
+  const std::string big(1 << 20, 'x');
+  disk.execute(sql + "; PRAGMA max_page_count = 10");
+  const std::string full = "the disk is full (No space left on device); make room there, then try again";
+  const std::string takenBack = "The database " + path + " could not be written, and the change was taken back: ";
+  const auto fill = [&] { disk.run("INSERT INTO t VALUES (?)", {big}); };
+  EXPECT_EQ(errorOf(fill), SkillsError::database("The database " + path + " could not be used: " + full));
+  EXPECT_EQ(errorOf([&] { disk.transaction(fill); }), SkillsError::database(takenBack + full));
+  // SQLite has ended the transaction by then, and what comes after it is not written by itself.
+  for (const bool hasMore : {true, false}) {
+    EXPECT_THAT(errorOf([&] {
+                  disk.transaction([&] {
+                    disk.run("INSERT INTO t VALUES (1)");
+                    EXPECT_THROW(fill(), SkillsError);
+                    if (hasMore) disk.run("INSERT INTO t VALUES (2)");
+                  });
+                }),
+                IsError(Kind::database, takenBack + "the disk may be full"));
+  }
+  disk.execute("PRAGMA query_only = 1");
+  EXPECT_EQ(errorOf([&] { disk.run("DELETE FROM t"); }),
+            SkillsError::database("The database " + path + " could not be used: attempt to write a readonly " +
+                                  "database; make it and its folder writable, then try again"));
+  EXPECT_EQ(disk.scalarInt("SELECT COUNT(*) FROM t"), 0);
+}
+
 TEST_F(SQLiteTest, ValuesComeBackAsTheyWereGiven) {
   const std::string zero("a\0b", 3);
   db.run("INSERT INTO t VALUES (?, ?), (?, ?)", {"é", 2.5, nullptr, std::optional<std::string>()});
