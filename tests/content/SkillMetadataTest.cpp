@@ -2,16 +2,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <fstream>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "content/FrontMatter.h"
+#include "platform/UniqueFd.h"
+#include "tests/support/Sandbox.h"
 
 namespace orvanta {
 
@@ -171,37 +167,28 @@ TEST(FrontMatter, HostileTextsTakeTimeInProportionToTheirLength) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 
-class SkillFolder : public ::testing::Test {
+class SkillFolder : public Sandbox {
  protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "orvanta-metadata-XXXXXX").string();
-    skillDir = fs::path(::mkdtemp(pattern.data())) / "own-name";
-    fs::create_directory(skillDir);
-  }
-  void TearDown() override { fs::remove_all(skillDir.parent_path()); }
-
-  void write(const std::string& name, const std::string& content) const { std::ofstream(skillDir / name) << content; }
+  void writeFile(const std::string& name, const std::string& content) const { write(skillDir / name, content); }
 
   [[nodiscard]] SkillMeta parsedThroughDescriptor() const {
-    const int fd = ::open(skillDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    SkillMeta meta = SkillMetadata::parseSkillMdAt(fd);
-    ::close(fd);
-    return meta;
+    const UniqueFd fd(::open(skillDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return SkillMetadata::parseSkillMdAt(fd.get());
   }
 
-  fs::path skillDir;
+  const Path skillDir = folder(root / "own-name", {});
 };
 
 TEST_F(SkillFolder, TheMarkerIsAFileUnderEitherNameTheUpperCaseOneFirst) {
   EXPECT_FALSE(SkillMetadata::isValidSkillDir(skillDir));
-  write("Skill.md", "---\nname: mixed\n---\n");
+  writeFile("Skill.md", "---\nname: mixed\n---\n");
   EXPECT_FALSE(SkillMetadata::isValidSkillDir(skillDir));
-  write("skill.md", "---\nname: lower\n---\n");
+  writeFile("skill.md", "---\nname: lower\n---\n");
   fs::create_directory(skillDir / "SKILL.md");
   EXPECT_EQ(SkillMetadata::markerFile(skillDir), skillDir / "skill.md");
   EXPECT_EQ(parsedThroughDescriptor().name, "lower");
   fs::remove(skillDir / "SKILL.md");
-  write("SKILL.md", "---\nname: upper\n---\n");
+  writeFile("SKILL.md", "---\nname: upper\n---\n");
   EXPECT_EQ(SkillMetadata::markerFile(skillDir), skillDir / "SKILL.md");
   EXPECT_EQ(SkillMetadata::parseSkillMd(skillDir).name, "upper");
   EXPECT_EQ(SkillMetadata::readSkillDocument(skillDir), "---\nname: upper\n---\n");
@@ -214,7 +201,7 @@ TEST_F(SkillFolder, WhatIsNoReadableFileIsNoMarkerAndNeverBlocks) {
   EXPECT_EQ(SkillMetadata::parseSkillMd(skillDir), SkillMeta());
   EXPECT_EQ(SkillMetadata::readSkillDocument(skillDir), std::nullopt);
   EXPECT_EQ(SkillMetadata::parseSkillMd(skillDir / "missing"), SkillMeta());
-  write("real.txt", "---\nname: linked\n---\n");
+  writeFile("real.txt", "---\nname: linked\n---\n");
   fs::remove(skillDir / "skill.md");
   fs::create_symlink("real.txt", skillDir / "skill.md");
   EXPECT_EQ(SkillMetadata::parseSkillMd(skillDir).name, "linked");
@@ -225,21 +212,21 @@ TEST_F(SkillFolder, LongFilesAreReadAsFarAsNeededAndNoCharacterIsCut) {
   for (const std::size_t padding : {0U, 1U, 2U}) {
     std::string body(padding, 'x');
     while (body.size() < (std::size_t{1} << 20)) body += "漢";
-    write("SKILL.md", std::string(head).append("---\n").append(body));
+    writeFile("SKILL.md", std::string(head).append("---\n").append(body));
     EXPECT_EQ(SkillMetadata::parseSkillMd(skillDir).name, "long") << "the body is cut at " << padding;
-    write("SKILL.md", std::string(head).append("notes: ").append(body).append("\n---\n"));
+    writeFile("SKILL.md", std::string(head).append("notes: ").append(body).append("\n---\n"));
     EXPECT_EQ(SkillMetadata::parseSkillMd(skillDir).name, "long") << "the front matter is cut at " << padding;
   }
-  write("SKILL.md", "---\nnotes: " + std::string(100'000, 'x') + "\nname: far\n---\n");
+  writeFile("SKILL.md", "---\nnotes: " + std::string(100'000, 'x') + "\nname: far\n---\n");
   EXPECT_EQ(SkillMetadata::parseSkillMd(skillDir).name, "far");
   EXPECT_EQ(parsedThroughDescriptor().name, "far");
 }
 
 TEST_F(SkillFolder, ADocumentIsAWholeTextOrNone) {
-  write("SKILL.md", "---\nname: caf\xE9\n---\n");
+  writeFile("SKILL.md", "---\nname: caf\xE9\n---\n");
   EXPECT_EQ(SkillMetadata::readSkillDocument(skillDir), std::nullopt);
   EXPECT_EQ(SkillMetadata::parseSkillMd(skillDir), SkillMeta());
-  write("SKILL.md", "");
+  writeFile("SKILL.md", "");
   EXPECT_EQ(SkillMetadata::readSkillDocument(skillDir), "");
   fs::resize_file(skillDir / "SKILL.md", std::uintmax_t{16} << 20);
   EXPECT_EQ(SkillMetadata::readSkillDocument(skillDir).value_or("").size(), std::size_t{16} << 20);
@@ -248,9 +235,9 @@ TEST_F(SkillFolder, ADocumentIsAWholeTextOrNone) {
 }
 
 TEST_F(SkillFolder, IsKnownByTheSafeNameElseByItsOwn) {
-  write("SKILL.md", "---\nname: ../My: Skill\n---\n");
+  writeFile("SKILL.md", "---\nname: ../My: Skill\n---\n");
   EXPECT_EQ(SkillMetadata::inferSkillName(skillDir), "My Skill");
-  write("SKILL.md", "---\nname: \"..\"\n---\n");
+  writeFile("SKILL.md", "---\nname: \"..\"\n---\n");
   EXPECT_EQ(SkillMetadata::inferSkillName(skillDir), "own-name");
   EXPECT_EQ(SkillMetadata::inferSkillName(skillDir / ""), "own-name");
   EXPECT_EQ(SkillMetadata::inferSkillName(SkillMeta(), "/"), "unknown-skill");

@@ -1,6 +1,7 @@
 // The first hour of a new user, from the empty library to an empty library.
 
 #include "tests/e2e/Program.h"
+#include "tests/sources/ZipBuilder.h"
 
 namespace orvanta {
 
@@ -23,6 +24,7 @@ class FirstUse : public Program {
     for (const char* agent : {"cursor", "claude_code", "codex"}) agentInstalled(agent);
     givenSkill("pdf", {{"scripts/run.sh", "echo hi\n"}});
     givenSkill("docx");
+    write(home / "csv.skill", zipArchive({{.name = "pack/SKILL.md", .content = "---\nname: csv\n---\n"}}));
   }
 
   std::string placed(const std::string& agentFolder) const {
@@ -38,6 +40,7 @@ TEST_F(FirstUse, LeadsFromAnEmptyLibraryToDeployedSkillsAndBackWithNothingLeftBe
 
   EXPECT_THAT(orvanta({"install", "Downloads", "--all", "--to", "cursor", "Claude Code"}).out,
               HasSubstr("2 skills installed"));
+  EXPECT_EQ(orvanta({"install", "csv.skill", "--to", "cursor"}).status, 0);
   EXPECT_EQ(orvanta({"config", "set", "sync_mode", "copy"}).status, 0);
   EXPECT_EQ(orvanta({"deploy", "PDF", "--to", "codex"}).status, 0);
   EXPECT_EQ(placed(".cursor/skills") + placed(".claude/skills") + placed(".codex/skills"), "linklinkcopy");
@@ -50,13 +53,14 @@ TEST_F(FirstUse, LeadsFromAnEmptyLibraryToDeployedSkillsAndBackWithNothingLeftBe
   EXPECT_EQ(orvanta({"enable", "pdf"}).status, 0);
   EXPECT_EQ(placed(".cursor/skills") + placed(".codex/skills"), "linkcopy");
 
-  EXPECT_EQ(orvanta({"remove", "pdf", "docx", "--yes"}).status, 0);
+  EXPECT_EQ(orvanta({"remove", "pdf", "docx", "csv", "--yes"}).status, 0);
   std::filesystem::remove(home / ".cursor/skills");
   std::filesystem::remove(home / ".claude/skills");
   EXPECT_EQ(folderAsText(home / ".cursor") + folderAsText(home / ".claude"), before);
-  EXPECT_TRUE(std::filesystem::is_empty(home / ".orvanta/skills"));
+  EXPECT_TRUE(std::filesystem::is_empty(home / ".orvanta/skills") && std::filesystem::is_empty(user.temp));
   const std::string log = orvanta({"log", "--limit", "100"}).out;
-  for (const char* action : {"install_local", "deploy", "disable_skill", "enable_skill", "remove_skill"}) {
+  for (const char* action :
+       {"install_local", "install_archive", "deploy", "disable_skill", "enable_skill", "remove_skill"}) {
     EXPECT_THAT(log, HasSubstr(action));
   }
 }

@@ -42,12 +42,12 @@ class Program : public Sandbox {
   Running start(const Words& words);
   static Outcome finish(const Running& running);
 
-  // In a process that was forked for it: becomes the program.
-  [[noreturn]] void execute(const Words& words) const;
-
   std::map<std::string, std::string> environment;
 
  private:
+  // In a process that was forked for it: becomes the program.
+  [[noreturn]] void execute(const Words& words) const;
+
   int runs_ = 0;
 };
 

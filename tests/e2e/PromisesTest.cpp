@@ -84,20 +84,6 @@ TEST_F(Promises, NamesFromStrangersBreakNeitherJsonNorTheTerminal) {
   }
 }
 
-TEST_F(Promises, AFileIsShownOnlyFromInsideItsSkill) {
-  write(home / "secret.txt", "secret");
-  givenSkill("pdf", {{"notes.txt", "notes"}});
-  EXPECT_EQ(orvanta({"install", "Downloads/pdf"}).status, 0);
-  const Path inLibrary = paths.skills() / "pdf";
-  std::filesystem::create_symlink(home / "secret.txt", inLibrary / "link.txt");
-  EXPECT_EQ(orvanta({"show", "pdf", "--file", "notes.txt"}).out, "notes");
-  for (const char* path : {"../../orvanta.db", "b/../../../../home/secret.txt", "link.txt"}) {
-    const Outcome outcome = orvanta({"show", "pdf", "--file", path});
-    EXPECT_EQ(outcome.status, 1) << path;
-    EXPECT_EQ(outcome.out, "") << path;
-  }
-}
-
 TEST_F(Promises, WhatDestroysIsDoneOnlyWithConsent) {
   agentInstalled("cursor");
   EXPECT_EQ(orvanta({"install", givenSkill("pdf").string()}).status, 0);

@@ -296,43 +296,22 @@ TEST_F(DeploymentTest, ADisabledSkillIsOutOfAllFoldersAndComesBackWhereItWas) {
 TEST_F(DeploymentTest, WhenTheRecordsCannotBeWrittenTheFilesArePutBack) {
   const std::string a = installed("a");
   const std::string b = installed("b");
-  const std::string off = installed("off");
+  const Path own = agentHas("claude_code", "b", {{"mine", ""}});
   engine().setSyncMode(SyncMode::copy);
-  engine().deploy({a, off}, {"cline", "warp"}, false, {});
-  engine().setSkillEnabled(off, false);
+  engine().deploy({a}, {"cline", "warp"}, false, {});
   engine().setSyncMode(SyncMode::symlink);
   engine().deploy(a, "cursor", false);
-  const Path own = agentHas("claude_code", "own", {{"mine", ""}});
-  agentHas("claude_code", "b", {{"mine", ""}});
-  const Path fresh = givenSkill("fresh");
+  givenSkill("fresh");
+  const std::vector<std::string> both{a, b};
+  const std::vector<std::string> agents{"cursor", "cline", "warp", "claude_code"};
   const std::vector<std::tuple<std::string, std::string, std::function<void()>>> table{
       {"deploy", "INSERT ON skill_targets", [&] { engine().deploy(b, "claude_code", true); }},
-      {"deploy many", "INSERT ON skill_targets",
-       [&] {
-         engine().deploy({a, b}, {"cursor", "claude_code"}, true, {});
-       }},
-      {"undeploy", "DELETE ON skill_targets",
-       [&] {
-         engine().undeploy({a}, {"cline", "warp", "cursor"}, {});
-       }},
+      {"deploy many", "INSERT ON skill_targets", [&] { engine().deploy(both, agents, true, {}); }},
+      {"undeploy", "DELETE ON skill_targets", [&] { engine().undeploy(both, agents, {}); }},
       {"disable", "INSERT ON skill_targets", [&] { engine().setSkillEnabled(a, false); }},
-      {"enable", "UPDATE ON skills", [&] { engine().setSkillEnabled(off, true); }},
       {"remove", "DELETE ON skills", [&] { engine().removeSkill(a, true); }},
-      {"install", "INSERT ON skills", [&] { engine().installLocal(fresh, std::nullopt); }},
-      {"install many", "INSERT ON skills", [&] { engine().installFolder(home / "Downloads", 4, {}); }},
-      {"import", "INSERT ON skills", [&] { engine().importUnmanaged(own, "claude_code", false); }},
-      {"adopt", "INSERT ON skill_targets", [&] { engine().importUnmanaged(own, "claude_code", true); }},
-      {"repair", "INSERT ON skill_targets", [&] {
-         fs::remove(placeOf("cursor", "a"));
-         fs::create_symlink(home, placeOf("cursor", "a"));
-         write(paths.skills() / "a" / "edit", "");
-         EXPECT_THAT(errorOf([&] { engine().repairDeployments({}); }), IsError(Kind::database, "full of woe"));
-         EXPECT_EQ(fs::read_symlink(placeOf("cursor", "a")), home);
-         fs::remove(paths.skills() / "a" / "edit");
-         fs::remove(placeOf("cursor", "a"));
-         fs::create_symlink(paths.skills() / "a", placeOf("cursor", "a"));
-         throw SkillsError::database("full of woe");
-       }}};
+      {"install", "INSERT ON skills", [&] { engine().installFolder(home / "Downloads", 4, {}); }},
+      {"adopt", "INSERT ON skill_targets", [&] { engine().importUnmanaged(own, "claude_code", true); }}};
   for (const auto& [name, statement, operation] : table) {
     const std::string before = everythingAsText();
     sql("CREATE TRIGGER woe BEFORE " + statement + " BEGIN SELECT RAISE(ABORT, 'full of woe'); END");

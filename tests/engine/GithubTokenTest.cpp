@@ -41,14 +41,14 @@ TEST_F(GithubTokenTest, AStoredTokenIsSentToGithubAndShownNowhere) {
   server.commit("github.com/r", {{"docx/SKILL.md", "---\nname: docx\ndescription: A\n---\n"}});
   // Without the rewriting of addresses: what git says to GitHub arrives by way of the proxy.
   write(server.configuration(), "[http]\n\tsslCAInfo = " + server.certificate().string() + "\n");
-  TunnelProxy proxy(server.securePort());
+  WebProxy proxy(server.securePort());
   const auto elsewhere = "https://127.0.0.1:" + std::to_string(server.securePort()) + "/github.com/r";
 
   inAnotherProcess([&] {
     EXPECT_FALSE(SkillsEngine::hasGithubToken());
     EXPECT_TRUE(engine().setGithubToken(std::string(" ") + token + "\n"));
     EXPECT_TRUE(SkillsEngine::hasGithubToken());
-    engine().setSetting("proxy_url", "http://" + proxy.address());
+    engine().setSetting("proxy_url", proxy.url());
     std::string traced;
     const OperationContext context{.trace = [&](std::string_view line) { traced.append(line).append("\n"); }};
     EXPECT_EQ(engine().installGit("o/r", {}, context).installed.size(), 1U);

@@ -1,11 +1,7 @@
 // The library as a whole: skills in and out, settings, and what happens to it from outside.
 
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <set>
 #include <thread>
 
@@ -14,7 +10,6 @@
 #include "files/LibraryLock.h"
 #include "foundations/ModelsJSON.h"
 #include "sources/StagingFolder.h"
-#include "tests/sources/ZipBuilder.h"
 #include "tests/support/Sandbox.h"
 
 namespace orvanta {
@@ -38,40 +33,6 @@ class LibraryTest : public Sandbox {
   }
 };
 
-TEST_F(LibraryTest, ARoundTripLeavesNothingBehind) {
-  const Texts agents{"cursor", "claude_code", "cline", "windsurf"};
-  for (const auto& agent : agents) fs::create_directories((agentInstalled(agent), placeOf(agent, "x").parent_path()));
-  givenSkill("one", {{"run.sh", "#!"}, {"data/x", "1"}});
-  givenSkill("group/two");
-  write(home / "three.skill", zipArchive({{.name = "pack/SKILL.md", .content = "---\nname: three\n---\n"}}));
-  const std::string before = folderAsText(home);
-
-  EXPECT_EQ(engine().installFolder(home / "Downloads", 4, {}).installed.size(), 2U);
-  engine().installArchive(home / "three.skill", std::nullopt, {});
-  EXPECT_EQ(folders(), (std::set<std::string>{"one", "two", "three"}));
-  EXPECT_TRUE(fs::is_empty(user.temp));
-  Texts ids;
-  for (const auto& skill : reopen().skills()) ids.push_back(skill.id);
-  EXPECT_EQ(engine().deploy(ids, {"cursor", "claude_code", "cline"}, false, {}).done.size(), 9U);
-  engine().setSyncMode(SyncMode::copy);
-  EXPECT_EQ(engine().deploy(ids, {"windsurf"}, false, {}).done.size(), 3U);
-  for (const auto& agent : agents) EXPECT_TRUE(agentHolds(agent, "one") && agentHolds(agent, "three")) << agent;
-  write(paths.skills() / "one" / "data/x", "2");
-  EXPECT_EQ(engine().repairDeployments({}).deployed, 1);
-  EXPECT_EQ(read(placeOf("windsurf", "one") / "data/x"), "2");
-  for (const bool enabled : {false, true}) engine().setSkillEnabled(ids[0], enabled);
-  EXPECT_EQ(reopen().removeSkills(ids, true, {}).removed, ids);
-
-  EXPECT_EQ(folderAsText(home), before);
-  EXPECT_TRUE(folders().empty());
-  EXPECT_EQ(sql("SELECT (SELECT COUNT(*) FROM skills) + (SELECT COUNT(*) FROM skill_targets)"), "0\n");
-  const Texts log = actions();
-  for (const auto* action : {"install_local", "install_archive", "deploy", "set_sync_mode", "disable_skill",
-                             "enable_skill", "remove_skill"}) {
-    EXPECT_NE(std::find(log.begin(), log.end(), action), log.end()) << action;
-  }
-}
-
 TEST_F(LibraryTest, TheSameSkillIsHeldOnceAndAnotherOfItsNameBesideIt) {
   const Path source = givenSkill("a", {{"v", "1"}});
   const auto first = engine().installLocal(source, std::nullopt);
@@ -91,27 +52,10 @@ TEST_F(LibraryTest, TheSameSkillIsHeldOnceAndAnotherOfItsNameBesideIt) {
 }
 
 TEST_F(LibraryTest, NoNameLeadsOutOfTheLibraryOrToAReservedPlace) {
-  const Texts names{".git",
-                    ".GIT",
-                    "../evil",
-                    "../../evil",
-                    "/etc/evil",
-                    ".orvanta",
-                    ".installing-x",
-                    ".replacing-a-b",
-                    ".",
-                    "..",
-                    "",
-                    "con",
-                    "NUL.txt",
-                    "a/b",
-                    "a\\b",
-                    "tab\there",
-                    "\xFF\xFE",
-                    "trailing. ",
-                    std::string(300, 'n'),
-                    "漢字" + std::string(300, 'x'),
-                    "\u202Egpj.exe"};
+  Texts names{".git",      ".GIT",     "../evil",    "/etc/evil",    ".orvanta", ".installing-x", ".replacing-a-b",
+              ".",         "..",       "",           "con",          "NUL.txt",  "a/b",           "a\\b",
+              "tab\there", "\xFF\xFE", "trailing. ", "\u202Egpj.exe"};
+  for (const std::string beginning : {"", "漢字"}) names.push_back(beginning + std::string(300, 'x'));
   for (std::size_t i = 0; i < names.size(); ++i) {
     const Path source = folder(home / "Downloads" / std::to_string(i),
                                {{"SKILL.md", "---\nname: \"" + names[i] + "\"\n---\n" + names[i]}});
@@ -254,34 +198,6 @@ TEST_F(LibraryTest, OneEngineServesSeveralThreads) {
   threads.clear();
   EXPECT_EQ(engine().skills().size(), 9U);
   EXPECT_TRUE(fs::is_empty(home / ".cursor/skills"));
-}
-
-TEST_F(LibraryTest, AFullDiskLosesNothing) {
-  fs::create_directories(placeOf("cursor", "small").parent_path());
-  givenSkill("big", {{"data", std::string(3 << 20, 'x')}});
-  givenSkill("small");
-  inAnotherProcess([&] {
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("none", paths.base().c_str(), "tmpfs", 0, "size=2m") != 0) {
-      std::puts("Left out: no small file system can be mounted here.");
-      return;
-    }
-    reopen().installLocal(home / "Downloads/small", {});
-    const std::string before = everythingAsText();
-    EXPECT_THAT(errorOf([&] { engine().installLocal(home / "Downloads/big", {}); }),
-                IsError(Kind::io, "No space left"));
-    EXPECT_EQ(everythingAsText(), before);
-    std::ofstream filler(paths.base() / "filler");
-    while (filler << std::string(4096, 'x') << std::flush) continue;
-    filler.close();
-    const std::string id = engine().skills().front().id;
-    EXPECT_THAT(errorOf([&] { engine().deploy(id, "cursor", false); }), IsError(Kind::io, "No space left"));
-    EXPECT_THAT(errorOf([&] { engine().removeSkill(id, true); }),
-                IsError(Kind::database, "the disk is full (No space left on device); make room there"));
-    EXPECT_EQ(everythingAsText(), before);
-    fs::remove(paths.base() / "filler");
-    EXPECT_TRUE(reopen().deploy(engine().skills().front().id, "cursor", false).changed);
-  });
 }
 
 TEST_F(LibraryTest, ALibraryThatCannotBeOpenedIsAnErrorThatSaysWhy) {

@@ -243,22 +243,6 @@ TEST_F(PresetsTest, AStopWhileOthersAreTakenOutChangesNoActivePreset) {
   EXPECT_EQ(apply(first), (ApplyReport{.deployed = 2, .removed = 0, .skipped = 58, .errors = {}}));
 }
 
-TEST_F(PresetsTest, AStopBetweenPairsLeavesWhatIsDoneRecorded) {
-  Texts ids;
-  for (int i = 0; i < 40; ++i) ids.push_back(installed("s" + std::to_string(i)));
-  const Preset preset = presetOf("p", ids);
-  std::stop_source stop;
-  const OperationContext context{stop.get_token(), [&](const Progress& progress) {
-                                   if (progress.done >= 10) stop.request_stop();
-                                 }};
-  const ApplyReport report = engine().applyPreset(preset.id, false, context);
-  EXPECT_GE(report.deployed, 10);
-  EXPECT_LT(report.deployed, 120);
-  EXPECT_EQ(activation(preset).active, report.deployed);
-  EXPECT_EQ(apply(preset).skipped, report.deployed);
-  EXPECT_TRUE(activation(preset).isComplete());
-}
-
 TEST_F(PresetsTest, TwoProcessesThatApplyAtOnceAgreeWithTheDisk) {
   const Preset first = presetOf("first", {a});
   const Preset second = presetOf("second", {b});

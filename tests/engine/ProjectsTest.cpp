@@ -414,52 +414,6 @@ TEST_F(ProjectsTest, ACopyThatCouldNotFollowAPushFollowsTheNextOne) {
   EXPECT_EQ(read(copy / "data"), "two");
 }
 
-TEST_F(ProjectsTest, AFolderThatCannotBeWrittenLosesNothing) {
-  const std::string id = added();
-  exported(id, {pdf});
-  write(cursor / "pdf" / "data", "two");
-  reopen();
-  asOrdinaryUser([&] {
-    SkillsEngine own(paths, user);
-    ASSERT_EQ(::chmod(cursor.c_str(), 0555), 0);
-    const std::string before = folderAsText(project);
-    for (const auto& operation :
-         std::vector<std::function<void()>>{[&] { own.updateProjectSkillFromCenter(id, cursor / "pdf"); },
-                                            [&] { own.setProjectSkillEnabled(id, cursor / "pdf", false); }}) {
-      EXPECT_THAT(errorOf(operation), IsError(Kind::io, cursor.string()));
-    }
-    EXPECT_THAT(folderAsText(cursor), testing::HasSubstr("two"));
-    ASSERT_EQ(::chmod(paths.skills().c_str(), 0555), 0);
-    const std::string library = folderAsText(paths.skills());
-    EXPECT_THAT(errorOf([&] { own.updateCenterFromProject(id, cursor / "pdf"); }).kind(), Kind::io);
-    EXPECT_EQ(folderAsText(paths.skills()), library);
-    ASSERT_EQ(::chmod(cursor.c_str(), 0755), 0);
-    ASSERT_EQ(::chmod(paths.skills().c_str(), 0755), 0);
-  });
-}
-
-TEST_F(ProjectsTest, APushThatWasKilledIsFinishedOrTakenBackAtTheNextStart) {
-  const Path skill = paths.skills() / "pdf";
-  const Path aside = paths.skills() / ".replacing-pdf-1A2B3C";
-  const std::string before = libraryAsText();
-  const auto untouched = [&] { return folderAsText(paths.skills()); };
-  const std::string folders = untouched();
-  skillFolder(aside, {{"data", "not yet there"}});
-  reopen();
-  EXPECT_EQ(libraryAsText(), before) << "killed before the exchange";
-  fs::rename(skill, aside);
-  reopen();
-  EXPECT_EQ(untouched(), folders) << "killed while nothing stood there";
-  skillFolder(aside, {{"data", "old"}});
-  engine().setSyncMode(SyncMode::copy);
-  engine().deploy(pdf, "cursor", false);
-  write(skill / "SKILL.md", "---\nname: pdf\ndescription: pushed\n---\n");
-  reopen();
-  EXPECT_EQ(read(placeOf("cursor", "pdf") / "SKILL.md"), read(skill / "SKILL.md"));
-  EXPECT_FALSE(fs::exists(aside));
-  EXPECT_EQ(engine().summary(pdf).record.description, "pushed") << "killed before the record was written";
-}
-
 TEST_F(ProjectsTest, AScanFindsProjectsButNeitherTheLibraryNorAgentsOwnFolders) {
   agentHas("cursor", "global");
   const std::string id = added();

@@ -14,9 +14,9 @@
 #include "engine/MoveJournal.h"
 #include "engine/MoveRecovery.h"
 #include "files/FS.h"
+#include "files/TemporaryFolder.h"
 #include "foundations/ModelsJSON.h"
 #include "sources/StagingFolder.h"
-#include "tests/support/OtherDisk.h"
 #include "tests/support/Sandbox.h"
 
 namespace orvanta {
@@ -68,12 +68,11 @@ class RelocationTest : public Sandbox {
         struct stat status {};
         EXPECT_EQ(::lstat(entry.path().c_str(), &status), 0);
         const bool counts = status.st_mtim.tv_sec == 1'100'000'000;
-        if (counts) times.insert(entry.path().string() + " " + std::to_string(status.st_mtim.tv_nsec) + "\n");
+        if (counts)
+          times.insert(entry.path().lexically_relative(base).string() + " " + std::to_string(status.st_mtim.tv_nsec) +
+                       "\n");
       }
       for (const auto& line : times) text += line;
-    }
-    for (auto at = text.find(base.string()); at != std::string::npos; at = text.find(base.string())) {
-      text.erase(at, base.string().size());
     }
     return text;
   }
@@ -117,6 +116,37 @@ class RelocationTest : public Sandbox {
     EXPECT_EQ(next.repairDeployments({}).deployed, 0);
   }
 
+  // Whenever its process is killed, the next start finds the library whole at one place, and nothing at the other.
+  void survivesBeingKilled(const Path& destination) {
+    givenLibrary();
+    const std::string content = contentOf(paths.base());
+    int steps = 0;
+    engine().relocateLibrary(destination, {{}, [&](const Progress&) { ++steps; }, {}});
+    engine().relocateLibrary(paths.base(), {});
+    reopen();
+    int moved = 0;
+    for (int last = 1; last <= steps; ++last) {
+      OtherProcess mover([&](const auto& waitForTheEnd) {
+        int step = 0;
+        const auto count = [&](const Progress&) {
+          if (++step == last) waitForTheEnd();
+        };
+        SkillsEngine(paths, user).relocateLibrary(destination, {{}, count, {}});
+      });
+      mover.kill();
+      SkillsEngine next(paths, user);
+      const bool hasMoved = next.paths() == Paths(destination);
+      EXPECT_EQ(contentOf(next.paths().base()), content) << "killed at step " << last << " of " << steps;
+      EXPECT_FALSE(FS::exists(hasMoved ? paths.base() : destination)) << last;
+      EXPECT_EQ(FS::linkDestination(placeOf("cursor", "pdf")), next.paths().skills() / "pdf") << last;
+      EXPECT_EQ(next.repairDeployments({}).deployed, 0) << last;
+      if (hasMoved) next.relocateLibrary(paths.base(), {});
+      moved += hasMoved ? 1 : 0;
+    }
+    EXPECT_GT(moved, 0);
+    EXPECT_LT(moved, steps);
+  }
+
   // Whoever looks at a deployed skill while the library moves there and back sees it.
   void staysInSight(const Path& destination) {
     givenLibrary();
@@ -144,20 +174,27 @@ class RelocationTest : public Sandbox {
 };
 
 TEST_F(RelocationTest, OnOneFileSystemItArrivesWhole) { arrivesWhole(root / "new/place"); }
-
-TEST_F(RelocationTest, OnAnotherFileSystemItArrivesWhole) {
-  const auto other = folderOnAnotherDiskThan(root);
-  if (!other) GTEST_SKIP() << "There is no second file system.";
-  arrivesWhole(other->path() / "place");
-}
-
+TEST_F(RelocationTest, KilledOnTheWayItIsWhole) { survivesBeingKilled(root / "new/place"); }
 TEST_F(RelocationTest, ADeployedSkillIsAlwaysThere) { staysInSight(root / "place"); }
 
-TEST_F(RelocationTest, ADeployedSkillIsAlwaysThereAlsoBetweenFileSystems) {
-  const auto other = folderOnAnotherDiskThan(root);
-  if (!other) GTEST_SKIP() << "There is no second file system.";
-  staysInSight(other->path() / "place");
-}
+class RelocationToAnotherDiskTest : public RelocationTest {
+ protected:
+  void SetUp() override {
+    if (!other) GTEST_SKIP() << "There is no second file system.";
+  }
+
+  static std::optional<TemporaryFolder> folderOnAnotherDiskThan(const Path& here) {
+    const Path disk = "/dev/shm";
+    const bool isUsable = FS::identity(disk).device != FS::identity(here).device && ::access(disk.c_str(), W_OK) == 0;
+    return isUsable ? std::optional<TemporaryFolder>(std::in_place, disk, "orvanta-test-") : std::nullopt;
+  }
+
+  const std::optional<TemporaryFolder> other = folderOnAnotherDiskThan(root);
+};
+
+TEST_F(RelocationToAnotherDiskTest, ItArrivesWhole) { arrivesWhole(other->path() / "place"); }
+TEST_F(RelocationToAnotherDiskTest, KilledOnTheWayItIsWhole) { survivesBeingKilled(other->path() / "place"); }
+TEST_F(RelocationToAnotherDiskTest, ADeployedSkillIsAlwaysThere) { staysInSight(other->path() / "place"); }
 
 TEST_F(RelocationTest, AnUnsuitableDestinationChangesNothing) {
   givenLibrary();
@@ -235,9 +272,7 @@ TEST_F(RelocationTest, WhereItDoesNotFitOrCannotBeWrittenNothingIsLeft) {
   });
 }
 
-TEST_F(RelocationTest, WhatHappensOnTheWayToAnotherFileSystemTakesItBack) {
-  const auto other = folderOnAnotherDiskThan(root);
-  if (!other) GTEST_SKIP() << "There is no second file system.";
+TEST_F(RelocationToAnotherDiskTest, WhatHappensOnTheWayTakesItBack) {
   givenLibrary();
   const Path file = paths.skills() / "csv/SKILL.md";
   const Path fresh = paths.skills() / "csv/new.txt";

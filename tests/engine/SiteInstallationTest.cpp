@@ -12,6 +12,7 @@
 #include "files/FS.h"
 #include "foundations/ModelsJSON.h"
 #include "platform/ProcessRunner.h"
+#include "tests/support/Loopback.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WebServer.h"
 
@@ -185,7 +186,7 @@ TEST_F(SiteInstallationTest, TheOlderPlaceAndAMovedSiteAreFoundAlsoThroughAProxy
   server.serve("/.well-known/skills/index.json", R"([{"name":"a","skill-md":"a.md"}])");
   server.serve(at("a.md"), skill("a"));
   server.serve("/.well-known/skills/a.md", skill("older"));
-  WebProxy proxy(server);
+  WebProxy proxy(server.port());
   engine().setSetting("proxy_url", proxy.url());
 
   const auto older = engine().fetchWellKnown("some.site.invalid", {});

@@ -58,11 +58,6 @@ class UpdatesTest : public Sandbox {
     for (const auto& name : FS::childNames(paths.skills())) count += name.starts_with(".updating-") ? 1 : 0;
     return count;
   }
-  // As another process would.
-  void reopenedElsewhere(const std::function<void(SkillsEngine&)>& body) const {
-    SkillsEngine other(paths, user);
-    body(other);
-  }
   void expectNothingLeft() {
     EXPECT_TRUE(fs::is_empty(user.temp));
     EXPECT_EQ(sql("SELECT count(*) FROM skills WHERE update_status IN ('checking', 'updating')"), "0\n");
@@ -387,9 +382,7 @@ TEST_F(UpdatesTest, WhatASourceSaysIsNotTakenForAnother) {
   given();
   publishNews();
   OperationContext context;
-  context.trace = [&](std::string_view) {
-    reopenedElsewhere([&](SkillsEngine& other) { other.detachSource(ids["pdf"]); });
-  };
+  context.trace = [&](std::string_view) { SkillsEngine(paths, user).detachSource(ids["pdf"]); };
   const auto report = engine().checkUpdates({{ids["pdf"]}}, 8, context);
   EXPECT_THAT(report.statuses, IsEmpty());
   EXPECT_EQ(record("pdf").updateStatus, UpdateStatus::localOnly);

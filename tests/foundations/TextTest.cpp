@@ -77,25 +77,5 @@ TEST(Text, CredentialsInWebAddressesAreHidden) {
   }
 }
 
-TEST(Text, SplitKeepsEmptyPartsAndJoinReversesIt) {
-  const std::vector<std::string_view> parts = {"", "a", "", "b", ""};
-  EXPECT_EQ(Text::split("/a//b/", '/'), parts);
-  EXPECT_EQ(Text::join({"", "a", "", "b", ""}, "/"), "/a//b/");
-  EXPECT_EQ(Text::join({}, ", "), "");
-}
-
-TEST(Text, EditDistanceCountsCharacters) {
-  EXPECT_EQ(Text::editDistance("kitten", "sitting"), 3U);
-  EXPECT_EQ(Text::editDistance("café", "cafe"), 1U);
-  EXPECT_EQ(Text::editDistance("", "abc"), 3U);
-}
-
-TEST(Text, CodePointsOutsideUnicodeBecomeTheReplacementCharacter) {
-  std::string text;
-  for (const char32_t codePoint : {U'é', char32_t{0xD800}, char32_t{0x110000}, U'😀'})
-    Text::appendCharacter(text, codePoint);
-  EXPECT_EQ(text, "é\uFFFD\uFFFD😀");
-}
-
 }  // namespace
 }  // namespace orvanta

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "tests/support/Loopback.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WebServer.h"
 
@@ -246,14 +247,14 @@ TEST_F(HTTPClientTest, AProxyCarriesAllRequestsAndItsPasswordIsNeverShown) {
   WebServer secure(certificate);
   plain.serve("/page", "plain");
   secure.serve("/page", "secure");
-  WebProxy plainProxy(plain);
-  WebProxy secureProxy(secure);
+  WebProxy plainProxy(plain.port());
+  WebProxy secureProxy(secure.port());
 
   EXPECT_EQ(HTTPClient({.proxyURL = plainProxy.url("user:secret@")}).get("http://site.invalid/page").body, "plain");
-  EXPECT_THAT(plainProxy.requests(), ElementsAre(AllOf(HasSubstr("GET http://site.invalid/page HTTP/1.1\r\n"),
-                                                       HasSubstr("Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n"))));
+  EXPECT_THAT(plainProxy.requests(), AllOf(HasSubstr("GET http://site.invalid/page HTTP/1.1\r\n"),
+                                           HasSubstr("Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n")));
   EXPECT_EQ(HTTPClient({.proxyURL = secureProxy.url()}).get("https://site.invalid/page").body, "secure");
-  EXPECT_THAT(secureProxy.requests(), ElementsAre(HasSubstr("CONNECT site.invalid:443 HTTP/1.1\r\n")));
+  EXPECT_THAT(secureProxy.requests(), HasSubstr("CONNECT site.invalid:443 HTTP/1.1\r\n"));
 
   ::setenv("http_proxy", plainProxy.url().c_str(), 1);
   EXPECT_EQ(HTTPClient().get("http://site.invalid/page").body, "plain") << "the system's setting";

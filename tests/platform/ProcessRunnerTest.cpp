@@ -8,9 +8,7 @@
 #include <fstream>
 #include <thread>
 
-#include <gtest/gtest.h>
-
-#include "foundations/SkillsError.h"
+#include "tests/support/Sandbox.h"
 
 namespace orvanta {
 namespace {
@@ -26,11 +24,7 @@ ProcessResult shell(const std::string& script, const RunOptions& options = {}) {
   return ProcessRunner::run("/bin/sh", {"-c", script}, options);
 }
 
-RunOptions limitedTo(std::chrono::milliseconds timeout) {
-  RunOptions options;
-  options.timeout = timeout;
-  return options;
-}
+RunOptions limitedTo(std::chrono::milliseconds timeout) { return {.timeout = timeout}; }
 
 // True once the process is gone; waits for the system to notice the signal.
 bool disappears(pid_t pid) {
@@ -72,20 +66,14 @@ TEST(ProcessRunner, ArgumentsAreNeverReadByAShell) {
 }
 
 TEST(ProcessRunner, AProgramThatCannotStartIsAnErrorThatNamesIt) {
-  const auto launchError = [](const std::string& executable, const RunOptions& options) -> std::string {
-    try {
-      (void)ProcessRunner::run(executable, {}, options);
-      return "started";
-    } catch (const SkillsError& error) {
-      return error.kind() == SkillsError::Kind::io ? error.message() : "wrong kind";
-    }
+  const auto launchError = [](const std::string& executable, const RunOptions& options) {
+    return errorOf([&] { (void)ProcessRunner::run(executable, {}, options); });
   };
-  EXPECT_EQ(launchError("/no/such/program", {}), "Failed to launch /no/such/program: No such file or directory");
-  EXPECT_EQ(launchError("/etc/passwd", {}), "Failed to launch /etc/passwd: Permission denied");
-  RunOptions elsewhere;
-  elsewhere.cwd = "/no/such/folder";
-  EXPECT_EQ(launchError("/usr/bin/true", elsewhere),
-            "Failed to launch /usr/bin/true: its working folder /no/such/folder does not exist");
+  EXPECT_EQ(launchError("/no/such/program", {}),
+            SkillsError::io("Failed to launch /no/such/program: No such file or directory"));
+  EXPECT_EQ(launchError("/etc/passwd", {}), SkillsError::io("Failed to launch /etc/passwd: Permission denied"));
+  EXPECT_EQ(launchError("/usr/bin/true", {.cwd = "/no/such/folder"}),
+            SkillsError::io("Failed to launch /usr/bin/true: its working folder /no/such/folder does not exist"));
 }
 
 TEST(ProcessRunner, TheProgramSeesTheAgreedSurroundingsAndNothingElse) {

@@ -1,22 +1,15 @@
 #include "sources/Archive.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
-#include <cstdio>
-#include <fstream>
 #include <map>
 #include <thread>
 
-#include <gtest/gtest.h>
-
 #include "files/FS.h"
-#include "files/TemporaryFolder.h"
-#include "foundations/SkillsError.h"
 #include "tests/sources/ZipBuilder.h"
+#include "tests/support/Sandbox.h"
 
 namespace orvanta {
 namespace {
@@ -25,20 +18,18 @@ namespace fs = std::filesystem;
 
 constexpr std::int64_t mebibyte = std::int64_t{1} << 20;
 
-class ArchiveTest : public testing::Test {
+class ArchiveTest : public Sandbox {
  protected:
-  [[nodiscard]] fs::path write(const std::string& name, const std::string& bytes) const {
-    fs::path path = scratch.path() / name;
-    std::ofstream(path, std::ios::binary) << bytes;
-    return path;
+  [[nodiscard]] Path given(const std::string& name, const std::string& bytes) const {
+    write(root / name, bytes);
+    return root / name;
   }
 
   // The error of a failed extraction, "" for one that worked. A failed one must leave nothing behind.
-  std::string extract(const fs::path& archive, const Archive::Limits& limits = {}, const std::stop_token& stop = {}) {
-    const fs::path work = scratch.path() / "work";
+  std::string extract(const Path& archive, const Archive::Limits& limits = {}, const std::stop_token& stop = {}) {
+    const Path work = root / "work";
     FS::removeAny(work);
     fs::create_directory(work);
-    destination = work / "extract";
     try {
       Archive::extract(archive, destination, limits, stop);
     } catch (const SkillsError& error) {
@@ -49,31 +40,13 @@ class ArchiveTest : public testing::Test {
     return "";
   }
 
-  // Everything that was unpacked: permissions, and what the file or link holds.
-  [[nodiscard]] std::map<std::string, std::string> unpacked() const {
-    std::map<std::string, std::string> result;
-    for (const auto& entry : fs::recursive_directory_iterator(destination)) {
-      struct stat info {};
-      EXPECT_EQ(::lstat(entry.path().c_str(), &info), 0);
-      std::string content = "folder";
-      if (S_ISLNK(info.st_mode)) content = "-> " + fs::read_symlink(entry.path()).string();
-      if (S_ISREG(info.st_mode)) content = FS::readText(entry.path(), mebibyte).value_or("unreadable");
-      std::array<char, 8> mode{};
-      std::snprintf(mode.data(), mode.size(), "%04o ", info.st_mode & 07777U);
-      result[entry.path().lexically_relative(destination).string()] =
-          (S_ISLNK(info.st_mode) ? "" : mode.data()) + content;
-    }
-    return result;
-  }
-
-  TemporaryFolder scratch{testing::TempDir(), "archive-test-"};
-  fs::path destination;
+  const Path destination = root / "work" / "extract";
 };
 
 TEST_F(ArchiveTest, AnArchiveUnpacksWithContentAndSafePermissions) {
   const std::string accented = "données/漢 字;1";
   const auto archive =
-      write("skill.ZIP", zipArchive({{"SKILL.md", "old"},
+      given("skill.ZIP", zipArchive({{"SKILL.md", "old"},
                                      {"SKILL.md", "# Skill"},
                                      {"bin/run", "#!", S_IFREG | 07777},
                                      {"closed/", "", S_IFDIR | 0},
@@ -83,13 +56,10 @@ TEST_F(ArchiveTest, AnArchiveUnpacksWithContentAndSafePermissions) {
                                      {"a[b]*?", "pattern"},
                                      {"link", "bin/run", S_IFLNK | 0777}}));
   EXPECT_EQ(extract(archive), "");
-  const std::map<std::string, std::string> expected = {
-      {"SKILL.md", "0644 # Skill"},  {"bin", "0755 folder"},      {"bin/run", "0755 #!"},
-      {"closed", "0700 folder"},     {"closed/secret", "0600 s"}, {"données", "0755 folder"},
-      {"données/漢 字;1", "0644 u"}, {"-rf", "0644 dash"},        {"a[b]*?", "0644 pattern"},
-      {"link", "-> bin/run"},
-  };
-  EXPECT_EQ(unpacked(), expected);
+  EXPECT_EQ(folderAsText(destination),
+            ".: folder 0700\n-rf: file 0644 dash\nSKILL.md: file 0644 # Skill\na[b]*?: file 0644 pattern\n"
+            "bin: folder 0755\nbin/run: file 0755 #!\nclosed: folder 0700\nclosed/secret: file 0600 s\n"
+            "données: folder 0755\ndonnées/漢 字;1: file 0644 u\nlink: link -> bin/run\n");
 }
 
 TEST_F(ArchiveTest, OtherFormsOfTheFormatUnpackToo) {
@@ -112,29 +82,29 @@ TEST_F(ArchiveTest, OtherFormsOfTheFormatUnpackToo) {
       {"backslashes", zipArchive(windows)},
   };
   for (const auto& [form, bytes] : forms) {
-    EXPECT_EQ(extract(write("form.skill", bytes)), "") << form;
-    EXPECT_EQ(FS::readText(destination / "SKILL.md", 100), "# Skill") << form;
-    EXPECT_EQ(FS::readText(destination / "a" / "b", 100), "x") << form;
+    EXPECT_EQ(extract(given("form.skill", bytes)), "") << form;
+    EXPECT_EQ(read(destination / "SKILL.md"), "# Skill") << form;
+    EXPECT_EQ(read(destination / "a" / "b"), "x") << form;
   }
 }
 
 TEST_F(ArchiveTest, NamesBeyondASCIIStayWhatTheyAreWhereverTheyWerePacked) {
   const auto packedOnWindows = [](const std::string& name) { return ZipItem{.name = name, .mode = 0, .madeBy = 20}; };
-  const auto slashes = write("slashes.zip", zipArchive({packedOnWindows("é/"), packedOnWindows("é/漢.md")}));
+  const auto slashes = given("slashes.zip", zipArchive({packedOnWindows("é/"), packedOnWindows("é/漢.md")}));
   fs::permissions(slashes, fs::perms::owner_read);
   EXPECT_EQ(extract(slashes), "");
-  const std::map<std::string, std::string> expected = {{"é", "0755 folder"}, {"é/漢.md", "0644 "}};
-  EXPECT_EQ(unpacked(), expected);
+  const std::string expected = ".: folder 0700\né: folder 0755\né/漢.md: file 0644 \n";
+  EXPECT_EQ(folderAsText(destination), expected);
 
-  EXPECT_EQ(extract(write("backslashes.zip", zipArchive({packedOnWindows("é\\漢.md")}))), "");
-  EXPECT_EQ(unpacked(), expected);
+  EXPECT_EQ(extract(given("backslashes.zip", zipArchive({packedOnWindows("é\\漢.md")}))), "");
+  EXPECT_EQ(folderAsText(destination), expected);
 }
 
 TEST_F(ArchiveTest, TheArchivesOwnNameIsNeverAnOptionOrPattern) {
-  (void)write("a1.zip", zipArchive({{"SKILL.md", "wrong one"}}));
+  (void)given("a1.zip", zipArchive({{"SKILL.md", "wrong one"}}));
   for (const std::string name : {"-d.zip", "a[1].zip", "*.zip", "new\nline.zip", "x.skill"}) {
-    EXPECT_EQ(extract(write(name, zipArchive({{"SKILL.md", name}}))), "") << name;
-    EXPECT_EQ(FS::readText(destination / "SKILL.md", 100), name);
+    EXPECT_EQ(extract(given(name, zipArchive({{"SKILL.md", name}}))), "") << name;
+    EXPECT_EQ(read(destination / "SKILL.md"), name);
   }
 }
 
@@ -178,7 +148,7 @@ TEST_F(ArchiveTest, HostileArchivesAreRefusedBeforeUnpacking) {
       {"is empty", {}},
   };
   for (const auto& [fragment, items] : cases) {
-    const auto error = extract(write("hostile.zip", zipArchive(items)), {.maxBytes = mebibyte, .maxEntries = 5});
+    const auto error = extract(given("hostile.zip", zipArchive(items)), {.maxBytes = mebibyte, .maxEntries = 5});
     EXPECT_TRUE(error.starts_with("invalidInput: The archive hostile.zip ")) << error;
     EXPECT_NE(error.find(fragment), std::string::npos) << fragment << "\n" << error;
   }
@@ -186,7 +156,7 @@ TEST_F(ArchiveTest, HostileArchivesAreRefusedBeforeUnpacking) {
 
 TEST_F(ArchiveTest, DamagedArchivesAreRefusedBeforeUnpacking) {
   const auto expectRefusal = [this](const std::string& bytes, const std::string& damage) {
-    const auto error = extract(write("bad.zip", bytes));
+    const auto error = extract(given("bad.zip", bytes));
     EXPECT_TRUE(error.starts_with("invalidInput: The archive bad.zip is ")) << damage << ": " << error;
   };
   const std::vector<ZipItem> items = {{"SKILL.md", "# Skill"}, {"a/b", "x"}};
@@ -215,39 +185,39 @@ TEST_F(ArchiveTest, DamagedArchivesAreRefusedBeforeUnpacking) {
     expectRefusal(noEntry, "an entry's signature");
   }
   EXPECT_EQ(
-      extract(write("text.zip", "not a zip at all")),
+      extract(given("text.zip", "not a zip at all")),
       "invalidInput: The archive text.zip is not a ZIP archive, or is damaged or cut short; get it again from its "
       "source");
 }
 
 TEST_F(ArchiveTest, LiesThatOnlyUnpackingRevealsAreCaught) {
   ZipItem bomb{.name = "bomb", .content = deflatedZeros(4 * mebibyte), .method = 8, .claimedSize = 10};
-  EXPECT_EQ(extract(write("bomb.zip", zipArchive({bomb})), {.maxBytes = mebibyte}),
+  EXPECT_EQ(extract(given("bomb.zip", zipArchive({bomb})), {.maxBytes = mebibyte}),
             "invalidInput: The archive bomb.zip unpacks to more than 1 MiB, the most that is unpacked");
 
   const std::vector<ZipItem> folders = {{"a/b/c/d/e/f"}, {"g/h/i/j/k"}};
-  EXPECT_EQ(extract(write("folders.zip", zipArchive(folders)), {.maxEntries = 8}),
+  EXPECT_EQ(extract(given("folders.zip", zipArchive(folders)), {.maxEntries = 8}),
             "invalidInput: The archive folders.zip holds more than 8 files and folders, the most that are unpacked");
 
   auto corrupt = zipArchive({{"SKILL.md", "# Skill"}});
   corrupt[corrupt.find("# Skill")] = '!';
-  const auto error = extract(write("corrupt.zip", corrupt));
+  const auto error = extract(given("corrupt.zip", corrupt));
   EXPECT_TRUE(error.starts_with("invalidInput: Failed to extract archive: ")) << error;
   EXPECT_NE(error.find("CRC"), std::string::npos) << error;
 
-  const auto unknown = extract(write("unknown.zip", zipArchive({{"ok"}, {.name = "odd", .method = 97}})));
+  const auto unknown = extract(given("unknown.zip", zipArchive({{"ok"}, {.name = "odd", .method = 97}})));
   EXPECT_TRUE(unknown.starts_with("invalidInput: Failed to extract archive: ")) << unknown;
 }
 
 TEST_F(ArchiveTest, ALongUnpackingEndsEarlyWithItsReason) {
   constexpr std::int64_t size = 3000 * mebibyte;
   const ZipItem bomb{.name = "bomb", .content = deflatedZeros(size), .method = 8, .claimedSize = 10};
-  const auto archive = write("bomb.zip", zipArchive({bomb}));
-  const auto before = fs::space(scratch.path()).available;
+  const auto archive = given("bomb.zip", zipArchive({bomb}));
+  const auto before = fs::space(root).available;
   auto least = before;
   std::jthread observer([&](const std::stop_token& done) {
     while (!done.stop_requested()) {
-      least = std::min(least, fs::space(scratch.path()).available);
+      least = std::min(least, fs::space(root).available);
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
   });
@@ -255,7 +225,7 @@ TEST_F(ArchiveTest, ALongUnpackingEndsEarlyWithItsReason) {
   EXPECT_NE(overLimit.find("unpacks to more than 1 MiB"), std::string::npos) << overLimit;
 
   std::stop_source source;
-  const std::jthread user([&source] {
+  const std::jthread impatient([&source] {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     source.request_stop();
   });
@@ -268,43 +238,38 @@ TEST_F(ArchiveTest, ALongUnpackingEndsEarlyWithItsReason) {
 }
 
 TEST_F(ArchiveTest, WhatIsNoArchiveFileIsRefusedAtOnce) {
-  const auto folder = scratch.path() / "folder.zip";
-  fs::create_directory(folder);
-  const auto fifo = scratch.path() / "fifo.skill";
+  const Path folderName = folder(root / "folder.zip", {});
+  const auto fifo = root / "fifo.skill";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  const auto dangling = scratch.path() / "dangling.zip";
+  const auto dangling = root / "dangling.zip";
   fs::create_symlink("nowhere", dangling);
 
-  EXPECT_EQ(extract(write("skill.tar.gz", "")), "invalidInput: Unsupported archive type .gz; expected .zip or .skill");
-  EXPECT_EQ(extract(write("zip", "")), "invalidInput: Unsupported archive type .; expected .zip or .skill");
-  EXPECT_EQ(extract(folder), "invalidInput: " + folder.string() + " is not a file");
+  EXPECT_EQ(extract(given("skill.tar.gz", "")), "invalidInput: Unsupported archive type .gz; expected .zip or .skill");
+  EXPECT_EQ(extract(given("zip", "")), "invalidInput: Unsupported archive type .; expected .zip or .skill");
+  EXPECT_EQ(extract(folderName), "invalidInput: " + folderName.string() + " is not a file");
   EXPECT_EQ(extract(fifo), "invalidInput: " + fifo.string() + " is not a file");
   EXPECT_EQ(extract(dangling), "notFound: " + dangling.string() + " does not exist");
-  EXPECT_EQ(extract(scratch.path() / (std::string(300, 'x') + ".zip")).substr(0, 19), "io: Failed to open ");
+  EXPECT_EQ(extract(root / (std::string(300, 'x') + ".zip")).substr(0, 19), "io: Failed to open ");
 }
 
 TEST_F(ArchiveTest, WhatStandsAtTheDestinationStays) {
-  const auto archive = write("skill.zip", zipArchive({{"SKILL.md", "new"}}));
-  const auto taken = scratch.path() / "taken";
-  fs::create_directory(taken);
-  std::ofstream(taken / "SKILL.md") << "old";
+  const auto archive = given("skill.zip", zipArchive({{"SKILL.md", "new"}}));
+  const Path taken = folder(root / "taken", {{"SKILL.md", "old"}});
   EXPECT_THROW(Archive::extract(archive, taken), SkillsError);
-  EXPECT_EQ(FS::readText(taken / "SKILL.md", 10), "old");
+  EXPECT_EQ(read(taken / "SKILL.md"), "old");
 }
 
 TEST_F(ArchiveTest, TheUsersOptionsForUnzipDoNotApply) {
   ::setenv("UNZIP", "-j -L", 1);
-  EXPECT_EQ(extract(write("skill.zip", zipArchive({{"a/SKILL.md", "x"}}))), "");
+  EXPECT_EQ(extract(given("skill.zip", zipArchive({{"a/SKILL.md", "x"}}))), "");
   ::unsetenv("UNZIP");
   EXPECT_TRUE(fs::exists(destination / "a" / "SKILL.md"));
 }
 
 TEST_F(ArchiveTest, StrippingRemovesLinksAndNothingBehindThem) {
-  const auto outside = scratch.path() / "outside";
-  const auto tree = scratch.path() / "tree";
-  fs::create_directories(outside);
+  const Path outside = folder(root / "outside", {{"kept", "kept"}});
+  const Path tree = root / "tree";
   fs::create_directories(tree / "deep" / "er");
-  std::ofstream(outside / "kept") << "kept";
   fs::create_directory_symlink(outside, tree / "to-folder");
   fs::create_symlink(outside / "kept", tree / "deep" / "to-file");
   fs::create_symlink("..", tree / "deep" / "er" / "loop");
@@ -314,7 +279,7 @@ TEST_F(ArchiveTest, StrippingRemovesLinksAndNothingBehindThem) {
   EXPECT_EQ(FS::children(tree), std::vector<fs::path>{tree / "deep"});
   EXPECT_EQ(FS::children(tree / "deep"), std::vector<fs::path>{tree / "deep" / "er"});
   EXPECT_TRUE(fs::is_empty(tree / "deep" / "er"));
-  EXPECT_EQ(FS::readText(outside / "kept", 10), "kept");
+  EXPECT_EQ(read(outside / "kept"), "kept");
 }
 
 }  // namespace

@@ -76,13 +76,6 @@ TEST(GitSource, ALinkIntoATreeNamesBranchAndFolder) {
   EXPECT_EQ(GitSource::parse("https://githubXcom/o/r/tree/main").branch, std::nullopt);
 }
 
-TEST(GitSource, SourcesAreComparedWithoutSlashesAndSuffix) {
-  for (const std::string same : {"https://h/o/r", " https://h/o/r.git\n", "https://h/o/r///", "https://h/o/r.git/"}) {
-    EXPECT_EQ(GitSource::canonicalize(same), "https://h/o/r");
-  }
-  EXPECT_EQ(GitSource::canonicalize("r.git.git"), "r.git");
-}
-
 class CheckoutTest : public Sandbox {
  protected:
   std::vector<std::string> listed() const {

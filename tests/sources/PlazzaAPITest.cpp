@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "foundations/ModelsJSON.h"
+#include "tests/support/Loopback.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WebServer.h"
 
@@ -139,10 +140,10 @@ TEST(PlazzaAPITest, AsksAsItIsToldToAndSaysWhatWentWrong) {
   server.serve("/html/api/search", "<html>", "text/html");
   server.serve("/large/", repeated("x", (std::size_t{16} << 20) + 1), "text/html");
 
-  WebProxy proxy(server);
+  WebProxy proxy(server.port());
   EXPECT_THAT(PlazzaAPI({.proxyURL = proxy.url()}, "http://plazza.invalid//").search("a b&c", 1, {}),
               ElementsAre(kPdf));
-  EXPECT_THAT(proxy.requests().at(0), HasSubstr("http://plazza.invalid/api/search?q=a%20b%26c&limit=1 "));
+  EXPECT_THAT(proxy.requests(), HasSubstr("http://plazza.invalid/api/search?q=a%20b%26c&limit=1 "));
 
   const auto at = [&](const std::string& path) { return PlazzaAPI({}, server.url(path)); };
   EXPECT_EQ(at("/").fetchLeaderboard(LeaderboardKind::allTime, {}).at(0).skillId, "!");

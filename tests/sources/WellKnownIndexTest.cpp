@@ -92,29 +92,13 @@ TEST(WellKnownIndex, NoFileCanBecomeAnythingButAFileOfTheSkill) {
     return entryWith("\"files\":" + Json(paths).dump()).flaw.value_or("none");
   };
   EXPECT_EQ(flawOf({"SKILL.md", ".env", "a/.hidden/b c%2e.txt", "a/é", "A.md", "https%3A"}), "none");
-  for (const std::string path : {"../x",
-                                 "a/../../x",
-                                 "a/..",
-                                 "/etc/passwd",
-                                 "//x",
-                                 "a//b",
-                                 "a/",
-                                 "./a",
-                                 ".",
-                                 "",
-                                 "a\\..\\b",
-                                 "C:/x",
-                                 "https://x",
-                                 ".git/hooks/pre-commit",
-                                 "a/.GIT/config",
-                                 "a\nb",
-                                 "a\u202Eb",
-                                 "con",
-                                 "a/nul.txt",
-                                 "x.",
-                                 "x ",
-                                 "..."}) {
-    EXPECT_NE(flawOf({path}), "none") << path;
+  for (const std::string path : {"../x", "a/../../x", "a/..", "/etc/passwd", "//x", "a//b", "a/", "./a", ".", "",
+                                 "a\\..\\b", "C:/x", "https://x"}) {
+    EXPECT_NE(flawOf({path}), "none") << path << " leads elsewhere";
+  }
+  for (const std::string path :
+       {".git/hooks/pre-commit", "a/.GIT/config", "a\nb", "a\u202Eb", "con", "a/nul.txt", "x.", "x ", "..."}) {
+    EXPECT_NE(flawOf({path}), "none") << path << " is not what it seems to be somewhere";
   }
   EXPECT_NE(flawOf({std::string("a\0b", 3)}), "none");
   EXPECT_NE(flawOf({std::string(300, 'a')}), "none");

@@ -17,6 +17,7 @@
 
 #include "foundations/Text.h"
 #include "platform/ProcessRunner.h"
+#include "tests/support/WebServer.h"
 
 namespace orvanta {
 
@@ -62,9 +63,7 @@ GitServer::GitServer(const Path& root) : root_(root) {
   }
   fs::create_directories(root_ / "repositories");
   writeFiles();
-  runTool("openssl", {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days",
-                      "2", "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:github.com,IP:127.0.0.1", "-keyout",
-                      (root_ / "key.pem").string(), "-out", certificate().string()});
+  Certificate::make(root_, "github.com");
   start();
 }
 
@@ -104,7 +103,7 @@ cgi.assign = ("" => "")
 $SERVER["socket"] == "127.0.0.1:{1}" {{
   ssl.engine = "enable"
   ssl.pemfile = "{2}"
-  ssl.privkey = "{0}/key.pem"
+  ssl.privkey = "{0}/github.com.key"
 }}
 $HTTP["url"] =~ "^/slow/" {{ connection.kbytes-per-second = 64 }}
 )",

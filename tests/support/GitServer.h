@@ -44,7 +44,7 @@ class GitServer {
   [[nodiscard]] std::string url(const std::string& repository) const { return address() + repository + ".git"; }
   // Where HTTPS is spoken; the certificate is for github.com as well.
   [[nodiscard]] int securePort() const { return securePort_.number(); }
-  [[nodiscard]] Path certificate() const { return root_ / "certificate.pem"; }
+  [[nodiscard]] Path certificate() const { return root_ / "github.com.pem"; }
 
   // What was asked of the server, a line each: method, address, and the Authorization header in brackets.
   [[nodiscard]] std::string requests() const;

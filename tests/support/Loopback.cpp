@@ -79,30 +79,35 @@ LoopbackPort::LoopbackPort() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
   number_ = ntohs(address.sin_port);
 }
 
-TunnelProxy::TunnelProxy(int destination)
+WebProxy::WebProxy(int destination)
     : destination_(destination), acceptor_([this](const std::stop_token& end) { acceptAll(end); }) {}
 
-std::string TunnelProxy::requests() {
+std::string WebProxy::requests() {
   const std::lock_guard lock(mutex_);
   return requests_;
 }
 
-void TunnelProxy::acceptAll(const std::stop_token& end) {
+void WebProxy::acceptAll(const std::stop_token& end) {
   while (waitFor(port_.socket(), end)) {
     connections_.emplace_back([this, client = UniqueFd(::accept4(port_.socket(), nullptr, nullptr, SOCK_CLOEXEC))](
                                   const std::stop_token& over) { serve(client, over); });
   }
 }
 
-void TunnelProxy::serve(const UniqueFd& client, const std::stop_token& end) {
-  const auto head = readHead(client.get(), end);
+void WebProxy::serve(const UniqueFd& client, const std::stop_token& end) {
+  auto head = readHead(client.get(), end);
   {
     const std::lock_guard lock(mutex_);
     requests_ += head;
   }
   const UniqueFd server = connectTo(destination_);
-  const bool isTunnel = head.starts_with("CONNECT ");
-  send(isTunnel ? client.get() : server.get(), isTunnel ? "HTTP/1.1 200 Connected\r\n\r\n" : head);
+  if (head.starts_with("CONNECT ")) {
+    send(client.get(), "HTTP/1.1 200 Connected\r\n\r\n");
+  } else {
+    // "GET http://host/path": the server wants only the path.
+    const auto target = head.find(' ') + 1;
+    send(server.get(), head.erase(target, head.find('/', head.find("://") + 3) - target));
+  }
   relay(client.get(), server.get(), end);
 }
 

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/UniqueFd.h"
+
 namespace orvanta {
 
 // A port of this machine at which somebody listens, but nobody has answered yet.
@@ -27,12 +28,15 @@ class LoopbackPort {
 
 // Leads every connection to one port, whatever host it was asked for: what is said to a host of the real world reaches
 // a server of the test.
-class TunnelProxy {
+class WebProxy {
  public:
-  explicit TunnelProxy(int destination);
+  explicit WebProxy(int destination);
 
-  [[nodiscard]] std::string address() const { return "127.0.0.1:" + std::to_string(port_.number()); }
-  // The heads of the requests that came.
+  // With credentials that end in an "@", if any.
+  [[nodiscard]] std::string url(const std::string& credentials = "") const {
+    return "http://" + credentials + "127.0.0.1:" + std::to_string(port_.number());
+  }
+  // The heads of the requests as they came.
   std::string requests();
 
  private:

@@ -202,7 +202,8 @@ Sandbox::Path Sandbox::skillFolder(const Path& path, const Files& files) {
 
 std::string Sandbox::folderAsText(const Path& path) {
   std::string text;
-  for (const auto& found : everythingBelow(path)) text += found.string() + ": " + describe(found) + "\n";
+  for (const auto& found : everythingBelow(path))
+    text += found.lexically_relative(path).string() + ": " + describe(found) + "\n";
   return text;
 }
 

@@ -76,7 +76,7 @@ class Sandbox : public testing::Test {
   static std::string read(const Path& file);
   static Path folder(const Path& path, const Files& files);
   static Path skillFolder(const Path& path, const Files& files = {});
-  // Everything below a folder: kinds, permissions, contents, link texts.
+  // A folder and everything below it, wherever the folder lies: kinds, permissions, contents, link texts.
   static std::string folderAsText(const Path& path);
   // What changes when any file below a folder is written, replaced or renamed, even with the same content.
   static std::string touchesAsText(const Path& path);

@@ -86,7 +86,7 @@ class SharedLibraries : public Sandbox {
     auto names = FS::childNames(machine.paths.skills());
     std::sort(names.begin(), names.end());
     for (const auto& name : names) {
-      if (name != ".git" && name != ".orvanta") text += folderAsText(machine.paths.skills() / name);
+      if (name != ".git" && name != ".orvanta") text += name + "\n" + folderAsText(machine.paths.skills() / name);
     }
     const auto place = machine.paths.skills().string();
     for (auto at = text.find(place); at != std::string::npos; at = text.find(place, at)) text.erase(at, place.size());

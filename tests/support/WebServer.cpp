@@ -1,14 +1,5 @@
 #include "tests/support/WebServer.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <string_view>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -18,53 +9,6 @@
 namespace orvanta {
 
 namespace {
-
-sockaddr_in loopback(int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
-UniqueFd listenOnLoopback() {
-  UniqueFd fd(::socket(AF_INET, SOCK_STREAM, 0));
-  const auto address = loopback(0);
-  EXPECT_EQ(::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(::listen(fd.get(), 16), 0);
-  return fd;
-}
-
-UniqueFd connectToLoopback(int port) {
-  UniqueFd fd(::socket(AF_INET, SOCK_STREAM, 0));
-  const auto address = loopback(port);
-  EXPECT_EQ(::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  return fd;
-}
-
-int portOf(const UniqueFd& fd) {
-  sockaddr_in address{};
-  socklen_t size = sizeof address;
-  EXPECT_EQ(::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
-  return ntohs(address.sin_port);
-}
-
-// To a side that has gone is no error here; httplib makes the process ignore SIGPIPE.
-void sendAll(const UniqueFd& to, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const auto count = ::write(to.get(), bytes.data(), bytes.size());
-    if (count <= 0) return;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-}
-
-// Empty at the end of the connection.
-std::string receive(const UniqueFd& from) {
-  std::string buffer(std::size_t{64} << 10, '\0');
-  const auto count = ::recv(from.get(), buffer.data(), buffer.size(), 0);
-  buffer.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-  return buffer;
-}
 
 int bindToAnyPort(httplib::Server& server) {
   // Otherwise the second half of each answer waits 40 ms for the client to acknowledge the first.
@@ -162,63 +106,6 @@ void WebServer::stall(const std::string& path, const std::string& sent) {
                                     return false;
                                   });
   });
-}
-
-WebProxy::WebProxy(const WebServer& upstream) : upstreamPort_(upstream.port()), listener_(listenOnLoopback()) {
-  thread_ = std::thread([this] { listen(); });
-}
-
-WebProxy::~WebProxy() {
-  ending_ = true;
-  connectToLoopback(portOf(listener_));  // Wakes the thread that waits for one.
-  thread_.join();
-}
-
-std::string WebProxy::url(const std::string& credentials) const {
-  return "http://" + credentials + "127.0.0.1:" + std::to_string(portOf(listener_));
-}
-
-std::vector<std::string> WebProxy::requests() {
-  const std::lock_guard lock(mutex_);
-  return requests_;
-}
-
-void WebProxy::listen() {
-  std::vector<std::jthread> connections;
-  while (true) {
-    UniqueFd client(::accept(listener_.get(), nullptr, nullptr));
-    if (ending_ || !client) return;
-    connections.emplace_back([this, fd = client.release()] { handle(UniqueFd(fd)); });
-  }
-}
-
-void WebProxy::handle(UniqueFd client) {
-  std::string head;
-  while (head.find("\r\n\r\n") == std::string::npos) {
-    const auto bytes = receive(client);
-    if (bytes.empty()) return;
-    head += bytes;
-  }
-  {
-    const std::lock_guard lock(mutex_);
-    requests_.push_back(head);
-  }
-  const auto upstream = connectToLoopback(upstreamPort_);
-  if (head.starts_with("CONNECT ")) {
-    sendAll(client, "HTTP/1.1 200 Connection established\r\n\r\n");
-  } else {
-    // "GET http://host/path": the server wants only the path.
-    const auto host = head.find("://") + 3;
-    const auto target = head.find(' ') + 1;
-    sendAll(upstream, head.erase(target, head.find('/', host) - target));
-  }
-  std::array<pollfd, 2> sides{{{client.get(), POLLIN, 0}, {upstream.get(), POLLIN, 0}}};
-  while (::poll(sides.data(), sides.size(), -1) > 0) {
-    const bool fromClient = sides[0].revents != 0;
-    const auto bytes = receive(fromClient ? client : upstream);
-    if (bytes.empty()) return;
-    sendAll(fromClient ? upstream : client, bytes);
-  }
 }
 
 }  // namespace orvanta

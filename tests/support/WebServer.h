@@ -1,7 +1,7 @@
 #pragma once
 
-// Real servers on loopback at ports of the system's choice, for tests of whatever talks to the web: one that answers as
-// the test says, over http or https, and a proxy in front of it.
+// A real server on loopback at a port of the system's choice, for tests of whatever talks to the web: it answers as the
+// test says, over http or https.
 
 #include <atomic>
 #include <condition_variable>
@@ -11,11 +11,8 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <httplib.h>
-
-#include "platform/UniqueFd.h"
 
 namespace orvanta {
 
@@ -66,31 +63,6 @@ class WebServer {
   std::mutex mutex_;
   std::condition_variable ended_;
   bool ending_ = false;
-  std::thread thread_;
-};
-
-// A proxy that sends whatever it is asked for to one server, whatever the host is called; so a test may use names that
-// exist nowhere.
-class WebProxy {
- public:
-  explicit WebProxy(const WebServer& upstream);
-  ~WebProxy();
-  WebProxy(const WebProxy&) = delete;
-  WebProxy& operator=(const WebProxy&) = delete;
-
-  [[nodiscard]] std::string url(const std::string& credentials = "") const;
-  // The head of each request as it came, lines and all.
-  [[nodiscard]] std::vector<std::string> requests();
-
- private:
-  void listen();
-  void handle(UniqueFd client);
-
-  const int upstreamPort_;
-  UniqueFd listener_;
-  std::atomic<bool> ending_ = false;
-  std::mutex mutex_;
-  std::vector<std::string> requests_;
   std::thread thread_;
 };
 
