@@ -1,14 +1,7 @@
 #include "agents/TargetChange.h"
 
-#include <signal.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <charconv>
-#include <optional>
 #include <utility>
 
-#include "content/Scanner.h"
 #include "files/Paths.h"
 #include "files/TreeCopy.h"
 #include "foundations/SkillsError.h"
@@ -19,36 +12,6 @@ namespace orvanta {
 namespace fs = std::filesystem;
 
 namespace {
-
-// New content waits under the prefix, what it replaces under the prefix and this.
-constexpr std::string_view kAside = "old-";
-
-// The names carry the process, so that what is left by one that has ended can be told from work in progress.
-fs::path beside(const fs::path& target, std::string_view mark) {
-  std::string name(Scanner::kStagePrefix);
-  name.append(mark).append(std::to_string(::getpid())).append("-").append(newUuid());
-  return target.parent_path() / name;
-}
-
-// Where the content that goes to `aside` first is made.
-fs::path preparedFor(const fs::path& aside) {
-  std::string name = aside.filename().string();
-  return aside.parent_path() / name.erase(Scanner::kStagePrefix.size(), kAside.size());
-}
-
-// The process of a staging name. Somebody else's folder may have a name that only begins like ours.
-std::optional<pid_t> makerOf(std::string_view name, std::string_view mark) {
-  for (const std::string_view part : {Scanner::kStagePrefix, mark}) {
-    if (!name.starts_with(part)) return std::nullopt;
-    name.remove_prefix(part.size());
-  }
-  pid_t process = 0;
-  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
-  if (error != std::errc{} || process <= 0) return std::nullopt;
-  name.remove_prefix(static_cast<std::size_t>(end - name.data()));
-  if (name.empty() || name.front() != '-' || !isUuid(name.substr(1))) return std::nullopt;
-  return process;
-}
 
 SkillsError notAsExpected(const fs::path& target, FS::Kind expected) {
   if (expected == FS::Kind::absent) {
@@ -82,7 +45,7 @@ bool isWhatWasPut(const fs::path& path, const TargetChange::Note& note) {
 // Looks once more when it has been moved away from where others reach it.
 void takeBackPlaced(const TargetChange::Note& note) {
   if (!isWhatWasPut(note.target, note)) return;
-  const fs::path aside = beside(note.target, kAside);
+  const fs::path aside = newAside(note.target);
   FS::renameExclusive(note.target, aside);
   if (isWhatWasPut(aside, note)) return FS::removeAny(aside);
   FS::renameExclusive(aside, note.target);
@@ -90,7 +53,7 @@ void takeBackPlaced(const TargetChange::Note& note) {
 
 void takeBackExchanged(const TargetChange::Note& note) {
   FS::settleExchange(note.stage, note.target);
-  FS::removeAny(preparedFor(note.stage));
+  FS::removeAny(stageOf(note.stage));
   if (!FS::exists(note.stage)) return;
   if (FS::isKnownAs(note.stage, note.content)) return FS::removeAny(note.stage);  // it was not made
   if (!FS::isKnownAs(note.target, note.content)) return keepAside(note);
@@ -103,7 +66,10 @@ void takeBackExchanged(const TargetChange::Note& note) {
 }  // namespace
 
 TargetChange::TargetChange(TargetChange&& other) noexcept
-    : note_(std::exchange(other.note_, {})), expected_(other.expected_), isMade_(other.isMade_) {}
+    : note_(std::exchange(other.note_, {})),
+      expected_(other.expected_),
+      isMade_(other.isMade_),
+      lock_(std::move(other.lock_)) {}
 
 TargetChange& TargetChange::operator=(TargetChange&& other) noexcept {
   if (this == &other) return *this;
@@ -111,6 +77,7 @@ TargetChange& TargetChange::operator=(TargetChange&& other) noexcept {
   note_ = std::exchange(other.note_, {});
   expected_ = other.expected_;
   isMade_ = other.isMade_;
+  lock_ = std::move(other.lock_);
   return *this;
 }
 
@@ -120,11 +87,7 @@ TargetChange TargetChange::link(const fs::path& source, const fs::path& target, 
   if (expected == FS::Kind::absent) {
     return {{.kind = Kind::placedLink, .target = target, .linkTo = standardized(source)}, expected};
   }
-  Note note{
-      .kind = Kind::exchanged, .target = target, .stage = beside(target, kAside), .replaced = FS::identity(target)};
-  FS::createSymlink(source, preparedFor(note.stage));
-  note.content = FS::identity(preparedFor(note.stage));
-  return {std::move(note), expected};
+  return withContent(target, expected, [&](const fs::path& place) { FS::createSymlink(source, place); });
 }
 
 TargetChange TargetChange::copy(const fs::path& source, const fs::path& target, FS::Kind expected) {
@@ -137,28 +100,29 @@ TargetChange TargetChange::move(const fs::path& made, const fs::path& target, FS
 
 TargetChange TargetChange::withContent(const fs::path& target, FS::Kind expected,
                                        const std::function<void(const fs::path& place)>& make) {
-  Note note{.kind = Kind::placed, .target = target, .stage = beside(target, {})};
-  fs::path made = note.stage;
+  auto lock = StagingLock::of(target.parent_path());
+  const fs::path stage = lock->newStage();
+  Note note{.kind = Kind::placed, .target = target, .stage = stage};
   if (expected != FS::Kind::absent) {
     note.kind = Kind::exchanged;
-    note.stage = beside(target, kAside);
+    note.stage = asideOf(stage);
     note.replaced = FS::identity(target);
-    made = preparedFor(note.stage);
   }
   try {
-    make(made);
+    make(stage);
   } catch (const std::exception&) {
-    FS::removeQuietly(made);
+    FS::removeQuietly(stage);
     throw;
   }
-  note.content = FS::identity(made);
-  return {std::move(note), expected};
+  note.content = FS::identity(stage);
+  TargetChange change(std::move(note), expected);
+  change.lock_ = std::move(lock);
+  return change;
 }
 
 TargetChange TargetChange::removal(const fs::path& target, FS::Kind expected) {
-  return {
-      {.kind = Kind::takenAway, .target = target, .stage = beside(target, kAside), .replaced = FS::identity(target)},
-      expected};
+  return {{.kind = Kind::takenAway, .target = target, .stage = newAside(target), .replaced = FS::identity(target)},
+          expected};
 }
 
 void TargetChange::make() {
@@ -174,6 +138,7 @@ void TargetChange::make() {
       case Kind::takenAway: moveAside(); break;
     }
     isMade_ = true;
+    lock_.reset();
   } catch (const SkillsError&) {
     undo();
     const bool isPlaced = expected_ == FS::Kind::absent;
@@ -184,7 +149,7 @@ void TargetChange::make() {
 
 void TargetChange::moveAside() {
   if (note_.kind == Kind::exchanged) {
-    FS::renameExclusive(preparedFor(note_.stage), note_.stage);
+    FS::renameExclusive(stageOf(note_.stage), note_.stage);
     FS::exchange(note_.stage, note_.target);
   } else {
     FS::renameExclusive(note_.target, note_.stage);
@@ -236,15 +201,6 @@ void TargetChange::takeBack(const Note& note) {
     case Kind::takenAway:
       if (!FS::exists(note.stage)) return;
       return FS::exists(note.target) ? keepAside(note) : FS::renameExclusive(note.stage, note.target);
-  }
-}
-
-bool isStageName(std::string_view name) { return makerOf(name, {}) || makerOf(name, kAside); }
-
-void sweepStages(const fs::path& folder) {
-  for (const auto& name : FS::childNames(folder)) {
-    const auto maker = makerOf(name, {});
-    if (maker && ::kill(*maker, 0) != 0 && errno == ESRCH) FS::removeQuietly(folder / name);
   }
 }
 

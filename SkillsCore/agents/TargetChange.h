@@ -12,9 +12,10 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
-#include <string_view>
 
+#include "agents/StagingNames.h"
 #include "files/FS.h"
 
 namespace orvanta {
@@ -92,12 +93,7 @@ class TargetChange {
   Note note_;
   FS::Kind expected_ = FS::Kind::absent;
   bool isMade_ = false;
+  std::shared_ptr<StagingLock> lock_;  // while the new content waits
 };
-
-// Whether a name is one under which a change lets things wait.
-bool isStageName(std::string_view name);
-
-// Removes new content that processes which have ended left in a folder under staging names.
-void sweepStages(const std::filesystem::path& folder);
 
 }  // namespace orvanta

@@ -38,21 +38,24 @@ ChangeJournal::Notes settled(Library& library, const ChangeJournal::Notes& notes
   const auto recorded = library.store.setting(kRecorded);
   ChangeJournal::Notes kept;
   std::set<fs::path> folders;
+  std::set<fs::path> restored;
   for (std::size_t i = notes.size(); i-- > 0;) {
     const TargetChange::Note& note = notes[i];
     if (isForeign(note, library.paths.skills())) continue;
     const fs::path folder = note.target.parent_path();
+    folders.insert(folder);
     const bool isFinal = note.operation == kFinal || note.operation == recorded;
     try {
       if (!FS::isDirectory(folder)) throw SkillsError::io(folder.string() + " is not there");
       isFinal ? TargetChange::finish(note) : TargetChange::takeBack(note);
-      if (!isFinal) folders.insert(folder);
+      if (!isFinal) restored.insert(folder);
     } catch (const SkillsError&) {
       kept.insert(kept.begin(), note);
       if (isFinal) kept.front().operation = kFinal;
     }
   }
-  for (const auto& folder : folders) FS::flushFolder(folder);
+  for (const auto& folder : folders) sweepStages(folder);
+  for (const auto& folder : restored) FS::flushFolder(folder);
   return kept;
 }
 

@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include "agents/TargetChange.h"
+#include "agents/StagingNames.h"
 #include "engine/LibraryRecovery.h"
 #include "foundations/Text.h"
 

@@ -24,6 +24,7 @@ StagedSnapshot::StagedSnapshot(const GitBackup& backup, const std::string& from,
     if (item.kind != FS::Kind::directory) return;
     item.hash = ContentHash::hashDirectory(root_ / item.name);
     FS::copyWholeTree(root_ / item.name, staged(item));
+    fs::permissions(staged(item), fs::perms::owner_write, fs::perm_options::add);  // else it could not be moved
   });
   backup.bringChanges(staging_.slot(0), from, to, context);
 }

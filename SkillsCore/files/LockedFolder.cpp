@@ -42,7 +42,8 @@ std::optional<UniqueFd> lockOfAbandoned(const fs::path& folder) {
 
 bool isFolderLocked(const fs::path& folder) {
   const UniqueFd fd = openForLock(folder);
-  return fd && ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0;
+  if (!fd) return errno == EACCES;
+  return ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0;
 }
 
 }  // namespace orvanta

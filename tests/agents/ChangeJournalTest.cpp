@@ -65,6 +65,7 @@ TEST_F(ChangeJournalTest, WhatAKilledProcessLeftIsTakenBackOrClearedUp) {
     interrupted(made);
     for (int again = 0; again < 2; ++again) {  // healing can be killed as well
       for (const auto& note : ChangeJournal::read(file)) TargetChange::takeBack(note);
+      sweepStages(agent);
       EXPECT_EQ(folderAsText(agent), before);
     }
   }
@@ -97,9 +98,7 @@ TEST_F(ChangeJournalTest, AnExchangeInThreeRenamesIsCompleted) {
     givenAgent();
     interrupted(0);
     const auto note = ChangeJournal::read(file).at(2);
-    const std::string prefix(Scanner::kStagePrefix);
-    Path made = note.stage.parent_path() / (prefix + note.stage.filename().string().substr(prefix.size() + 4));
-    fs::rename(made, note.stage);
+    fs::rename(stageOf(note.stage), note.stage);
     fs::rename(note.target, note.stage.string() + "-exchange");
     if (done == 2) fs::rename(note.stage, note.target);
     TargetChange::takeBack(note);
@@ -123,7 +122,7 @@ TEST_F(ChangeJournalTest, ATextThatWasCutOffOrMadeUpMovesNothingElse) {
   EXPECT_TRUE(ChangeJournal::read(file).empty()) << "others can write it";
   EXPECT_THAT(errorOf([&] { ChangeJournal::append(file, {}); }), IsError(SkillsError::Kind::io, "not this user's own"));
 
-  const std::string stage = fmt::format("{}old-1-{}", Scanner::kStagePrefix, newUuid());
+  const std::string stage = fmt::format("{}old-{}-1", Scanner::kStagePrefix, newUuid());
   const auto notesOf = [&](const TargetChange::Note& note) {
     ChangeJournal::rewrite(file, {note});
     return ChangeJournal::read(file).size();

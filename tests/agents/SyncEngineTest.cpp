@@ -214,18 +214,18 @@ TEST_F(SyncEngineTest, WhatSomebodyElsePutThereMeanwhileIsNeverRemoved) {
 
 TEST_F(SyncEngineTest, WhatAnEndedProcessLeftIsSweptUpAndNothingElse) {
   OtherProcess worker([&](const auto& waitForTheEnd) {
-    const auto change = made(TargetChange::link(source, target, FS::Kind::absent));
-    const Path ours = target.parent_path() / (".orvanta-stage-" + std::to_string(::getpid()));
-    folder(ours.string() + "-" + newUuid(), {{"f", ""}});
-    folder(ours.string() + "-somebody-else", {{"f", ""}});
+    const auto one = TargetChange::copy(source, target, FS::Kind::absent);
+    const auto another = TargetChange::copy(source, agent / "another", FS::Kind::absent);
     waitForTheEnd();
   });
-  for (const auto* other :
-       {".orvanta-stage-", ".orvanta-stage-notes", ".orvanta-stage-0-x", ".orvanta-stage-12", "mine"}) {
+  EXPECT_EQ(FS::children(agent).size(), 3U) << "one lock for both";
+  const std::string prefix = ".orvanta-stage-";
+  for (const auto& other : {prefix, prefix + "notes", prefix + "1-" + newUuid(), prefix + newUuid(),
+                            prefix + newUuid() + "-x", prefix + "old-" + newUuid() + "-1", std::string("mine")}) {
     write(agent / other, "");
   }
   sweepStages(agent);
-  EXPECT_EQ(FS::children(agent).size(), 8U);
+  EXPECT_EQ(FS::children(agent).size(), 10U);
   worker.kill();
   sweepStages(agent);
   EXPECT_EQ(FS::children(agent).size(), 7U);
