@@ -13,6 +13,8 @@
 #include "engine/SkillsEngineState.h"
 #include "engine/StagedSnapshot.h"
 #include "files/FS.h"
+#include "files/FileReader.h"
+#include "files/TreeWalk.h"
 #include "foundations/Text.h"
 #include "sources/GitBackup.h"
 #include "sources/GitClient.h"
@@ -32,16 +34,36 @@ void requireInitialized(const GitBackup& backup) {
   if (!backup.isRepository()) throw SkillsError::invalidInput("Backup is not initialized");
 }
 
+// What is in the way of a file that comes in, at its path, above or below, and is not leaving itself.
+std::optional<std::string> obstacleTo(const fs::path& root, const std::string& path,
+                                      const std::set<std::string>& leaving) {
+  for (auto end = path.find('/');; end = path.find('/', end + 1)) {
+    const std::string part = path.substr(0, end);
+    const auto kind = FS::kind(root / part);
+    if (kind == FS::Kind::absent) return std::nullopt;
+    if (kind != FS::Kind::directory) return leaving.contains(part) ? std::nullopt : std::optional(part);
+    if (end == std::string::npos) break;
+  }
+  const UniqueFd folder = openFolder(root / path);
+  for (const auto& entry : listTree(folder.get(), root / path, [](std::string_view) { return false; })) {
+    const std::string inside = path + "/" + entry.relativePath;
+    if (entry.kind != TreeEntry::Kind::directory && !leaving.contains(inside)) return inside;
+  }
+  return std::nullopt;
+}
+
 // After a snapshot, what stands there without being in it is ignored here; git would overwrite it without a word.
-void refuseOverwriting(const GitBackup& backup, const std::string& head, const std::string& to,
+void refuseOverwriting(const GitBackup& backup, const std::string& from, const std::string& to,
                        const OperationContext& context) {
-  for (const auto& path : backup.addedPaths(head, to, context)) {
-    const auto kind = FS::kind(backup.root() / path);
-    if (kind == FS::Kind::absent || kind == FS::Kind::directory) continue;  // git replaces no folder that holds more
+  const auto gone = backup.addedPaths(to, from, context);
+  const std::set<std::string> leaving(gone.begin(), gone.end());
+  for (const auto& path : backup.addedPaths(from, to, context)) {
+    const auto obstacle = obstacleTo(backup.root(), path, leaving);
+    if (!obstacle) continue;
     throw SkillsError::refused(
         fmt::format("{} is ignored by the backup here, and would be overwritten by the other "
                     "snapshot's. Move it away, then try again; nothing was changed.",
-                    Text::repairUTF8((backup.root() / path).string())));
+                    Text::repairUTF8((backup.root() / *obstacle).string())));
   }
 }
 
@@ -229,6 +251,7 @@ std::string SkillsEngine::mergedWithIncoming(const GitBackup& backup, const std:
 // whatever goes wrong takes them back; from then on the next start finishes the rest.
 void SkillsEngine::goOver(const GitBackup& backup, const std::string& from, const std::string& to,
                           const OperationContext& context) {
+  if (from == to) return;
   refuseOverwriting(backup, from, to, context);
   StagedSnapshot staged(backup, from, to, context);
   {
@@ -243,7 +266,11 @@ void SkillsEngine::goOver(const GitBackup& backup, const std::string& from, cons
     });
     for (auto& folder : folders) folder.keep();
   }
-  backup.moveTo(to, {});  // even when a stop was requested
+  try {
+    backup.moveTo(to, {});  // even when a stop was requested
+  } catch (const SkillsError& error) {
+    throw SkillsError::git(error.message() + ". The files are the snapshot's already; the next command does the rest.");
+  }
 }
 
 Plan SkillsEngine::planPullBackup(const OperationContext& context) {

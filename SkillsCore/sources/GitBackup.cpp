@@ -454,11 +454,12 @@ void GitBackup::bringChanges(const fs::path& folder, const std::string& from, co
                              const OperationContext& context) const {
   auto how = options(longLocal);
   how.workTree = folder;
-  withPathFile(topmost(pathsOf({"diff", "--name-only", "--no-renames", "-z", from, to}, context)),
-               {"restore", "--source=" + to, "--worktree"}, how, context);
+  const auto paths = topmost(pathsOf({"diff", "--name-only", "--no-renames", "-z", from, to}, context));
+  withPathFile(paths, {"restore", "--source=" + to, "--worktree"}, how, context);
   // Git only warns of files that it could not remove.
+  const std::set<std::string> brought(paths.begin(), paths.end());
   for (const auto& gone : addedPaths(to, from, context)) {
-    if (!FS::exists(folder / gone) || FS::isDirectory(folder / gone)) continue;
+    if (!brought.contains(gone) || !FS::exists(folder / gone) || FS::isDirectory(folder / gone)) continue;
     throw SkillsError::git(
         fmt::format("{} could not be made as it is in the snapshot, because the folder may not be "
                     "changed; nothing was changed",

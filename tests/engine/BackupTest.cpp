@@ -365,7 +365,18 @@ TEST_F(BackupTest, WhatIsIgnoredHereIsNotOverwritten) {
   write(key, "mine");
   tamper([](const Path& folder) { write(folder / "private" / "key", "theirs"); });
   EXPECT_THAT(errorOf([&] { lap.engine().pullBackup({}); }), IsError(Kind::refused, "private/key is ignored"));
-  EXPECT_EQ(read(key), "mine");
+  // A file where a folder comes, and a folder where a file does.
+  fs::rename(key, lap.paths.skills() / "key");
+  fs::remove(lap.paths.skills() / "private");
+  fs::rename(lap.paths.skills() / "key", lap.paths.skills() / "private");
+  write(lap.paths.skills() / ".gitignore", read(lap.paths.skills() / ".gitignore") + "private\nnotes\n");
+  EXPECT_THAT(errorOf([&] { lap.engine().pullBackup({}); }), IsError(Kind::refused, "private is ignored"));
+  EXPECT_EQ(read(lap.paths.skills() / "private"), "mine");
+  fs::remove(lap.paths.skills() / "private");
+  write(lap.paths.skills() / "pdf" / "notes" / "own", "mine");
+  tamper([](const Path& folder) { write(folder / "pdf" / "notes", "theirs"); });
+  EXPECT_THAT(errorOf([&] { lap.engine().pullBackup({}); }), IsError(Kind::refused, "pdf/notes/own is ignored"));
+  EXPECT_EQ(read(lap.paths.skills() / "pdf" / "notes" / "own"), "mine");
 }
 
 }  // namespace
