@@ -10,7 +10,7 @@ using namespace orvanta;  // NOLINT(google-build-using-namespace)
 using fuzzing::require;
 
 bool isSame(const StagingFolder::Announced& a, const StagingFolder::Announced& b) {
-  return a.name == b.name && a.identity == b.identity;
+  return a.name == b.name && a.identity == b.identity && a.stamp == b.stamp;
 }
 
 }  // namespace

@@ -65,13 +65,13 @@ std::optional<FS::Identity> identityIn(std::string_view text) {
 
 bool isBelievable(const TargetChange::Note& note) {
   if (!note.target.is_absolute()) return false;
-  if (note.kind == Kind::placedLink) return note.stage.empty() && note.linkTo.is_absolute();
+  if (note.kind == Kind::placedLink && !note.linkTo.is_absolute()) return false;
   return note.stage.parent_path() == note.target.parent_path() && isStageName(note.stage.filename().string());
 }
 
 // Nothing when the text ends before the note does.
 std::optional<TargetChange::Note> noteIn(Fields& fields) {
-  std::array<std::string_view, 7> values;
+  std::array<std::string_view, 8> values;
   for (auto& value : values) {
     const auto field = fields.next();
     if (!field) return std::nullopt;
@@ -81,7 +81,7 @@ std::optional<TargetChange::Note> noteIn(Fields& fields) {
   const auto known =
       std::find_if(kKinds.begin(), kKinds.end(), [&](const auto& each) { return each.second == kindName; });
   const auto content = identityIn(values[5]);
-  const auto replaced = identityIn(values[6]);
+  const auto replaced = identityIn(values[7]);
   if (known == kKinds.end() || !content || !replaced) return TargetChange::Note{};
   return TargetChange::Note{.operation = std::string(values[0]),
                             .kind = known->first,
@@ -89,6 +89,7 @@ std::optional<TargetChange::Note> noteIn(Fields& fields) {
                             .stage = values[3],
                             .linkTo = values[4],
                             .content = *content,
+                            .contentStamp = std::string(values[6]),
                             .replaced = *replaced};
 }
 
@@ -105,6 +106,7 @@ std::string textOf(const ChangeJournal::Notes& notes) {
       text.append(field).push_back(kEnd);
     }
     text.append(textOf(note.content)).push_back(kEnd);
+    text.append(note.contentStamp).push_back(kEnd);
     text.append(textOf(note.replaced)).push_back(kEnd);
   }
   return text;
@@ -112,20 +114,20 @@ std::string textOf(const ChangeJournal::Notes& notes) {
 
 constexpr unsigned kOwnersAlone = S_IRUSR | S_IWUSR;
 
-bool isOwn(const fs::path& file) {
+}  // namespace
+
+bool ChangeJournal::isOwn(const fs::path& file) {
   struct stat status {};
   return ::lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid() &&
          (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-}  // namespace
-
-void ChangeJournal::append(const fs::path& file, const Notes& notes) {
-  if (FS::exists(file) && !isOwn(file)) {
-    throw SkillsError::io(file.string() + " is not this user's own file; remove it, and try again");
-  }
-  FS::append(file, textOf(notes), kOwnersAlone);
+void ChangeJournal::requireOwn(const fs::path& file) {
+  if (!FS::exists(file) || isOwn(file)) return;
+  throw SkillsError::io(file.string() + " is not this user's own file; remove it, and try again");
 }
+
+void ChangeJournal::append(const fs::path& file, const Notes& notes) { FS::append(file, textOf(notes), kOwnersAlone); }
 
 void ChangeJournal::rewrite(const fs::path& file, const Notes& notes) {
   FS::writeAtomically(file, textOf(notes), kOwnersAlone);

@@ -13,14 +13,19 @@ namespace orvanta::ChangeJournal {
 
 using Notes = std::vector<TargetChange::Note>;
 
-// Adds to the file, or makes it; what is added may not be on the disk yet. Throws `io`, also when the file is not this
-// user's alone.
+// Whether there is a journal that this user alone can have written.
+bool isOwn(const std::filesystem::path& file);
+
+// Throws `io` where something else has the journal's name.
+void requireOwn(const std::filesystem::path& file);
+
+// Adds to the file, or makes it; what is added may not be on the disk yet. Throws `io`.
 void append(const std::filesystem::path& file, const Notes& notes);
 
 // Leaves these alone in the file. Throws `io` with the file unchanged.
 void rewrite(const std::filesystem::path& file, const Notes& notes);
 
-// What was added, as far as it got before a crash. A file that others may write is not believed, nor are notes whose
+// What was added, as far as it got before a crash. A file that is not `isOwn` is not believed, nor are notes whose
 // staging names are not ours or not beside their targets.
 Notes read(const std::filesystem::path& file);
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "content/TreeTransfer.h"
 #include "files/Paths.h"
 #include "files/TreeCopy.h"
 #include "foundations/SkillsError.h"
@@ -39,14 +40,17 @@ bool isWhatWasPut(const fs::path& path, const TargetChange::Note& note) {
   const bool isLink = note.kind == TargetChange::Kind::placedLink;
   const bool isKnown = note.content != FS::Identity{};  // a link only once it is made
   if (isKnown && !FS::isKnownAs(path, note.content)) return false;
+  // Somebody may have worked in it since.
+  if (!note.contentStamp.empty() && measureTree(path).stamp != note.contentStamp) return false;
   return isLink ? FS::linkDestination(path) == note.linkTo : isKnown;
 }
 
-// Looks once more when it has been moved away from where others reach it.
-void takeBackPlaced(const TargetChange::Note& note) {
-  if (!isWhatWasPut(note.target, note)) return;
-  const fs::path aside = newAside(note.target);
-  FS::renameExclusive(note.target, aside);
+// Looks once more when it has been moved away from where others reach it, and where an earlier try may have left it.
+void takeBackPlaced(const TargetChange::Note& note, const fs::path& aside) {
+  if (!FS::exists(aside)) {
+    if (!isWhatWasPut(note.target, note)) return;
+    FS::renameExclusive(note.target, aside);
+  }
   if (isWhatWasPut(aside, note)) return FS::removeAny(aside);
   FS::renameExclusive(aside, note.target);
 }
@@ -56,9 +60,9 @@ void takeBackExchanged(const TargetChange::Note& note) {
   FS::removeAny(stageOf(note.stage));
   if (!FS::exists(note.stage)) return;
   if (FS::isKnownAs(note.stage, note.content)) return FS::removeAny(note.stage);  // it was not made
-  if (!FS::isKnownAs(note.target, note.content)) return keepAside(note);
+  if (!isWhatWasPut(note.target, note)) return keepAside(note);
   FS::exchange(note.stage, note.target);
-  if (FS::isKnownAs(note.stage, note.content)) return FS::removeAny(note.stage);
+  if (isWhatWasPut(note.stage, note)) return FS::removeAny(note.stage);
   FS::exchange(note.stage, note.target);
   keepAside(note);
 }
@@ -85,7 +89,8 @@ TargetChange::~TargetChange() { undo(); }
 
 TargetChange TargetChange::link(const fs::path& source, const fs::path& target, FS::Kind expected) {
   if (expected == FS::Kind::absent) {
-    return {{.kind = Kind::placedLink, .target = target, .linkTo = standardized(source)}, expected};
+    return {{.kind = Kind::placedLink, .target = target, .stage = newAside(target), .linkTo = standardized(source)},
+            expected};
   }
   return withContent(target, expected, [&](const fs::path& place) { FS::createSymlink(source, place); });
 }
@@ -115,6 +120,7 @@ TargetChange TargetChange::withContent(const fs::path& target, FS::Kind expected
     throw;
   }
   note.content = FS::identity(stage);
+  if (FS::isDirectory(stage)) note.contentStamp = measureTree(stage).stamp;
   TargetChange change(std::move(note), expected);
   change.lock_ = std::move(lock);
   return change;
@@ -169,7 +175,7 @@ void TargetChange::keep() noexcept {
 void TargetChange::finish() {
   if (!isMade_) return undo();
   const Note note = std::exchange(note_, {});
-  if (!note.stage.empty()) FS::removeAny(note.stage);
+  if (note.kind == Kind::exchanged || note.kind == Kind::takenAway) FS::removeAny(note.stage);
 }
 
 void TargetChange::finish(const Note& note) {
@@ -195,8 +201,8 @@ void TargetChange::undo() noexcept {
 void TargetChange::takeBack(const Note& note) {
   switch (note.kind) {
     case Kind::none: return;
-    case Kind::placedLink: return takeBackPlaced(note);
-    case Kind::placed: FS::removeAny(note.stage); return takeBackPlaced(note);
+    case Kind::placedLink: return takeBackPlaced(note, note.stage);
+    case Kind::placed: FS::removeAny(note.stage); return takeBackPlaced(note, asideOf(note.stage));
     case Kind::exchanged: return takeBackExchanged(note);
     case Kind::takenAway:
       if (!FS::exists(note.stage)) return;

@@ -35,9 +35,11 @@ class TargetChange {
     std::string operation = {};  // of which it is a part
     Kind kind = Kind::none;
     std::filesystem::path target = {};
-    std::filesystem::path stage = {};   // where a placed copy comes from, or what is replaced or removed waits
+    // Where a placed copy comes from, where what is replaced or removed waits, or where a placed link would go.
+    std::filesystem::path stage = {};
     std::filesystem::path linkTo = {};  // of a placed link
     FS::Identity content = {};          // what is put at the target, where it was made beside it
+    std::string contentStamp = {};      // `measureTree` of it, where it is a folder
     FS::Identity replaced = {};         // what stood there
   };
 

@@ -90,4 +90,13 @@ void copyAndCompare(const fs::path& from, const fs::path& to, const std::functio
                         " is not what was copied: the folder changed meanwhile, or the disk cannot be trusted");
 }
 
+bool isSameTree(const fs::path& a, const fs::path& b) {
+  const UniqueFd first = openFolder(a);
+  const UniqueFd second = openFolder(b);
+  const auto entries = everythingIn(first.get(), a);
+  const auto each = [] {};
+  return entries == everythingIn(second.get(), b) &&
+         fingerprintOf(first.get(), a, entries, each) == fingerprintOf(second.get(), b, entries, each);
+}
+
 }  // namespace orvanta

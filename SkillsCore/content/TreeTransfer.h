@@ -26,4 +26,7 @@ TreeMeasure measureTree(const std::filesystem::path& root);
 void copyAndCompare(const std::filesystem::path& from, const std::filesystem::path& to,
                     const std::function<void()>& each);
 
+// Whether two trees hold the same, read in full. Throws `io`.
+bool isSameTree(const std::filesystem::path& a, const std::filesystem::path& b);
+
 }  // namespace orvanta

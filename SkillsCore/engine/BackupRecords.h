@@ -15,7 +15,8 @@ namespace orvanta {
 
 class BackupRecords {
  public:
-  // A change of the files by git. Until it is settled, a later start takes it back or brings the records in line.
+  // The files go over from one snapshot to another. Until that is settled, a later start lets history and records
+  // follow.
   struct Change {
     std::optional<std::string> from;  // the snapshot before, if there was one
     std::string to;
@@ -26,7 +27,6 @@ class BackupRecords {
   // Of all skills, by folder.
   BackupManifest manifest();
 
-  // The files are those of the other snapshot now, and history and records have yet to follow.
   void begin(const Change& change);
   void settle();
   std::optional<Change> unsettled();

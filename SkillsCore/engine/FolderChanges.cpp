@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <set>
 
@@ -46,7 +45,7 @@ ChangeJournal::Notes settled(Library& library, const ChangeJournal::Notes& notes
     folders.insert(folder);
     const bool isFinal = note.operation == kFinal || note.operation == recorded;
     try {
-      if (!FS::isDirectory(folder)) throw SkillsError::io(folder.string() + " is not there");
+      if (!FS::resolvesToDirectory(folder)) throw SkillsError::io(folder.string() + " is not there");
       isFinal ? TargetChange::finish(note) : TargetChange::takeBack(note);
       if (!isFinal) restored.insert(folder);
     } catch (const SkillsError&) {
@@ -108,18 +107,20 @@ void FolderChanges::makeTogether(std::vector<TargetChange>& changes) {
 }
 
 void FolderChanges::makeOrThrow(const std::vector<TargetChange*>& changes) {
-  std::mutex failing;
   std::optional<SkillsError> failure;
   make(changes, [&](std::size_t, const SkillsError& error) {
-    const std::lock_guard lock(failing);
-    failure = error;
+    if (!failure) failure = error;
   });
   if (failure) throw SkillsError(*failure);
 }
 
 void FolderChanges::announce(const std::vector<TargetChange*>& changes) {
   const fs::path file = library_.paths.changeJournal();
-  if (notes_.empty()) notes_ = ChangeJournal::read(file);  // what an earlier operation could not clear up
+  ChangeJournal::requireOwn(file);
+  if (notes_.empty() && FS::exists(file)) {  // what an earlier operation could not clear up, without a torn end
+    notes_ = ChangeJournal::read(file);
+    leaveInJournal(library_, notes_);
+  }
   if (id_.empty()) id_ = newUuid();
   ChangeJournal::Notes added;
   std::map<std::uint64_t, fs::path> disks;  // with new content on them, and a folder there
@@ -151,8 +152,8 @@ void FolderChanges::recorded() {
 }
 
 void healFolderChanges(Library& library) {
+  if (!ChangeJournal::isOwn(library.paths.changeJournal())) return;
   const auto notes = ChangeJournal::read(library.paths.changeJournal());
-  if (notes.empty()) return;
   const auto kept = settled(library, notes);
   leaveInJournal(library, kept);
   if (kept.size() == notes.size()) return;

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "content/TreeTransfer.h"
 #include "files/Paths.h"
 #include "foundations/Parallel.h"
 #include "foundations/SkillsError.h"
@@ -88,7 +89,9 @@ std::vector<Installer::Destination> Installation::assignPlaces(const Paths& path
     destinations[i] = Installer::uniqueDestination(paths.skills(), skill->name, skill->contentHash, taken);
     taken.emplace(destinations[i].path, skill->contentHash);
     if (destinations[i].reuse || !skill->staged) continue;
-    arriving.push_back({destinations[i].path.filename().string(), FS::identity(*skill->staged)});
+    arriving.push_back({.name = destinations[i].path.filename().string(),
+                        .identity = FS::identity(*skill->staged),
+                        .stamp = measureTree(*skill->staged).stamp});
   }
   if (!arriving.empty()) {
     prepared.staging->announce(arriving);

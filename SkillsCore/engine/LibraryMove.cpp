@@ -4,10 +4,12 @@
 #include <functional>
 #include <iterator>
 
+#include "content/TreeTransfer.h"
 #include "engine/MoveJournal.h"
 #include "engine/Relinking.h"
 #include "files/FS.h"
 #include "foundations/SkillsError.h"
+#include "foundations/Uuid.h"
 #include "platform/AtomicRename.h"
 
 namespace orvanta {
@@ -144,10 +146,23 @@ void LibraryMove::emptyOldPlace() const {
     const fs::path old = from.base() / name;
     // A program that looked for the library meanwhile may have made its empty folders anew.
     FS::removeIfEmpty(old / "repos");
-    if (FS::removeIfEmpty(old) || renames || !FS::isDirectory(to.base() / name)) continue;
-    FS::removeAny(old);
+    if (!FS::removeIfEmpty(old) && !renames && FS::isDirectory(to.base() / name)) removeCopied(name);
   }
   removeDatabase(from);
+}
+
+// What was copied goes by another name first, so that a kill leaves no part of it that would pass for more. Somebody
+// may have worked there since, by an old link say: it then stays, out of the way.
+void LibraryMove::removeCopied(const std::string& name) const {
+  const fs::path old = from.base() / name;
+  const fs::path leaving = from.base() / (".leaving-" + name);
+  FS::removeAny(leaving);
+  if (!FS::isDirectory(old)) return;
+  if (!isSameTree(old, to.base() / name)) {
+    return FS::renameExclusive(old, old.string() + "-before-" + newUuid().substr(0, 8));
+  }
+  FS::renameExclusive(old, leaving);
+  FS::removeAny(leaving);
 }
 
 std::vector<std::string> LibraryMove::foreignNames() const {

@@ -51,6 +51,7 @@ struct LibraryMove {
   bool choose(const UserFolders& user) const;
   void leaveOldPlace(std::vector<std::string>& leftBehind) const;
   void emptyOldPlace() const;
+  void removeCopied(const std::string& name) const;
   [[nodiscard]] std::vector<std::string> foreignNames() const;
 };
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "content/ContentHash.h"
+#include "content/TreeTransfer.h"
 #include "engine/FolderChanges.h"
 #include "engine/Repair.h"
 #include "engine/Skills.h"
@@ -13,6 +14,7 @@
 #include "files/LockedFolder.h"
 #include "files/TemporaryFolder.h"
 #include "foundations/SkillsError.h"
+#include "foundations/Uuid.h"
 #include "platform/AtomicRename.h"
 #include "sources/StagingFolder.h"
 
@@ -41,12 +43,12 @@ void healReplaced(Library& library, const fs::path& leftover) {
   FS::removeAny(leftover);
 }
 
-// Set aside to be removed: final once the record is gone.
+// Set aside to be removed: final once the record is gone. What somebody has put in its place stays beside it.
 void healRemoved(Library& library, const fs::path& leftover) {
   const fs::path original = leftover.parent_path() / setAsideName(leftover.filename().string(), kRemovingPrefix);
-  const bool isRecorded = library.store.skillAtPath(comparablePath(original)).has_value();
-  if (!isRecorded || FS::exists(original)) return FS::removeAny(leftover);
-  FS::renameExclusive(leftover, original);
+  if (!library.store.skillAtPath(comparablePath(original))) return FS::removeAny(leftover);
+  FS::renameExclusive(
+      leftover, FS::exists(original) ? fs::path(original.string() + "-before-" + newUuid().substr(0, 8)) : original);
 }
 
 // Skills that had taken their places when the process was killed before it wrote their records are taken back: they
@@ -55,7 +57,8 @@ void healInstalling(Library& library, const fs::path& leftover) {
   for (const auto& announced : StagingFolder::announced(leftover)) {
     const fs::path folder = library.paths.skills() / announced.name;
     const bool isRecorded = library.store.skillAtPath(comparablePath(folder)).has_value();
-    if (!isRecorded && FS::isKnownAs(folder, announced.identity)) FS::removeAny(folder);
+    const bool isUntouched = FS::isKnownAs(folder, announced.identity) && measureTree(folder).stamp == announced.stamp;
+    if (!isRecorded && isUntouched) FS::removeAny(folder);
   }
   FS::removeAny(leftover);
 }
@@ -72,6 +75,22 @@ void removeAbandonedClones(const fs::path& folder) {
     if (!name.starts_with(StagingFolder::kPrefix)) continue;
     if (const auto lock = lockOfAbandoned(folder / name)) FS::removeQuietly(folder / name);
   }
+}
+
+// Whether one of the names that we give. Somebody else's may begin like it.
+bool isLeftover(std::string_view name) {
+  constexpr std::size_t kSuffix = 6;
+  if (name.ends_with(kExchangeSuffix)) name.remove_suffix(std::string_view(kExchangeSuffix).size());
+  for (const auto prefix : {kReplacingPrefix, kRemovingPrefix}) {
+    if (!name.starts_with(prefix) || name.size() < prefix.size() + kSuffix + 2) continue;
+    const auto suffix = name.substr(name.size() - kSuffix);
+    const bool isHexadecimal = suffix.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+    return isHexadecimal && name[name.size() - kSuffix - 1] == '-';
+  }
+  for (const auto prefix : {StagingFolder::kPrefix, kUpdatingPrefix}) {
+    if (name.starts_with(prefix)) return isUuid(name.substr(prefix.size()));
+  }
+  return false;
 }
 
 void heal(Library& library, const fs::path& leftover) {
@@ -101,7 +120,7 @@ void healLibrary(Library& library) {
   std::vector<fs::path> leftovers;
   bool hasStages = false;
   for (const auto& name : FS::childNames(library.paths.skills())) {
-    if (isSetAside(name)) leftovers.push_back(library.paths.skills() / name);
+    if (isLeftover(name)) leftovers.push_back(library.paths.skills() / name);
     hasStages = hasStages || isStageName(name);
   }
   if (hasStages) sweepStages(library.paths.skills());

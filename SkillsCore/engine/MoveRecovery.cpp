@@ -53,7 +53,7 @@ Paths settleDeparture(const Paths& from, const UserFolders& user, std::chrono::m
   const auto lock = lockOf(from, patience);
   // Whoever held the lock before may have finished it by now, or taken it back.
   const auto departure = MoveJournal::departure(from);
-  if (!departure) return hasLibrary(to) && !hasLibrary(from) ? to : from;
+  if (!departure) return hasLibrary(to) ? to : from;
   if (!lock) throw isBeingMoved(to);
   const auto arrival = MoveJournal::arrival(to);
   const bool isPair = departure->to == to.base() && arrival && isSame(arrival->from, from.base());

@@ -267,7 +267,7 @@ void SkillsEngine::goOver(const GitBackup& backup, const std::string& from, cons
     for (auto& folder : folders) folder.keep();
   }
   try {
-    backup.moveTo(to, {});  // even when a stop was requested
+    backup.moveTo(from, to, {});  // even when a stop was requested
   } catch (const SkillsError& error) {
     throw SkillsError::git(error.message() + ". The files are the snapshot's already; the next command does the rest.");
   }
@@ -379,7 +379,7 @@ void SkillsEngine::settleBackup(const GitBackup& backup, const OperationContext&
   backup.makeReady(context);
   const auto change = withBackupRecords([](BackupRecords& records) { return records.unsettled(); });
   if (!change) return;
-  if (change->from && change->from == backup.headCommit(context)) backup.moveTo(change->to, context);
+  if (change->from) backup.moveTo(*change->from, change->to, context);
   reconcile(backup, change->from, context);
 }
 
@@ -390,7 +390,14 @@ void SkillsEngine::settleInterruptedBackup() {
   };
   if (!isUnsettled()) return;
   const auto lock = LibraryLock::tryAcquire(state_->paths().lock());
-  if (!lock || !isUnsettled()) return;
+  if (!lock) return;
+  try {
+    const Turn turn(state_->mutex);
+    healFolderChanges(state_->library);
+  } catch (const SkillsError&) {
+    return;
+  }
+  if (!isUnsettled()) return;
   try {
     const GitBackup backup = gitBackup({});
     if (backup.isRepository()) {

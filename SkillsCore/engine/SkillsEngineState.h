@@ -139,7 +139,11 @@ struct SkillsEngine::State {
 // reads late because another process keeps the library's lock, or because git works on the files.
 class SkillsEngine::State::ChangeReservation {
  public:
-  explicit ChangeReservation(State& state) ORVANTA_UNCHECKED : queue_(state.changers), lock_(lockOf(state)) {}
+  // Another process may have ended half-way since this one opened the library.
+  explicit ChangeReservation(State& state) ORVANTA_UNCHECKED : queue_(state.changers), lock_(lockOf(state)) {
+    const Turn turn(state.mutex);
+    healFolderChanges(state.library);
+  }
   ~ChangeReservation() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
   ChangeReservation(const ChangeReservation&) = delete;
   ChangeReservation& operator=(const ChangeReservation&) = delete;
@@ -159,11 +163,8 @@ class SkillsEngine::State::ChangeReservation {
 // A turn that changes the library.
 class ORVANTA_SCOPED_CAPABILITY SkillsEngine::State::ChangeTurn {
  public:
-  // Another process may have ended half-way since this one opened the library.
   explicit ChangeTurn(State& state) ORVANTA_ACQUIRE(state.mutex) ORVANTA_UNCHECKED : reservation_(state),
-                                                                                     turn_(state.mutex) {
-    healFolderChanges(state.library);
-  }
+                                                                                     turn_(state.mutex) {}
   ~ChangeTurn() ORVANTA_RELEASE() ORVANTA_UNCHECKED {}  // NOLINT(modernize-use-equals-default)
   ChangeTurn(const ChangeTurn&) = delete;
   ChangeTurn& operator=(const ChangeTurn&) = delete;

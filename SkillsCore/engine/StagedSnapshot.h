@@ -4,7 +4,6 @@
 // then changes in one step and nobody meets a part of it.
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,7 +18,8 @@ namespace orvanta {
 class StagedSnapshot {
  public:
   // Of the repository whose files, history and index are at the snapshot `from`. What a skill holds beside the files
-  // of the snapshot is taken along. Changes none of the repository's files. Throws `git` and `io`.
+  // of the snapshot is taken along. Changes none of the repository's files. Throws `conflict` for what was edited since
+  // the snapshot, `git` and `io`.
   StagedSnapshot(const GitBackup& backup, const std::string& from, const std::string& to,
                  const OperationContext& context);
 
@@ -34,7 +34,7 @@ class StagedSnapshot {
   struct Item {
     std::string name;  // in the repository's folder
     FS::Kind kind = FS::Kind::absent;
-    std::optional<std::string> hash;  // of a folder
+    std::string stamp;  // of what stands there
   };
 
   [[nodiscard]] TargetChange changeOf(const Item& item) const;

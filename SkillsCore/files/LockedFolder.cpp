@@ -22,6 +22,7 @@ UniqueFd openForLock(const fs::path& folder) {
 }  // namespace
 
 UniqueFd makeLockedFolder(const fs::path& folder) {
+  // Where the file system has no locks, nobody ever comes by one either, and nothing is cleared up.
   // Another process that clears up may take the folder for a leftover until it is locked; it is then made anew.
   constexpr int kAttempts = 5;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -29,7 +30,8 @@ UniqueFd makeLockedFolder(const fs::path& folder) {
       throw SkillsError::system("Cannot create " + folder.string(), errno);
     }
     UniqueFd lock = openForLock(folder);
-    if (lock && ::flock(lock.get(), LOCK_EX) == 0 && FS::isDirectory(folder)) return lock;
+    const bool isLocked = lock && (::flock(lock.get(), LOCK_EX) == 0 || errno != EINTR);
+    if (isLocked && FS::isDirectory(folder)) return lock;
   }
   throw SkillsError::io("Cannot keep the folder " + folder.string() + "; another process removes it");
 }
@@ -42,7 +44,7 @@ std::optional<UniqueFd> lockOfAbandoned(const fs::path& folder) {
 
 bool isFolderLocked(const fs::path& folder) {
   const UniqueFd fd = openForLock(folder);
-  if (!fd) return errno == EACCES;
+  if (!fd) return errno != ENOENT && errno != ENOTDIR && errno != ELOOP;
   return ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0;
 }
 

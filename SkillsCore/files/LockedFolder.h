@@ -17,7 +17,7 @@ UniqueFd makeLockedFolder(const std::filesystem::path& folder);
 // process holds it, or where no folder is.
 std::optional<UniqueFd> lockOfAbandoned(const std::filesystem::path& folder);
 
-// Whether a living process holds the lock of a folder; one that this user may not open counts as locked.
+// Whether a living process holds the lock of a folder; one that cannot be asked counts as locked.
 bool isFolderLocked(const std::filesystem::path& folder);
 
 }  // namespace orvanta

@@ -24,7 +24,8 @@ constexpr std::array<std::string_view, 8> kPrefixes{"orvanta-clone-",    "orvant
 bool isOurs(const std::string& name) {
   constexpr std::size_t kSuffix = 8;
   return std::any_of(kPrefixes.begin(), kPrefixes.end(), [&](std::string_view prefix) {
-    return name.size() == prefix.size() + kSuffix && name.compare(0, prefix.size(), prefix) == 0;
+    return name.size() == prefix.size() + kSuffix && name.compare(0, prefix.size(), prefix) == 0 &&
+           name.find_first_not_of("0123456789abcdef", prefix.size()) == std::string::npos;
   });
 }
 

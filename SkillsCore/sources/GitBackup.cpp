@@ -128,14 +128,17 @@ ProcessResult GitBackup::check(const Words& arguments, std::chrono::seconds time
   return git_.runChecked(arguments, options(timeout), context);
 }
 
-std::string GitBackup::listing(const Words& arguments, const OperationContext& context) const {
+std::string GitBackup::listing(const Words& arguments, const OperationContext& context,
+                               const std::optional<fs::path>& workTree) const {
   auto how = options(longLocal);
   how.listsFiles = true;
+  how.workTree = workTree;
   return git_.runChecked(arguments, how, context).standardOutput;
 }
 
-std::vector<std::string> GitBackup::pathsOf(const Words& arguments, const OperationContext& context) const {
-  const auto listed = listing(arguments, context);
+std::vector<std::string> GitBackup::pathsOf(const Words& arguments, const OperationContext& context,
+                                            const std::optional<fs::path>& workTree) const {
+  const auto listed = listing(arguments, context, workTree);
   std::vector<std::string> paths;
   for (const auto path : Text::split(listed, '\0')) {
     if (!path.empty()) paths.emplace_back(path);
@@ -371,8 +374,8 @@ std::string GitBackup::mergedTree(const std::string& ours, const std::string& th
                     "Update git, or merge in {} with git, then pull again; nothing was changed.",
                     root_.string()));
   }
-  if (result.exitCode != conflictsFound || result.timedOut || result.stopped)
-    throw GitClient::failure("merge-tree", result);
+  const bool isAnswer = result.exitCode == conflictsFound && !result.timedOut && !result.stopped;
+  if (!isAnswer) throw GitClient::failure("merge-tree", result);
   const auto end = std::find_if(fields.begin() + 1, fields.end(), [](const auto field) { return field.empty(); });
   const std::set<std::string> paths(fields.begin() + 1, end);
   if (paths == std::set{std::string(BackupManifest::kPath)}) return withJoinedManifest(tree, ours, theirs, context);
@@ -429,7 +432,7 @@ void GitBackup::takeSomeBranch(const OperationContext& context) const {
 }
 
 void GitBackup::checkOut(const OperationContext& context) const {
-  ensureAttributes(gitFolder(context));
+  ensureOwnRules(gitFolder(context));
   ensureIdentity(context);
   check({"reset", "--hard", "--quiet"}, longLocal, context);
   clearGitLeftovers(gitFolder(context));  // of locks that could not be removed
@@ -455,9 +458,15 @@ void GitBackup::bringChanges(const fs::path& folder, const std::string& from, co
   auto how = options(longLocal);
   how.workTree = folder;
   const auto paths = topmost(pathsOf({"diff", "--name-only", "--no-renames", "-z", from, to}, context));
+  const std::set<std::string> brought(paths.begin(), paths.end());
+  for (const auto& edited : pathsOf(
+           {"diff", "--name-only", "--no-renames", "--no-ext-diff", "--diff-filter=MT", "-z", from}, context, folder)) {
+    if (!brought.contains(edited)) continue;
+    throw SkillsError::conflict(fmt::format("{} was edited meanwhile. Nothing was changed; try again.",
+                                            Text::repairUTF8((root_ / edited).string())));
+  }
   withPathFile(paths, {"restore", "--source=" + to, "--worktree"}, how, context);
   // Git only warns of files that it could not remove.
-  const std::set<std::string> brought(paths.begin(), paths.end());
   for (const auto& gone : addedPaths(to, from, context)) {
     if (!brought.contains(gone) || !FS::exists(folder / gone) || FS::isDirectory(folder / gone)) continue;
     throw SkillsError::git(
@@ -467,8 +476,8 @@ void GitBackup::bringChanges(const fs::path& folder, const std::string& from, co
   }
 }
 
-void GitBackup::moveTo(const std::string& commit, const OperationContext& context) const {
-  check({"reset", "--mixed", "--quiet", commit}, longLocal, context);
+void GitBackup::moveTo(const std::string& from, const std::string& to, const OperationContext& context) const {
+  if (headCommit(context) == from) check({"reset", "--mixed", "--quiet", to}, longLocal, context);
 }
 
 }  // namespace orvanta

@@ -128,11 +128,13 @@ class GitBackup {
   [[nodiscard]] std::string restored(const std::string& commit, const std::string& head,
                                      const OperationContext& context) const;
   // Into a folder that holds, of the files of the snapshot `from`, at least those that differ in `to`, brings what is
-  // in `to`. The repository's index must be that of `from`; the repository's own files are not touched.
+  // in `to`. The repository's index must be that of `from`; the repository's own files are not touched. Throws
+  // `conflict` for a file that would be replaced and is not as `from` has it.
   void bringChanges(const std::filesystem::path& folder, const std::string& from, const std::string& to,
                     const OperationContext& context) const;
-  // Says that the repository's files are those of this snapshot. Whatever is killed in it can be done again.
-  void moveTo(const std::string& commit, const OperationContext& context) const;
+  // Says that the repository's files, which were those of `from`, are those of `to`. Whatever is killed in it can be
+  // done again. Does nothing where somebody else has moved on from `from` meanwhile.
+  void moveTo(const std::string& from, const std::string& to, const OperationContext& context) const;
 
  private:
   using Words = std::vector<std::string>;
@@ -151,8 +153,11 @@ class GitBackup {
   ProcessResult check(const Words& arguments, std::chrono::seconds timeout, const OperationContext& context) const;
   [[nodiscard]] std::filesystem::path gitFolder(const OperationContext& context) const;
   [[nodiscard]] std::string branch(const OperationContext& context) const;
-  [[nodiscard]] std::string listing(const Words& arguments, const OperationContext& context) const;
-  [[nodiscard]] std::vector<std::string> pathsOf(const Words& arguments, const OperationContext& context) const;
+  [[nodiscard]] std::string listing(const Words& arguments, const OperationContext& context,
+                                    const std::optional<std::filesystem::path>& workTree = std::nullopt) const;
+  [[nodiscard]] std::vector<std::string> pathsOf(
+      const Words& arguments, const OperationContext& context,
+      const std::optional<std::filesystem::path>& workTree = std::nullopt) const;
 
   // An address with a password in it is for its owner's eyes.
   void setOrigin(const std::string& verb, const std::string& url, const OperationContext& context) const;
@@ -160,7 +165,7 @@ class GitBackup {
   void makeRepository(const OperationContext& context) const;
   void ensureGitignore() const;
   void ensureIdentity(const OperationContext& context) const;
-  void ensureAttributes(const std::filesystem::path& gitFolder) const;
+  void ensureOwnRules(const std::filesystem::path& gitFolder) const;
   // What needs more than "git add": entries that are other repositories, and folders with an ignore file of their own.
   struct Index {
     Words references;

@@ -32,6 +32,9 @@ const std::vector<std::string> batched = {"-c", "core.fsyncMethod=batch"};
 constexpr std::string_view attributes =
     "* -text !eol !crlf !filter !diff !merge -ident !working-tree-encoding !export-ignore !export-subst\n";
 
+// What a change of the library lets wait beside the skills.
+constexpr std::string_view neverSaved = "/.orvanta-stage-*\n/.replacing-*\n/.removing-*\n/.updating-*\n";
+
 // Only of a file: what a link leads to is not the repository's.
 std::optional<std::string> textOf(const fs::path& file, std::size_t largest) {
   return FS::kind(file) == FS::Kind::file ? FS::readText(file, largest) : std::nullopt;
@@ -173,15 +176,17 @@ void GitBackup::ensureIdentity(const OperationContext& context) const {
   ensure("user.email", "backup@orvanta.local");
 }
 
-void GitBackup::ensureAttributes(const fs::path& gitFolder) const {
+void GitBackup::ensureOwnRules(const fs::path& gitFolder) const {
   // That of a linked working folder names the one that git reads.
   const auto common = textOf(gitFolder / "commondir", largestConfiguration);
-  const fs::path file = (common ? gitFolder / Text::trim(*common) : gitFolder) / "info" / "attributes";
-  const auto text = textOf(file, largestConfiguration).value_or("");
-  if (text.ends_with(attributes)) return;
-  FS::createDirectories(file.parent_path());
-  const std::string separator = text.empty() || text.ends_with('\n') ? "" : "\n";
-  FS::writeAtomically(file, text + separator + std::string(attributes));
+  const fs::path folder = (common ? gitFolder / Text::trim(*common) : gitFolder) / "info";
+  for (const auto& [name, lines] : {std::pair("attributes", attributes), std::pair("exclude", neverSaved)}) {
+    const auto text = textOf(folder / name, largestConfiguration).value_or("");
+    if (text.ends_with(lines)) continue;
+    FS::createDirectories(folder);
+    const std::string separator = text.empty() || text.ends_with('\n') ? "" : "\n";
+    FS::writeAtomically(folder / name, text + separator + std::string(lines));
+  }
 }
 
 void GitBackup::makeReady(const OperationContext& context) const {
@@ -190,7 +195,7 @@ void GitBackup::makeReady(const OperationContext& context) const {
   for (const auto& file : FS::children(root_ / BackupManifest::kFolder)) {
     if (file.extension() == ".tmp") FS::removeQuietly(file);  // of a manifest that was never finished
   }
-  ensureAttributes(folder);
+  ensureOwnRules(folder);
 }
 
 void GitBackup::refuseUnfinished(const OperationContext& context) const {
@@ -249,7 +254,7 @@ bool GitBackup::commitStaged(const std::string& message, const OperationContext&
   }
   stageHidden(newlyIgnoringIn(staged), context);
   if (!nested.empty()) staged = listing(whatIsStaged, context);
-  if (staged.empty()) return false;
+  if (staged.empty() && !FS::exists(gitFolder(context) / "MERGE_HEAD")) return false;
   const bool isFirst = !headCommit(context);
   Words words = {"commit", "--quiet", "-m", message};
   if (isFirst) words.insert(words.begin(), batched.begin(), batched.end());

@@ -38,7 +38,7 @@ void StagingFolder::announce(const std::vector<Announced>& skills) const {
   Json list = Json::array();
   for (const auto& skill : skills) {
     const FS::Identity& id = skill.identity;
-    list.push_back({skill.name, id.device, id.inode, id.type, id.modifiedNs});
+    list.push_back({skill.name, id.device, id.inode, id.type, id.modifiedNs, skill.stamp});
   }
   FS::writeOver(path_ / kJournal, jsonText(list));
 }
@@ -54,7 +54,7 @@ std::vector<StagingFolder::Announced> StagingFolder::announced(const fs::path& f
       if (!holdsWholeNumbers(item)) return {};
       const FS::Identity identity{
           .device = item.at(1), .inode = item.at(2), .type = item.at(3), .modifiedNs = item.at(4)};
-      skills.push_back({.name = item.at(0), .identity = identity});
+      skills.push_back({.name = item.at(0), .identity = identity, .stamp = item.at(5)});
     }
   } catch (const Json::exception&) {
     skills.clear();  // not ours

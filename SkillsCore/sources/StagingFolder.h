@@ -23,6 +23,7 @@ class StagingFolder {
   struct Announced {
     std::string name;  // of its folder in the library
     FS::Identity identity;
+    std::string stamp;  // `measureTree` of it
   };
 
   // Makes "PREFIXuuid" in the library's skills folder. Throws `io`.

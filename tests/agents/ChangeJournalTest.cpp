@@ -93,6 +93,16 @@ TEST_F(ChangeJournalTest, WhatIsNotWhatWasNotedStaysForItsOwner) {
   EXPECT_TRUE(FS::exists(agent / "new/mine"));
 }
 
+TEST_F(ChangeJournalTest, WhatSomebodyWroteIntoNewContentIsNotTakenBackWithIt) {
+  givenAgent();
+  interrupted(5);
+  for (const auto* name : {"new", "copy"}) write(agent / name / "file", "edited");
+  for (const auto& note : ChangeJournal::read(file)) TargetChange::takeBack(note);
+  EXPECT_EQ(read(agent / "new/file") + read(agent / "copy/file"), "editededited");
+  EXPECT_THAT(FS::childNames(agent), testing::Contains(testing::StartsWith("copy-before-")));
+  EXPECT_TRUE(FS::exists(agent / "removed/old"));
+}
+
 TEST_F(ChangeJournalTest, AnExchangeInThreeRenamesIsCompleted) {
   for (const int done : {1, 2}) {
     givenAgent();
@@ -120,7 +130,7 @@ TEST_F(ChangeJournalTest, ATextThatWasCutOffOrMadeUpMovesNothingElse) {
   EXPECT_EQ(ChangeJournal::read(file).size(), 5U);
   ::chmod(file.c_str(), 0666);
   EXPECT_TRUE(ChangeJournal::read(file).empty()) << "others can write it";
-  EXPECT_THAT(errorOf([&] { ChangeJournal::append(file, {}); }), IsError(SkillsError::Kind::io, "not this user's own"));
+  EXPECT_THAT(errorOf([&] { ChangeJournal::requireOwn(file); }), IsError(SkillsError::Kind::io, "not this user's own"));
 
   const std::string stage = fmt::format("{}old-{}-1", Scanner::kStagePrefix, newUuid());
   const auto notesOf = [&](const TargetChange::Note& note) {
@@ -131,7 +141,7 @@ TEST_F(ChangeJournalTest, ATextThatWasCutOffOrMadeUpMovesNothingElse) {
   EXPECT_EQ(notesOf({.kind = Kind::takenAway, .target = agent / "a", .stage = agent / "copy"}), 0U);
   EXPECT_EQ(notesOf({.kind = Kind::takenAway, .target = agent / "a", .stage = root / stage}), 0U);
   EXPECT_EQ(notesOf({.kind = Kind::takenAway, .target = "a", .stage = stage}), 0U);
-  EXPECT_EQ(notesOf({.kind = Kind::placedLink, .target = agent / "a", .stage = agent / stage, .linkTo = source}), 0U);
+  EXPECT_EQ(notesOf({.kind = Kind::placedLink, .target = agent / "a", .stage = agent / stage, .linkTo = "source"}), 0U);
   EXPECT_TRUE(ChangeJournal::read(root / "none").empty());
 }
 

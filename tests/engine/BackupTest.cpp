@@ -1,5 +1,6 @@
 // Libraries that share their skills through a remote: what travels, and what must not come in.
 
+#include "agents/ChangeJournal.h"
 #include "tests/support/SharedLibraries.h"
 
 namespace orvanta {
@@ -336,14 +337,17 @@ TEST_F(BackupTest, ASkillChangesAsAWholeAndKeepsWhatIsBesideItsSnapshot) {
     write(folder / "pdf" / "file", "2");
     fs::remove_all(folder / "pdf" / "gone");
   });
-  // Edited while the new content is made: no edit is lost, nothing has come in.
-  const OperationContext editing{.trace = [&](std::string_view command) {
-    if (command.find("restore") != std::string_view::npos) write(pdf / "same.new", "edited");
-  }};
+  // Edited after the snapshot, or while the new content is made: no edit is lost, nothing has come in.
   const auto before = files(lap);
-  EXPECT_THAT(errorOf([&] { lap.engine().pullBackup(editing); }), IsError(Kind::conflict, "pdf was edited meanwhile"));
-  fs::remove(pdf / "same.new");
-  EXPECT_EQ(files(lap), before);
+  for (const auto& [step, file] : {std::pair("ls-tree", "file"), std::pair("restore", ".gitignore")}) {
+    const OperationContext editing{.trace = [&](std::string_view command) {
+      if (command.find(step) != std::string_view::npos) write(pdf / file, "edited");
+    }};
+    EXPECT_THAT(errorOf([&] { lap.engine().pullBackup(editing); }), IsError(Kind::conflict, "was edited meanwhile"));
+    EXPECT_EQ(read(pdf / file), "edited") << step;
+    std::string(file) == "file" ? write(pdf / file, "1") : FS::removeAny(pdf / file);
+    EXPECT_EQ(files(lap), before);
+  }
 
   FS::Identity open = FS::identity(pdf);
   lap.engine().pullBackup({});
@@ -354,6 +358,23 @@ TEST_F(BackupTest, ASkillChangesAsAWholeAndKeepsWhatIsBesideItsSnapshot) {
   EXPECT_EQ(fs::status(pdf / "same").permissions(), fs::perms::owner_read);
   EXPECT_FALSE(FS::exists(pdf / "gone"));
   EXPECT_FALSE(lap.engine().backupNow(std::nullopt, {})) << "the files are the snapshot's";
+}
+
+TEST_F(BackupTest, WhatAProcessLeftHalfDoneIsTakenBackFirstByOneThatWasThereAlready) {
+  add(desk, "pdf");
+  desk.engine().initBackup({});
+  {
+    const OtherProcess killed([&](const auto& waitForTheEnd) {
+      auto change = TargetChange::removal(desk.paths.skills() / "pdf", FS::Kind::directory);
+      ChangeJournal::append(desk.paths.changeJournal(), {change.note()});
+      change.make();
+      waitForTheEnd();
+    });
+  }
+  EXPECT_FALSE(FS::exists(desk.paths.skills() / "pdf"));
+  EXPECT_FALSE(desk.engine().backupNow(std::nullopt, {})) << "nothing has changed";
+  EXPECT_TRUE(FS::exists(desk.paths.skills() / "pdf" / "SKILL.md"));
+  EXPECT_FALSE(FS::exists(desk.paths.changeJournal()));
 }
 
 TEST_F(BackupTest, WhatIsIgnoredHereIsNotOverwritten) {

@@ -9,6 +9,7 @@
 #include "files/FS.h"
 #include "files/LibraryLock.h"
 #include "foundations/ModelsJSON.h"
+#include "foundations/Uuid.h"
 #include "sources/StagingFolder.h"
 #include "tests/support/Sandbox.h"
 
@@ -134,7 +135,7 @@ TEST_F(LibraryTest, OpeningHealsWhatAKilledProcessLeft) {
   const std::string id = installed("removed");
   installed("present");
   const Path skills = paths.skills();
-  skillFolder(skills / ".installing-dead" / "0");
+  skillFolder(skills / (".installing-" + newUuid()) / "0");
   skillFolder(skills / ".replacing-lost-name-abc123", {{"old", ""}});
   skillFolder(skills / ".replacing-present-abc123", {{"old", ""}});
   skillFolder(skills / ".removing-forgotten-abc123");
@@ -164,6 +165,23 @@ TEST_F(LibraryTest, OpeningHealsWhatAKilledProcessLeft) {
   EXPECT_TRUE(fs::exists(skills / "lost-name" / "old"));
   EXPECT_EQ(engine().skillFiles(id).size(), 1U);
   EXPECT_TRUE(fs::is_empty(user.temp));
+}
+
+TEST_F(LibraryTest, HealingRemovesNothingOfSomebodyElses) {
+  const std::string id = installed("removed");
+  const Path skills = paths.skills();
+  fs::rename(skills / "removed", skills / ".removing-removed-abc123");
+  skillFolder(skills / "removed", {{"mine", ""}});
+  std::set<std::string> expected{"removed"};
+  for (const auto* own : {".removing-old-notes", ".replacing-pdf-backup", ".installing-later", ".updating-things"}) {
+    skillFolder(skills / own);
+    expected.insert(own);
+  }
+  reopen();
+  EXPECT_TRUE(fs::exists(skills / "removed" / "mine"));
+  auto found = folders();
+  EXPECT_EQ(std::erase_if(found, [](auto& name) { return name.starts_with("removed-before-"); }), 1U);
+  EXPECT_EQ(found, expected);
 }
 
 TEST_F(LibraryTest, SeveralProcessesMayChangeTheLibraryAtOnce) {

@@ -510,6 +510,7 @@ TEST_F(RelocationTest, ALibraryInWhichSomethingWorksStaysWhereItIs) {
   ChangeJournal::append(paths.changeJournal(), {{.operation = "deploy",
                                                  .kind = TargetChange::Kind::placedLink,
                                                  .target = home / "disk" / "pdf",
+                                                 .stage = newAside(home / "disk" / "pdf"),
                                                  .linkTo = paths.skills() / "pdf"}});
   EXPECT_THAT(errorOf([&] { engine().relocateLibrary(root / "place", {}); }),
               IsError(Kind::conflict, "remove " + paths.changeJournal().string()));

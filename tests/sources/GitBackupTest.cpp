@@ -88,8 +88,9 @@ class GitBackupTest : public Sandbox {
   }
 
   void goOver(const std::string& to) {
-    backup().bringChanges(skills, head(), to, {});
-    backup().moveTo(to, {});
+    const std::string from = head();
+    backup().bringChanges(skills, from, to, {});
+    backup().moveTo(from, to, {});
     EXPECT_EQ(backup().status({}).dirtyFiles, 0);
   }
 
