@@ -120,13 +120,14 @@ class Fetch {
   }
 
   bool fetchIfThere(const WebAddress& place, const File& file) {
+    const auto target = folder_ / file.path;
     try {
       downloadFrom(place, file);
     } catch (const HTTPStatusError& error) {
       if (error.status() != kNotFound) throw;
+      FS::removeAny(target);  // where the client could not
       return false;
     }
-    const auto target = folder_ / file.path;
     if (isWebPage(target) && target.extension() != ".html") {
       FS::removeAny(target);
       return false;
