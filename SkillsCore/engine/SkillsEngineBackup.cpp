@@ -260,9 +260,10 @@ void SkillsEngine::goOver(const GitBackup& backup, const std::string& from, cons
     std::vector<TargetChange> folders = staged.changes();
     changes.makeTogether(folders);
     staged.requireUntouched(folders);
+    BackupRecords& records = state_->components.backup;
     state_->library.transaction([&] {
       changes.recorded();
-      state_->components.backup.begin({.from = from, .to = to});
+      records.begin({.from = from, .to = to});
     });
     for (auto& folder : folders) folder.keep();
   }
