@@ -52,6 +52,13 @@ void BackupRecords::begin(const Change& change) {
   library_.store.setJSONSetting(kUnsettled, std::optional(json));
 }
 
+void BackupRecords::begin(const Change& change, FolderChanges& made) {
+  library_.transaction([&] {
+    made.recorded();
+    begin(change);
+  });
+}
+
 void BackupRecords::settle() { library_.store.setSetting(kUnsettled, std::nullopt); }
 
 std::optional<BackupRecords::Change> BackupRecords::unsettled() {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/FolderChanges.h"
 #include "engine/Library.h"
 #include "sources/BackupManifest.h"
 
@@ -28,6 +29,8 @@ class BackupRecords {
   BackupManifest manifest();
 
   void begin(const Change& change);
+  // The same, by changes that were made, which are recorded with it.
+  void begin(const Change& change, FolderChanges& made);
   void settle();
   std::optional<Change> unsettled();
 

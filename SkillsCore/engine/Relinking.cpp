@@ -49,7 +49,10 @@ Relinking::Report Relinking::run() {
   Report report;
   relinkDeployments(report);
   relinkProjects(report);
-  for (const auto& folder : folders_) FS::flushFolder(folder);
+  for (const auto& folder : folders_) {
+    sweepStages(folder);  // what could not be removed at once
+    FS::flushFolder(folder);
+  }
   return report;
 }
 

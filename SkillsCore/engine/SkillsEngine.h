@@ -53,6 +53,7 @@ struct GitSettings;
 struct HTTPSettings;
 struct MarketQuestion;
 class PlazzaAPI;
+class StagedSnapshot;
 
 class SkillsEngine {
  public:
@@ -406,6 +407,7 @@ class SkillsEngine {
   std::string mergedWithIncoming(const GitBackup& backup, const std::string& head, const std::string& commit,
                                  const OperationContext& context);
   void goOver(const GitBackup& backup, const std::string& from, const std::string& to, const OperationContext& context);
+  void putInPlace(StagedSnapshot& staged, const std::string& from, const std::string& to);
   static void keepUnrecorded(BackupManifest& manifest, const GitBackup& backup);
   std::size_t stageWithManifest(const GitBackup& backup, const OperationContext& context);
   bool snapshot(const GitBackup& backup, const std::optional<std::string>& message, const OperationContext& context);

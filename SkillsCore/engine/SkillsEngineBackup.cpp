@@ -254,24 +254,22 @@ void SkillsEngine::goOver(const GitBackup& backup, const std::string& from, cons
   if (from == to) return;
   refuseOverwriting(backup, from, to, context);
   StagedSnapshot staged(backup, from, to, context);
-  {
-    const Turn turn(state_->mutex);
-    FolderChanges changes(state_->library);
-    std::vector<TargetChange> folders = staged.changes();
-    changes.makeTogether(folders);
-    staged.requireUntouched(folders);
-    BackupRecords& records = state_->components.backup;
-    state_->library.transaction([&] {
-      changes.recorded();
-      records.begin({.from = from, .to = to});
-    });
-    for (auto& folder : folders) folder.keep();
-  }
+  putInPlace(staged, from, to);
   try {
     backup.moveTo(from, to, {});  // even when a stop was requested
   } catch (const SkillsError& error) {
     throw SkillsError::git(error.message() + ". The files are the snapshot's already; the next command does the rest.");
   }
+}
+
+void SkillsEngine::putInPlace(StagedSnapshot& staged, const std::string& from, const std::string& to) {
+  const Turn turn(state_->mutex);
+  FolderChanges changes(state_->library);
+  std::vector<TargetChange> folders = staged.changes();
+  changes.makeTogether(folders);
+  staged.requireUntouched(folders);
+  state_->components.backup.begin({.from = from, .to = to}, changes);
+  for (auto& folder : folders) folder.keep();
 }
 
 Plan SkillsEngine::planPullBackup(const OperationContext& context) {
