@@ -339,13 +339,15 @@ TEST_F(BackupTest, ASkillChangesAsAWholeAndKeepsWhatIsBesideItsSnapshot) {
   });
   // Edited after the snapshot, or while the new content is made: no edit is lost, nothing has come in.
   const auto before = files(lap);
-  for (const auto& [step, file] : {std::pair("ls-tree", "file"), std::pair("restore", ".gitignore")}) {
+  for (const auto& edit : {std::pair("ls-tree", "file"), std::pair("restore", ".gitignore")}) {
+    const std::string step = edit.first;
+    const std::string file = edit.second;
     const OperationContext editing{.trace = [&](std::string_view command) {
       if (command.find(step) != std::string_view::npos) write(pdf / file, "edited");
     }};
     EXPECT_THAT(errorOf([&] { lap.engine().pullBackup(editing); }), IsError(Kind::conflict, "was edited meanwhile"));
     EXPECT_EQ(read(pdf / file), "edited") << step;
-    std::string(file) == "file" ? write(pdf / file, "1") : FS::removeAny(pdf / file);
+    file == "file" ? write(pdf / file, "1") : FS::removeAny(pdf / file);
     EXPECT_EQ(files(lap), before);
   }
 
