@@ -47,6 +47,7 @@ bool isWhatWasPut(const fs::path& path, const TargetChange::Note& note) {
 
 // Looks once more when it has been moved away from where others reach it, and where an earlier try may have left it.
 void takeBackPlaced(const TargetChange::Note& note, const fs::path& aside) {
+  if (FS::exists(aside) && isObject(aside, note.content)) return FS::removeAny(aside);  // killed while it went
   if (!FS::exists(aside)) {
     if (!isWhatWasPut(note.target, note)) return;
     FS::renameExclusive(note.target, aside);
@@ -59,7 +60,7 @@ void takeBackExchanged(const TargetChange::Note& note) {
   FS::settleExchange(note.stage, note.target);
   FS::removeAny(stageOf(note.stage));
   if (!FS::exists(note.stage)) return;
-  if (FS::isKnownAs(note.stage, note.content)) return FS::removeAny(note.stage);  // it was not made
+  if (isObject(note.stage, note.content)) return FS::removeAny(note.stage);  // not made, or killed while it went
   if (!isWhatWasPut(note.target, note)) return keepAside(note);
   FS::exchange(note.stage, note.target);
   if (isWhatWasPut(note.stage, note)) return FS::removeAny(note.stage);

@@ -93,6 +93,19 @@ TEST_F(ChangeJournalTest, WhatIsNotWhatWasNotedStaysForItsOwner) {
   EXPECT_TRUE(FS::exists(agent / "new/mine"));
 }
 
+TEST_F(ChangeJournalTest, TakingBackThatWasKilledWhileItRemovedGoesOn) {
+  givenAgent();
+  const std::string before = folderAsText(agent);
+  interrupted(5);
+  const auto notes = ChangeJournal::read(file);
+  fs::rename(agent / "new", asideOf(notes.at(1).stage));
+  fs::remove(asideOf(notes.at(1).stage) / "file");
+  FS::exchange(notes.at(2).stage, agent / "copy");
+  fs::remove(notes.at(2).stage / "file");
+  for (const auto& note : notes) TargetChange::takeBack(note);
+  EXPECT_EQ(folderAsText(agent), before);
+}
+
 TEST_F(ChangeJournalTest, WhatSomebodyWroteIntoNewContentIsNotTakenBackWithIt) {
   givenAgent();
   interrupted(5);
